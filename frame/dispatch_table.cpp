@@ -1,0 +1,46 @@
+#include "frame/dispatch_table.h"
+
+#include "frame/tavoc_avx512g.h"
+#include "scan/dict_scan_kernels.h"
+
+namespace tavo {
+namespace {
+
+consteval dispatch_tables build_dispatch_tables() {
+    dispatch_tables t;
+    put_dict_scans(t);
+    return t;
+}
+
+} // namespace
+
+extern constinit const kernel_slots dispatch_table = build_dispatch_tables().slots;
+extern constinit const kernel_names dispatch_func_names = build_dispatch_tables().names;
+
+} // namespace tavo
+
+extern "C" {
+
+ub4 tavo_dispatch_table_size(void) noexcept { return TAVO_DISPATCH_SLOTS; }
+
+ub4 tavo_convert_width(ub4 width) noexcept {
+    TAVO_ASSERT(tavo::has_width_code(width));
+    return tavo::width_code(width);
+}
+
+ub4 tavo_xlate_convert_width(sb4 element, ub4 form) noexcept {
+    switch (element) {
+    case -1: return form * 8;
+    case -4: return form * 8 + 1;
+    case 1: return form * 8 + 2;
+    case 2: return form * 8 + 3;
+    default: TAVO_ASSERT(element == 4); return form * 8 + 4;
+    }
+}
+
+ub4 tavo_xlate_convert_type(ub4 type) noexcept {
+    TAVO_ASSERT(type >= 1 && type <= 3);
+    return type - 1;
+}
+
+} // extern "C"

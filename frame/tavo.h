@@ -1,0 +1,12 @@
+/* Everything that a host of the library needs. */
+#ifndef TAVO_H
+#define TAVO_H
+
+#include "tavo_avx512g.h"
+#include "tavo_bit_iter.h"
+#include "tavo_env.h"
+#include "tavo_status.h"
+#include "tavo_types.h"
+#include "tavo_vec.h"
+
+#endif

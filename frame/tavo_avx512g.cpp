@@ -1,0 +1,86 @@
+// The descriptor, start-up and the statistics dump.
+#include "frame/tavo_avx512g.h"
+
+#include <cpuid.h>
+
+#include "bitvec/bitvec.h"
+#include "frame/dispatch_table.h"
+#include "frame/processor.h"
+#include "frame/tavo_status.h"
+
+extern "C" {
+static ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
+    for (int i = 0; i < 3; i++)
+        cpuinfo[i] = info[i];
+    tavo::record_processor_features(+[](ub4 leaf, ub4 subleaf) {
+        tavo::cpuid_words w;
+        __cpuid_count(leaf, subleaf, w.eax, w.ebx, w.ecx, w.edx);
+        return w;
+    });
+    return TAVO_DONE;
+}
+
+static void tavo_set_trace_level_dydi(ub4) noexcept {}
+
+// No per-thread state exists in this build; a host may call these for each of its threads.
+static ub4 tavo_thread_ctx_init_dydi(void) noexcept { return TAVO_DONE; }
+static ub4 tavo_thread_ctx_fini_dydi(void) noexcept { return TAVO_DONE; }
+}
+
+static consteval tavo_specialized_ctx describe_library() {
+    tavo_specialized_ctx ctx{};
+    ctx.magic = TAVO_MAGIC;
+    ctx.version = "MRV_23.0";
+    ctx.version_number = 3;
+    ctx.build_name = "smrvavx512g";
+    for (int i = 0; i < 7; i++)
+        ctx.sizes[i] = 8;
+    ctx.sizes[7] = 16;
+    ctx.sizes[8] = 0;
+    ctx.sizes[9] = 64;
+    ctx.dispatch_table = tavo::dispatch_table.slot;
+
+#define OPERATION(name) ctx.name = tavo_##name##_dydi
+    OPERATION(init_sharedlib);
+    OPERATION(set_trace_level);
+    OPERATION(lbivpopcnt);
+    OPERATION(lbivnot);
+    OPERATION(lbivand);
+    OPERATION(lbivor);
+    OPERATION(lbivxor);
+    OPERATION(lbivandnot);
+    OPERATION(lbivand3);
+    OPERATION(lbivor3);
+    OPERATION(lbivxor3);
+    OPERATION(lbivset_range);
+    OPERATION(lbivclr_range);
+    OPERATION(lbiv_ictx_ini2);
+    OPERATION(lbiviter);
+    OPERATION(lbiviter_clr);
+    OPERATION(lbivones);
+    OPERATION(lbivrun);
+    OPERATION(lbivruns);
+    OPERATION(lbiwvpopcnt);
+    OPERATION(lbiwvnot);
+    OPERATION(lbiwvand);
+    OPERATION(lbiwvor);
+    OPERATION(lbiwvxor);
+    OPERATION(lbiwvandnot);
+    OPERATION(lbiwvand3);
+    OPERATION(lbiwvor3);
+    OPERATION(lbiwvxor3);
+    OPERATION(lbiwvset_range);
+    OPERATION(lbiwvclr_range);
+    OPERATION(lbiwv_ictx_ini2);
+    OPERATION(lbiwviter);
+    OPERATION(lbiwviter_clr);
+    OPERATION(lbiwvones);
+    OPERATION(lbiwvrun);
+    OPERATION(lbiwvruns);
+    OPERATION(thread_ctx_init);
+    OPERATION(thread_ctx_fini);
+#undef OPERATION
+    return ctx;
+}
+
+constinit const tavo_specialized_ctx tavo_global_specialized_ctx = describe_library();

@@ -1,0 +1,253 @@
+/* The library's one exported object, tavo_global_specialized_ctx: identification, the dispatch table and the named
+ * operations. A host opens the library, looks that symbol up, checks magic and texts, calls init_sharedlib once, before
+ * it starts kernels on other threads, and reaches everything else through the record:
+ *
+ *   named operation    ctx->lbiwvand(dst, &count, a, b, nbits)
+ *   column kernel      ctx->dispatch_table[TAVO_DISPATCH_INDEX(enc->kernel_row, TAVO_OP_GE_LE)].range_scan(...)
+ *
+ * A null operation or an empty slot is one that this build does not have. The processor must have AVX-512 F, BW, DQ and
+ * VL, BMI1, BMI2, F16C, MOVBE, LZCNT and POPCNT: the library does not check. */
+#ifndef TAVO_AVX512G_H
+#define TAVO_AVX512G_H
+
+#include "tavo_bit_iter.h"
+#include "tavo_env.h"
+#include "tavo_vec.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Records of operations that have their own headers. */
+typedef struct tavo_partition_ctx tavo_partition_ctx;
+typedef struct tavo_gather_spec tavo_gather_spec;
+typedef struct tavo_kv tavo_kv;
+typedef struct tavo_kv_region tavo_kv_region;
+typedef union tavo_kv_status tavo_kv_status;
+typedef struct tavo_kv_scan_position tavo_kv_scan_position;
+
+typedef ub8 tavo_hash_fn(const void *data, ub8 length, ub8 seed);
+typedef ub4 tavo_kv_alloc_fn(tavo_kv_region *region, ub4 count, ub8 *id);
+typedef ub8 tavo_distance_kernel(ub4 dims, const void *left, const void *right, ub4 metric, double *result)
+    TAVO_NOEXCEPT;
+
+/* ---- Column kernels: the dispatch table ---- */
+
+/* Calling patterns. */
+typedef ub4 tavo_scan_fn(tavo_vec *res, tavo_vec *src, tavo_vec *constant, tavo_env *env) TAVO_NOEXCEPT;
+typedef ub4 tavo_range_scan_fn(tavo_vec *res, tavo_vec *src, tavo_vec *lo, tavo_vec *hi, tavo_env *env) TAVO_NOEXCEPT;
+typedef ub4 tavo_row_move_fn(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;
+typedef ub4 tavo_minmax_fn(tavo_vec *res, tavo_vec *src, tavo_env *env, ub4 mode) TAVO_NOEXCEPT;
+typedef ub4 tavo_arith_fn(tavo_vec *res, tavo_vec *a, tavo_vec *b, tavo_env *env) TAVO_NOEXCEPT;
+typedef ub4 tavo_xlate_fn(tavo_vec *res, tavo_vec *src, tavo_vec *dict, tavo_env *env) TAVO_NOEXCEPT;
+
+/* One slot: null, or a kernel of the pattern that belongs to the operation. */
+typedef union tavo_kernel_slot {
+    tavo_scan_fn *scan;             /* eq lt gt le ge ne, set (the set in the constant's place) */
+    tavo_range_scan_fn *range_scan; /* gt_lt gt_le ge_lt ge_le */
+    tavo_row_move_fn *row_move;     /* decode, decode_unpack, decode_symbol, burst_rle */
+    tavo_minmax_fn *minmax;
+    tavo_arith_fn *arith; /* add sub mul */
+    tavo_xlate_fn *xlate;
+} tavo_kernel_slot;
+
+/* Operation numbers, bits 4 to 0 of a dispatch index. */
+enum tavo_operation {
+    TAVO_OP_EQ = 0,
+    TAVO_OP_LT = 1,
+    TAVO_OP_GT = 2,
+    TAVO_OP_LE = 3,
+    TAVO_OP_GE = 4,
+    TAVO_OP_NE = 5,
+    TAVO_OP_GT_LT = 6,
+    TAVO_OP_GT_LE = 7,
+    TAVO_OP_GE_LT = 8,
+    TAVO_OP_GE_LE = 9,
+    TAVO_OP_DECODE = 10,
+    TAVO_OP_DECODE_UNPACK = 11,
+    TAVO_OP_DECODE_SYMBOL = 12,
+    TAVO_OP_SET = 13,
+    TAVO_OP_BURST_RLE = 14,
+    TAVO_OP_SUM = 15,
+    TAVO_OP_DISTINCT = 16,
+    TAVO_OP_XLATE = 17,
+    TAVO_OP_ADD = 19,
+    TAVO_OP_SUB = 20,
+    TAVO_OP_MUL = 21,
+    TAVO_OP_MINMAX = 23
+};
+
+/* Encoding classes, bits 6 to 5. */
+enum tavo_encoding_class {
+    TAVO_CLASS_FIXED = 0, /* translation: sim */
+    TAVO_CLASS_DICT = 1,  /* translation: off */
+    TAVO_CLASS_DYNP = 2,  /* translation: ind */
+    TAVO_CLASS_OTHER = 3
+};
+
+/* Variant, bit 12: second form of the operation (_null, _tz, _c2d, _sum). */
+enum tavo_variant { TAVO_VARIANT_PLAIN = 0, TAVO_VARIANT_SECOND = 1 };
+
+#define TAVO_DISPATCH_SLOTS 8192u
+
+/* Width code of data kernels, bits 11 to 7: codes 0 to 19 for widths 1 to 20, then these. */
+#define TAVO_WIDTH_CODE_24 20u
+#define TAVO_WIDTH_CODE_32 21u
+#define TAVO_WIDTH_CODE_64 22u
+
+/* Bits 12 to 5 of a dispatch index, which a host keeps in tavo_enc_ctx.kernel_row. */
+#define TAVO_KERNEL_ROW(variant, width_code, encoding_class) \
+    ((ub1)(((unsigned)(variant) << 7) | ((unsigned)(width_code) << 2) | (unsigned)(encoding_class)))
+#define TAVO_DISPATCH_INDEX(kernel_row, operation) ((unsigned)(ub1)(kernel_row) * 32u + (unsigned)(operation))
+
+/* ---- The descriptor: 88 words of 8 bytes ---- */
+
+#define TAVO_MAGIC 0xc16182c0ull
+
+typedef struct tavo_specialized_ctx {
+    ub8 magic;                              /*  0: TAVO_MAGIC */
+    const char *version;                    /*  1: "MRV_23.0" */
+    ub8 version_number;                     /*  2: 3 */
+    const char *build_name;                 /*  3: "smrvavx512g" */
+    ub8 sizes[10];                          /*  4 to 13: seven times 8, then 16, 0, 64 */
+    const tavo_kernel_slot *dispatch_table; /* 14: TAVO_DISPATCH_SLOTS slots */
+
+    /* Start-up: records the processor's features. word is ignored; info points at three words that are copied.
+     * Returns 0. Without it everything works, counting bits by the slower method. */
+    ub4 (*init_sharedlib)(ub8 word, const ub4 info[3]) TAVO_NOEXCEPT; /* 15 */
+    void (*set_trace_level)(ub4 level) TAVO_NOEXCEPT;                  /* 16: accepted and dropped */
+
+    /* Bitwise kernels. Vectors are taken as bytes: any alignment, exactly (nbits + 7) / 8 bytes are read and written,
+     * and the bits above nbits in the last byte of dst are cleared. dst may equal any source. count receives the
+     * number of bits set in the result and may be null, except for popcnt, whose count is also the result. */
+    ub4 (*lbivpopcnt)(ub4 *count, const void *bits, ub8 nbits) TAVO_NOEXCEPT;                                  /* 17 */
+    ub4 (*lbivnot)(void *dst, ub4 *count, const void *src, ub8 nbits) TAVO_NOEXCEPT;                           /* 18 */
+    ub4 (*lbivand)(void *dst, ub4 *count, const void *a, const void *b, ub8 nbits) TAVO_NOEXCEPT;              /* 19 */
+    ub4 (*lbivor)(void *dst, ub4 *count, const void *a, const void *b, ub8 nbits) TAVO_NOEXCEPT;               /* 20 */
+    ub4 (*lbivxor)(void *dst, ub4 *count, const void *a, const void *b, ub8 nbits) TAVO_NOEXCEPT;              /* 21 */
+    /* andnot is (NOT a) AND b. */
+    ub4 (*lbivandnot)(void *dst, ub4 *count, const void *a, const void *b, ub8 nbits) TAVO_NOEXCEPT;           /* 22 */
+    ub4 (*lbivand3)(void *dst, ub4 *count, const void *a, const void *b, const void *c, ub8 nbits) TAVO_NOEXCEPT; /* 23 */
+    ub4 (*lbivor3)(void *dst, ub4 *count, const void *a, const void *b, const void *c, ub8 nbits) TAVO_NOEXCEPT;  /* 24 */
+    ub4 (*lbivxor3)(void *dst, ub4 *count, const void *a, const void *b, const void *c, ub8 nbits) TAVO_NOEXCEPT; /* 25 */
+    /* Set or clear bits first to last, both inclusive; first <= last is the caller's duty. */
+    ub4 (*lbivset_range)(void *bits, ub8 first, ub8 last) TAVO_NOEXCEPT;                                       /* 26 */
+    ub4 (*lbivclr_range)(void *bits, ub8 first, ub8 last) TAVO_NOEXCEPT;                                       /* 27 */
+
+    /* Bit iterators of byte vectors: any alignment, exactly (nbits + 7) / 8 bytes are read. ictx_ini2 starts a walk
+     * over the bits from start; invert 1 is for walks with iter_clr only. iter and iter_clr return the next set or clear
+     * bit's number, or TAVO_LBIV_END. ones writes up to capacity numbers of the next set bits to out and returns how
+     * many: fewer than capacity means that the vector is exhausted. Only for iterators started with invert 0. */
+    ub4 (*lbiv_ictx_ini2)(tavo_bit_iter *it, const void *bits, ub8 nbits, ub1 invert, ub8 start) TAVO_NOEXCEPT; /* 28 */
+    ub8 (*lbiviter)(tavo_bit_iter *it) TAVO_NOEXCEPT;                                                           /* 29 */
+    ub8 (*lbiviter_clr)(tavo_bit_iter *it) TAVO_NOEXCEPT;                                                       /* 30 */
+    ub8 (*lbivones)(tavo_bit_iter *it, ub4 *out, ub8 capacity) TAVO_NOEXCEPT;                                   /* 31 */
+    /* Kept in their places, not implemented: run returns the family's end mark, runs returns 0. */
+    ub8 (*lbivrun)(ub8 a, ub8 b) TAVO_NOEXCEPT;                    /* 32 */
+    ub8 (*lbivruns)(ub8 a, ub8 b, ub8 c, ub8 d) TAVO_NOEXCEPT;     /* 33 */
+
+    /* Word vectors. The bitwise kernels are those of the lbiv family. The iterators need an 8-byte aligned base and
+     * whole words of storage, all of which they may read; their end mark is TAVO_LBIWV_END. */
+    ub4 (*lbiwvpopcnt)(ub4 *count, const void *bits, ub8 nbits) TAVO_NOEXCEPT;                                 /* 34 */
+    ub4 (*lbiwvnot)(void *dst, ub4 *count, const void *src, ub8 nbits) TAVO_NOEXCEPT;                          /* 35 */
+    ub4 (*lbiwvand)(void *dst, ub4 *count, const void *a, const void *b, ub8 nbits) TAVO_NOEXCEPT;             /* 36 */
+    ub4 (*lbiwvor)(void *dst, ub4 *count, const void *a, const void *b, ub8 nbits) TAVO_NOEXCEPT;              /* 37 */
+    ub4 (*lbiwvxor)(void *dst, ub4 *count, const void *a, const void *b, ub8 nbits) TAVO_NOEXCEPT;             /* 38 */
+    ub4 (*lbiwvandnot)(void *dst, ub4 *count, const void *a, const void *b, ub8 nbits) TAVO_NOEXCEPT;          /* 39 */
+    ub4 (*lbiwvand3)(void *dst, ub4 *count, const void *a, const void *b, const void *c, ub8 nbits) TAVO_NOEXCEPT; /* 40 */
+    ub4 (*lbiwvor3)(void *dst, ub4 *count, const void *a, const void *b, const void *c, ub8 nbits) TAVO_NOEXCEPT;  /* 41 */
+    ub4 (*lbiwvxor3)(void *dst, ub4 *count, const void *a, const void *b, const void *c, ub8 nbits) TAVO_NOEXCEPT; /* 42 */
+    ub4 (*lbiwvset_range)(void *bits, ub8 first, ub8 last) TAVO_NOEXCEPT;                                      /* 43 */
+    ub4 (*lbiwvclr_range)(void *bits, ub8 first, ub8 last) TAVO_NOEXCEPT;                                      /* 44 */
+    ub4 (*lbiwv_ictx_ini2)(tavo_bit_iter *it, const void *bits, ub8 nbits, ub1 invert, ub8 start) TAVO_NOEXCEPT; /* 45 */
+    ub8 (*lbiwviter)(tavo_bit_iter *it) TAVO_NOEXCEPT;                                                         /* 46 */
+    ub8 (*lbiwviter_clr)(tavo_bit_iter *it) TAVO_NOEXCEPT;                                                     /* 47 */
+    ub8 (*lbiwvones)(tavo_bit_iter *it, ub4 *out, ub8 capacity) TAVO_NOEXCEPT;                                 /* 48 */
+    ub8 (*lbiwvrun)(ub8 a, ub8 b) TAVO_NOEXCEPT;                                                               /* 49 */
+    ub8 (*lbiwvruns)(ub8 a, ub8 b, ub8 c, ub8 d) TAVO_NOEXCEPT;                                                /* 50 */
+
+    ub4 (*bloom)(tavo_vec *res, tavo_vec *hashes, tavo_vec *filter, tavo_env *env, ub1 mode) TAVO_NOEXCEPT;    /* 51 */
+    ub4 (*spatial_pip)(tavo_vec *res, tavo_vec *xs, tavo_vec *ys, tavo_vec *px, tavo_vec *py) TAVO_NOEXCEPT;   /* 52 */
+    ub4 (*spheric_pip)(tavo_vec *res, tavo_vec *polygon, tavo_vec *points, const void *a, const void *b,
+                       double tolerance) TAVO_NOEXCEPT;                                                        /* 53 */
+    ub4 (*groupkey)(tavo_vec *keys, ub4 *key_space, tavo_vec *cols, ub4 ncols, tavo_vec *temp, tavo_env *env)
+        TAVO_NOEXCEPT;                                                                                         /* 54 */
+    void (*dgk_concatenate)(void);                                                                             /* 55 */
+    void (*extract_dgk)(void);                                                                                 /* 56 */
+    ub4 (*gby_sum)(tavo_vec *acc, tavo_vec *src, tavo_vec *keys, tavo_env *env, const sb2 offsets[2])
+        TAVO_NOEXCEPT;                                                                                         /* 57 */
+    ub4 (*convert)(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                                 /* 58 */
+    /* Expands a front-coded dictionary: src is its stream, src->size its blocks, the rest in src->enc. dst->data
+     * receives prefix_count symbols of prefix_len bytes, back to back. env may be null. */
+    ub4 (*prefix_decode)(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                           /* 59 */
+    ub4 (*hash)(tavo_vec *out, tavo_vec *column, tavo_vec *seeds, tavo_hash_fn *hash, tavo_env *env) TAVO_NOEXCEPT; /* 60 */
+    ub4 (*partition)(tavo_partition_ctx *ctx, tavo_vec *hashes_or_keys, tavo_vec *rids, tavo_vec *column,
+                     tavo_hash_fn *hash, tavo_env *env) TAVO_NOEXCEPT;                                         /* 61 */
+    ub4 (*gather)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env) TAVO_NOEXCEPT;    /* 62 */
+    ub4 (*gather_one_col)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env, ub4 col)
+        TAVO_NOEXCEPT;                                                                                         /* 63 */
+    ub4 (*gather_cols)(tavo_vec *dst, tavo_vec *src, const ub4 *cols, ub4 ncols, const tavo_gather_spec *spec,
+                       tavo_env *env) TAVO_NOEXCEPT;                                                           /* 64 */
+    ub4 (*transpose_reference)(tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;        /* 65 */
+    ub4 (*transpose_convert)(tavo_gather_spec *spec, const tavo_gather_spec *from, sb4 to_part, sb4 from_part,
+                             ub4 first_row, ub4 last_row, tavo_env *env) TAVO_NOEXCEPT;                        /* 66 */
+    ub4 (*transpose_fixed)(tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;            /* 67 */
+    ub4 (*layout_kv)(ub8 ndv, ub8 rows, ub4 *flags, tavo_kv *kv, ub4 segment_log2, ub4 lower_rows, ub4 upper_rows,
+                     ub4 fill_percent, ub4 force_pointer) TAVO_NOEXCEPT;                                       /* 68 */
+    ub4 (*create_add_kv)(tavo_kv *kv, tavo_vec *hashes, tavo_vec *values, tavo_vec *keys, sb8 segment_id,
+                         tavo_env *env, tavo_kv_alloc_fn *alloc, tavo_kv_status *status) TAVO_NOEXCEPT;        /* 69 */
+    ub4 (*probe_kv)(tavo_vec *value_out, void *rid_out, tavo_vec *hashes, tavo_vec *rids, tavo_vec *keys,
+                    tavo_kv *kv, ub4 mode, tavo_env *env, tavo_kv_status *status) TAVO_NOEXCEPT;               /* 70 */
+    ub4 (*mut_kv_scan)(tavo_vec *out, tavo_kv *kv, ub4 mode, tavo_kv_scan_position *position, ub4 end_segment)
+        TAVO_NOEXCEPT;                                                                                         /* 71 */
+    void (*dgk_symbol2code)(void);                                                                             /* 72 */
+    void (*dgk_code2symbol)(void);                                                                             /* 73 */
+    ub4 (*eq_stream)(tavo_vec *res, tavo_vec *left, tavo_vec *right, tavo_env *env) TAVO_NOEXCEPT;             /* 74 */
+    ub4 (*selective)(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                               /* 75 */
+    /* Decodes a spak stream; to be stored in tavo_host.spak_decode. *out_len receives the bytes written, also when
+     * they are not what the head promised; a refused head leaves it and dst untouched. */
+    tavo_spak_decode_fn *spak_decode;                                                                          /* 76 */
+    ub4 (*thread_ctx_init)(void) TAVO_NOEXCEPT;                                                                /* 77: 0 */
+    ub4 (*thread_ctx_fini)(void) TAVO_NOEXCEPT;                                                                /* 78: 0 */
+    ub4 (*sum_vec)(tavo_vec *res, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                                 /* 79 */
+    ub4 (*lookup_and_compare)(tavo_vec *res, tavo_vec *left, tavo_vec *right, tavo_vec *left_table,
+                              tavo_vec *right_table, tavo_vec *op, tavo_env *env) TAVO_NOEXCEPT;               /* 80 */
+    ub4 (*prefix_sum_vec)(tavo_vec *res, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                          /* 81 */
+    ub4 (*vector_distance)(tavo_vec *res, tavo_vec *col, tavo_vec *query, ub8 metric, ub8 layout, tavo_env *env,
+                           void *scratch) TAVO_NOEXCEPT;                                                       /* 82 */
+    ub4 (*vector_topk)(tavo_vec *res, tavo_vec *col, tavo_vec *query, ub8 metric, ub8 layout, tavo_env *env,
+                       void *scratch) TAVO_NOEXCEPT;                                                           /* 83 */
+    tavo_distance_kernel *(*vector_pick_metric)(ub4 metric, ub4 left_type, ub4 left_comparable, ub4 left_layout,
+                                                ub4 right_type, ub4 right_comparable, ub4 right_layout)
+        TAVO_NOEXCEPT;                                                                                         /* 84 */
+    ub4 (*vector_parse)(tavo_vec *res, tavo_vec *norms, tavo_vec *text, ub8 *bad_rows, tavo_env *env) TAVO_NOEXCEPT; /* 85 */
+    ub4 (*vector_convert_fp)(tavo_vec *res, tavo_vec *norms, tavo_vec *src, ub8 *bad_rows, tavo_env *env)
+        TAVO_NOEXCEPT;                                                                                         /* 86 */
+    ub4 (*vector_arith)(tavo_vec *res, tavo_vec *norms, tavo_vec *a, tavo_vec *b, ub4 op, tavo_env *env,
+                        void *scratch) TAVO_NOEXCEPT;                                                          /* 87 */
+} tavo_specialized_ctx;
+
+#define TAVO_FIRST_OPERATION_WORD 15u
+#define TAVO_OPERATIONS 73u
+
+TAVO_STATIC_ASSERT(sizeof(tavo_kernel_slot) == 8, "a slot is one pointer");
+TAVO_STATIC_ASSERT(sizeof(tavo_specialized_ctx) == 704, "88 words");
+TAVO_OFFSET(tavo_specialized_ctx, dispatch_table, 14 * 8);
+TAVO_OFFSET(tavo_specialized_ctx, init_sharedlib, 15 * 8);
+TAVO_OFFSET(tavo_specialized_ctx, lbiv_ictx_ini2, 28 * 8);
+TAVO_OFFSET(tavo_specialized_ctx, lbiwvpopcnt, 34 * 8);
+TAVO_OFFSET(tavo_specialized_ctx, bloom, 51 * 8);
+TAVO_OFFSET(tavo_specialized_ctx, prefix_decode, 59 * 8);
+TAVO_OFFSET(tavo_specialized_ctx, layout_kv, 68 * 8);
+TAVO_OFFSET(tavo_specialized_ctx, spak_decode, 76 * 8);
+TAVO_OFFSET(tavo_specialized_ctx, sum_vec, 79 * 8);
+TAVO_OFFSET(tavo_specialized_ctx, vector_arith, 87 * 8);
+
+/* The symbol to look up. */
+extern const tavo_specialized_ctx tavo_global_specialized_ctx __attribute__((visibility("default")));
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
