@@ -121,10 +121,25 @@ template <class Vector, bool Clear>
 
 // Delivers the lowest bits of the current word, as many as there is room for, one after another.
 [[gnu::always_inline]] inline ub4 *deliver_singly(tavo_bit_iter &s, ub4 *out, const ub4 *out_end) {
-    while (s.word != 0 && out != out_end) {
-        *out++ = static_cast<ub4>(s.base + _tzcnt_u64(s.word));
-        s.word = _blsr_u64(s.word);
+    ub8 word = s.word;
+    const auto deliver_lowest = [&] {
+        *out++ = static_cast<ub4>(s.base + _tzcnt_u64(word));
+        word = _blsr_u64(word);
+    };
+    if (out_end - out >= 64) {
+        for (ub8 n = static_cast<ub8>(_mm_popcnt_u64(word)); n >= 4; n -= 4) {
+            deliver_lowest();
+            deliver_lowest();
+            deliver_lowest();
+            deliver_lowest();
+        }
+        while (word != 0)
+            deliver_lowest();
+    } else {
+        while (word != 0 && out != out_end)
+            deliver_lowest();
     }
+    s.word = word;
     return out;
 }
 
