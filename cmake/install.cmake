@@ -24,8 +24,7 @@ string(REGEX REPLACE "/$" "" tavo_prefix_from_pc "${tavo_prefix_from_pc}")
 configure_file(cmake/tavo.pc.in ${PROJECT_BINARY_DIR}/cmake/tavo.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/cmake/tavo.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
+# It finds the library by its own place, see host/loader.h.
 if(TARGET tavo)
-    file(RELATIVE_PATH libdir_from_bindir /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-    set_target_properties(tavo PROPERTIES INSTALL_RPATH "$ORIGIN/${libdir_from_bindir}")
     install(TARGETS tavo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

@@ -61,8 +61,12 @@ instructions) # nothing beyond what the host has to have, but in functions that 
     grep -q zmm "$code" || wrong "no vector code was found"
     found=$(awk '
         /^[0-9a-f]+ <.*>:$/ { name = $2 }
-        $2 ~ /^(vperm[it]2b|vpermb|vpcompress[bw]|vpexpand[bw]|vpmultishiftqb|vpsh[lr]d[vwdq]+|vpopcnt[bw]|vpshufbitqmb|vgf2p8.*|vpmadd52.*|vcvtne.*|vdpbf16ps|vp2intersect.*|v[a-z0-9]+[ps]h)$/ { print name, $2 }
-        $2 ~ /^vpopcnt[dq]$/ && name !~ /vpopcntdq/ { print name, $2 }
+        # VBMI, VBMI2, BITALG, GFNI, IFMA, BF16, VP2INTERSECT, CD, FP16
+        $2 ~ /^(vperm[it]2b|vpermb|vpmultishiftqb|vpcompress[bw]|vpexpand[bw]|vpsh[lr]dv?[wdq]|vpopcnt[bw])$/ ||
+        $2 ~ /^(vpshufbitqmb|vgf2p8.*|vpmadd52.*|vcvtne.*|vdpbf16ps|vp2intersect.*|vplzcnt.*|vpconflict.*)$/ ||
+        $2 ~ /^vpbroadcastm/ || ($2 ~ /^v[a-z0-9]+[ps]h$/ && $2 != "vcvtps2ph") { print name, $2 }
+        # behind their feature words, in functions whose names say so
+        $2 ~ /^vpopcnt[dq]$/ && name !~ /vpopcntdq|with_instruction/ { print name, $2 }
         $2 ~ /^vpdp(bu|ws)sds?$/ && name !~ /vnni/ { print name, $2 }' "$code" | sort -u)
     [ -z "$found" ] || wrong "uses instructions that not every processor with AVX-512 F, BW, DQ and VL has" "$found"
     ;;
