@@ -16,15 +16,20 @@ fi
 
 flights=host/data/flights-100k.csv airports=host/data/airports.csv
 asked=0 agreed=0
+answer=$(mktemp)
+trap 'rm -f "$log" "$answer"' EXIT
 ask() {
-    printf '\n$ tavo query'
-    printf ' %q' "$@"
-    printf ' --explain --check\n'
+    local status=0 argument shown=
+    for argument in "$@" --explain --check; do
+        case $argument in *[!a-zA-Z0-9_./-]*) shown+=" \"$argument\"" ;; *) shown+=" $argument" ;; esac
+    done
+    printf '\n$ tavo query%s\n' "$shown"
     asked=$((asked + 1))
-    if build/library/host/tavo query "$@" --explain --check </dev/null; then
+    build/library/host/tavo query "$@" --explain --check </dev/null | tee "$answer" || status=$?
+    if [ "$status" -eq 0 ] && grep -q '^check: .* agrees$' "$answer"; then
         agreed=$((agreed + 1))
     else
-        echo "exit status $?"
+        echo "not confirmed, exit status $status"
     fi
 }
 

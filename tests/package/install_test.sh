@@ -1,6 +1,7 @@
 #!/bin/sh
 # install_test.sh SOURCE BUILD LIBDIR: installs into a temporary folder and uses what is there as another project does:
-# through pkg-config, through find_package, by hand. CMAKE, CC and PKG_CONFIG say with what.
+# through pkg-config, through find_package, by hand. CMAKE, CMAKE_GENERATOR, CC and PKG_CONFIG say with
+# what.
 set -eu
 source=$1 build=$2 libdir=$3
 here=$source/tests/package
