@@ -2,6 +2,8 @@
 // into lane j with the byte of the code's last bits lowest.
 #pragma once
 
+#include <initializer_list>
+
 #include "frame/tavo_types.h"
 
 namespace tavo {
