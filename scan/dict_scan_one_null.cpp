@@ -1,0 +1,3 @@
+#include "scan/dict_scan_members.h"
+
+TAVO_EACH_ONE_CONSTANT_SCAN(TAVO_ONE_CONSTANT_MEMBER, _null, 1)
