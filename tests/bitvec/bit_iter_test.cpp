@@ -16,14 +16,11 @@ using positions = std::vector<ub4>;
 // vectors, (nbits + 7) / 8 bytes at any base alignment for byte vectors. Bits at and above nbits are noise.
 class vector_under_guard {
 public:
-    // `offset`: alignment of the base modulo 8, of byte vectors only. With guard::before the unreadable page lies
-    // `offset` bytes before the base; the bytes between are noise too.
+    // With guard::before a byte vector begins `offset` bytes behind the unreadable page, noise between; with
+    // guard::behind its size decides the alignment of its base.
     vector_under_guard(const bitvec_family &f, ub8 nbits, unsigned offset, guard side)
         : nbits_(nbits), size_(f.words ? (nbits + 63) / 64 * 8 : (nbits + 7) / 8),
-          shift_(f.words                 ? 0
-                 : side == guard::before ? offset
-                                         : (8 - (size_ + offset) % 8) % 8),
-          memory_(side == guard::before ? shift_ + size_ : size_, side, 0xff) {}
+          memory_(size_ + (f.words || side == guard::behind ? 0 : offset), side, 0xff) {}
 
     ub1 *data() const { return memory_.data() + (memory_.size() - size_); }
     unsigned alignment() const { return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(data()) % 8); }
@@ -46,7 +43,7 @@ public:
 
 private:
     ub8 nbits_;
-    std::size_t size_, shift_;
+    std::size_t size_;
     guarded memory_;
 };
 
