@@ -36,6 +36,7 @@ struct predicate {
     std::vector<literal> values;              // compare: one; range: low and high; in: one or more
     std::vector<predicate> operands;         // of not_ (one), and_, or_ (two or more)
     std::string text;                        // as it was written
+    std::shared_ptr<const std::string> source; // of a leaf: the whole text, in which the places are
 };
 
 // An error in a predicate's text: the message shows the text and marks the place.

@@ -67,16 +67,28 @@ selection query::run(const code_plan &plan, const selection *among) {
     }
     case code_plan::kind::either: break;
     }
-    selection rows = run(plan.parts[0], among);
+    // Over a thin selection each part walks the selected rows; otherwise one AND behind the union does.
+    const selection *each = is_thin(among) ? among : nullptr;
+    selection rows = run(plan.parts[0], each);
     for (std::size_t i = 1; i < plan.parts.size(); i++) {
-        const selection more = run(plan.parts[i], among);
+        const selection more = run(plan.parts[i], each);
         const ub4 before = rows.count;
         const stopwatch watch;
         ctx_.lbiwvor(rows.bits.data(), &rows.count, rows.bits.data(), more.bits.data(), rows_);
         steps_.push_back({"tavo_lbiwvor_dydi", "", 0, fmt::format("{} or {} rows", before, more.count), rows_, rows.count,
                           watch.seconds()});
     }
+    if (among != nullptr && each == nullptr)
+        keep_among(rows, *among);
     return rows;
+}
+
+void query::keep_among(selection &rows, const selection &among) {
+    const ub4 before = rows.count;
+    const stopwatch watch;
+    ctx_.lbiwvand(rows.bits.data(), &rows.count, rows.bits.data(), among.bits.data(), rows_);
+    steps_.push_back({"tavo_lbiwvand_dydi", "", 0, fmt::format("{} and {} rows", before, among.count), rows_, rows.count,
+                      watch.seconds()});
 }
 
 selection query::scan(const code_plan &plan, const selection *among) {
@@ -87,8 +99,7 @@ selection query::scan(const code_plan &plan, const selection *among) {
         throw error(fmt::format("{} has no kernel {}", session_.kernels().path(), name));
 
     // A thin selection is walked row by row, where the kernel can: not over runs, and there is no such path at one bit.
-    const bool sparse = among != nullptr && static_cast<ub8>(among->count) * sparse_below < rows_ &&
-                        col.form() != column_form::rle && col.width() > 1;
+    const bool sparse = is_thin(among) && col.form() != column_form::rle && col.width() > 1;
     tavo_env env{};
     env.host = session_.record();
     if (sparse) {
@@ -119,13 +130,8 @@ selection query::scan(const code_plan &plan, const selection *among) {
         what += fmt::format(", {} runs", col.runs());
     steps_.push_back({name, col.name(), col.width(), what + "]", sparse ? among->count : rows_, rows.count, seconds});
 
-    if (among != nullptr && !sparse) {
-        const ub4 before = rows.count;
-        const stopwatch watch_and;
-        ctx_.lbiwvand(rows.bits.data(), &rows.count, rows.bits.data(), among->bits.data(), rows_);
-        steps_.push_back({"tavo_lbiwvand_dydi", "", 0, fmt::format("{} and {} rows", before, among->count), rows_,
-                          rows.count, watch_and.seconds()});
-    }
+    if (among != nullptr && !sparse)
+        keep_among(rows, *among);
     return rows;
 }
 
