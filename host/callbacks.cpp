@@ -55,18 +55,18 @@ session::~session() {
         std::free(block);
 }
 
-void *session::allocate(void *handle, ub8, ub8 size, const char *label, ub4, ub4 alignment, ub8) {
+void *session::allocate(void *handle, ub8, ub8 size, const char *label, ub4, ub4 alignment, ub8) noexcept {
     void *block = aligned_block(size, alignment, label);
     of(handle).blocks.push_back(block);
     return block;
 }
 
-void *session::temp_allocate(void *, ub8 size, const char *label, ub4 alignment, ub4, ub8 *cookie) {
+void *session::temp_allocate(void *, ub8 size, const char *label, ub4 alignment, ub4, ub8 *cookie) noexcept {
     *cookie = 0;
     return aligned_block(size, alignment, label);
 }
 
-void session::temp_release(void *, void *block, ub8) { std::free(block); }
+void session::temp_release(void *, void *block, ub8) noexcept { std::free(block); }
 
 void session::throw_raised() {
     if (block_.raised) {

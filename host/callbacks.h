@@ -36,9 +36,9 @@ private:
     };
     static handle_block &of(void *handle) { return *static_cast<handle_block *>(handle); }
 
-    static void *allocate(void *handle, ub8 heap, ub8 size, const char *label, ub4 unit, ub4 alignment, ub8 tag);
-    static void *temp_allocate(void *handle, ub8 size, const char *label, ub4 alignment, ub4 zero, ub8 *cookie);
-    static void temp_release(void *handle, void *block, ub8 cookie);
+    static void *allocate(void *handle, ub8 heap, ub8 size, const char *label, ub4 unit, ub4 alignment, ub8 tag) noexcept;
+    static void *temp_allocate(void *handle, ub8 size, const char *label, ub4 alignment, ub4 zero, ub8 *cookie) noexcept;
+    static void temp_release(void *handle, void *block, ub8 cookie) noexcept;
     friend void keep_raised(void *handle, const char *message) noexcept;
     friend ub4 widen_runs(tavo_host *, tavo_vec *res, tavo_vec *src, tavo_env *env);
 

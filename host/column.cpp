@@ -15,6 +15,8 @@ column::column(std::string name, dictionary dict, const std::vector<ub4> &codes)
     : name_(std::move(name)), dict_(std::move(dict)),
       width_(width_for(dict_.end_code() == 0 ? 0 : dict_.end_code() - 1)),
       plain_bytes_(packed_bytes(codes.size(), width_)), encoded_bytes_(plain_bytes_) {
+    if (plain_bytes_ > 0xffffffff)
+        throw error(fmt::format("column {} does not fit: {} bytes of codes, where 4 GiB is the limit", name_, plain_bytes_));
     vec_.enc = &enc_;
     vec_.size = static_cast<ub4>(codes.size());
     vec_.decomp_size = static_cast<ub4>(plain_bytes_);
@@ -112,6 +114,8 @@ table::table(const csv_file &file, const std::vector<std::size_t> &wanted, const
         if (options.progress && row_begin_.size() % 65536 == 0)
             options.progress(reader.end(), file_.text().size());
     });
+    if (row_begin_.empty())
+        throw error(file_.path() + ": the file has a header and no rows");
     row_begin_.push_back(file_.text().size());
 
     for (std::size_t i = 0; i < wanted.size(); i++) {

@@ -1,11 +1,13 @@
 // The command `tavo`: what a library holds, and queries over CSV files.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fmt/format.h>
 #include <map>
+#include <optional>
 #include <unistd.h>
 
 #include "host/callbacks.h"
@@ -158,6 +160,8 @@ int run_query(const query_options &options) {
         }
         out.write(lines);
     }
+    if (!options.count && options.limit < selected.count)
+        std::fputs(fmt::format("tavo: the first {} of {} rows\n", options.limit, selected.count).c_str(), stderr);
     if (options.explain)
         out.write(host::explain(query.steps()));
     if (options.check)
