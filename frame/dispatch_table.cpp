@@ -1,5 +1,6 @@
 #include "frame/dispatch_table.h"
 
+#include "decode/burst_rle_kernels.h"
 #include "frame/tavoc_avx512g.h"
 #include "scan/dict_scan_kernels.h"
 
@@ -9,6 +10,7 @@ namespace {
 consteval dispatch_tables build_dispatch_tables() {
     dispatch_tables t;
     put_dict_scans(t);
+    put_burst_rle(t);
     return t;
 }
 

@@ -4,6 +4,7 @@
 #include <cpuid.h>
 
 #include "bitvec/bitvec.h"
+#include "decode/spak.h"
 #include "frame/dispatch_table.h"
 #include "frame/processor.h"
 #include "frame/tavo_status.h"
@@ -77,6 +78,7 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(lbiwvones);
     OPERATION(lbiwvrun);
     OPERATION(lbiwvruns);
+    OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);
 #undef OPERATION

@@ -4,8 +4,9 @@
 #include "frame/tavo_avx512g.h"
 #include "frame/tavo_status.h"
 
-extern "C" [[noreturn]] void __assert_fail(const char *condition, const char *file, unsigned line,
-                                           const char *function) noexcept;
+// As the C library declares it: clang takes no other form of the attribute where <assert.h> came first.
+extern "C" void __assert_fail(const char *condition, const char *file, unsigned line, const char *function) noexcept
+    __attribute__((__noreturn__));
 
 // A caller's bug: aborts with the standard assertion text, the source name tavoc_avx512g and the condition as written.
 #define TAVO_ASSERT(condition) \

@@ -1,0 +1,27 @@
+// The family list of the burst kernels: from a bit per run to a bit per row.
+#pragma once
+
+#include "frame/dispatch_table.h"
+
+// K(name, width code): run tables of 8 and 16 bits, and their forms by cumulative row numbers.
+#define TAVO_EACH_BURST_RLE(K)                                                                                         \
+    K(tavo_burst_rle_8bit, 6)                                                                                          \
+    K(tavo_burst_rle_8bit_cla, 7)                                                                                      \
+    K(tavo_burst_rle_16bit, 14)                                                                                        \
+    K(tavo_burst_rle_16bit_cla, 15)
+
+extern "C" {
+#define TAVO_DECLARE(name, code) tavo_row_move_fn name;
+TAVO_EACH_BURST_RLE(TAVO_DECLARE)
+#undef TAVO_DECLARE
+}
+
+namespace tavo {
+
+consteval void put_burst_rle(dispatch_tables &t) {
+#define TAVO_PUT(name, code) t.put(dispatch_index(TAVO_OP_BURST_RLE, TAVO_CLASS_OTHER, code, 0), name, #name);
+    TAVO_EACH_BURST_RLE(TAVO_PUT)
+#undef TAVO_PUT
+}
+
+} // namespace tavo

@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# ./demo.sh: builds the library and the command tavo, and asks questions of real flights and airports. Every answer is
+# recomputed from the text of the file in plain C++ (--check); the last line says whether all agree.
+set -uo pipefail
+cd "$(dirname "$(readlink -f "$0")")" || exit 1
+
+scripts/setup.sh build || exit 1
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+echo "building the library and the command (once, a few minutes on two cores) ..."
+if ! { cmake --preset library && cmake --build --preset library; } </dev/null >"$log" 2>&1; then
+    tail -n 40 "$log" >&2
+    echo "the build failed" >&2
+    exit 1
+fi
+
+flights=host/data/flights-100k.csv airports=host/data/airports.csv
+asked=0 agreed=0
+answer=$(mktemp)
+trap 'rm -f "$log" "$answer"' EXIT
+ask() {
+    local status=0 argument shown=
+    for argument in "$@" --explain --check; do
+        case $argument in *[!a-zA-Z0-9_./-]*) shown+=" \"$argument\"" ;; *) shown+=" $argument" ;; esac
+    done
+    printf '\n$ tavo query%s\n' "$shown"
+    asked=$((asked + 1))
+    build/library/host/tavo query "$@" --explain --check </dev/null | tee "$answer" || status=$?
+    if [ "$status" -eq 0 ] && grep -q '^check: .* agrees$' "$answer"; then
+        agreed=$((agreed + 1))
+    else
+        echo "not confirmed, exit status $status"
+    fi
+}
+
+ask "$flights" --where "distance between 500 and 1000" --where "origin in (SFO, LAX)" --where "delay > 60" --count
+ask "$flights" --where "delay >= 120" --where "not destination = ATL" --limit 5
+ask "$flights" --where "distance >= 2500" --where "date < '2001/01/03'" --limit 5
+ask "$airports" --where "state is null" --limit 5
+
+echo
+if [ "$agreed" -eq "$asked" ]; then
+    echo "All $asked answers agree with the plain recomputation."
+else
+    echo "$((asked - agreed)) of $asked answers could not be confirmed."
+    exit 1
+fi

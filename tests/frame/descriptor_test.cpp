@@ -1,0 +1,179 @@
+// What a host reads by position: the 88 words, the dispatch table, the index functions.
+#include <elf.h>
+#include <gtest/gtest.h>
+#include <link.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "frame/dispatch_table.h"
+#include "frame/tavo.h"
+
+namespace {
+
+using tavo::dispatch_func_names;
+using tavo::dispatch_table;
+
+ub8 word(unsigned i) {
+    ub8 value;
+    std::memcpy(&value, reinterpret_cast<const char *>(&tavo_global_specialized_ctx) + 8 * i, 8);
+    return value;
+}
+const char *text(unsigned i) { return reinterpret_cast<const char *>(word(i)); }
+
+// A slot as the host sees it: one pointer, whatever its calling pattern.
+ub8 slot_word(unsigned i) {
+    ub8 value;
+    std::memcpy(&value, &dispatch_table.slot[i], 8);
+    return value;
+}
+
+// Function names and addresses as the linker knows them: the symbol table of this executable.
+std::map<std::string, ub8> linked_functions() {
+    std::ifstream file("/proc/self/exe", std::ios::binary);
+    const std::vector<char> image{std::istreambuf_iterator<char>(file), {}};
+    ub8 load_bias = 0;
+    dl_iterate_phdr(
+        [](dl_phdr_info *info, std::size_t, void *out) {
+            *static_cast<ub8 *>(out) = info->dlpi_addr; // the first object is the executable
+            return 1;
+        },
+        &load_bias);
+    Elf64_Ehdr head;
+    std::memcpy(&head, image.data(), sizeof head);
+    std::vector<Elf64_Shdr> sections(head.e_shnum);
+    std::memcpy(sections.data(), image.data() + head.e_shoff, sections.size() * sizeof(Elf64_Shdr));
+    std::map<std::string, ub8> functions;
+    for (const Elf64_Shdr &section : sections) {
+        if (section.sh_type != SHT_SYMTAB)
+            continue;
+        const char *strings = image.data() + sections[section.sh_link].sh_offset;
+        std::vector<Elf64_Sym> symbols(section.sh_size / sizeof(Elf64_Sym));
+        std::memcpy(symbols.data(), image.data() + section.sh_offset, section.sh_size);
+        for (const Elf64_Sym &symbol : symbols)
+            if (ELF64_ST_TYPE(symbol.st_info) == STT_FUNC && symbol.st_shndx != SHN_UNDEF)
+                functions[strings + symbol.st_name] = load_bias + symbol.st_value;
+    }
+    return functions;
+}
+
+TEST(Descriptor, IdentificationByPosition) {
+    EXPECT_EQ(word(0), 0xc16182c0u);
+    EXPECT_STREQ(text(1), "MRV_23.0");
+    EXPECT_EQ(word(2), 3u);
+    EXPECT_STREQ(text(3), "smrvavx512g");
+    for (unsigned i = 4; i <= 10; i++)
+        EXPECT_EQ(word(i), 8u) << "word " << i;
+    EXPECT_EQ(word(11), 16u);
+    EXPECT_EQ(word(12), 0u);
+    EXPECT_EQ(word(13), 64u);
+    EXPECT_EQ(word(14), reinterpret_cast<ub8>(&dispatch_table));
+}
+
+// Each operation stands in its own word; a name in the wrong place would be called with the wrong arguments.
+TEST(Descriptor, OperationsByPosition) {
+    static const char *const names[] = {
+        "init_sharedlib",   "set_trace_level",  "lbivpopcnt",       "lbivnot",        "lbivand",
+        "lbivor",           "lbivxor",          "lbivandnot",       "lbivand3",       "lbivor3",
+        "lbivxor3",         "lbivset_range",    "lbivclr_range",    "lbiv_ictx_ini2", "lbiviter",
+        "lbiviter_clr",     "lbivones",         "lbivrun",          "lbivruns",       "lbiwvpopcnt",
+        "lbiwvnot",         "lbiwvand",         "lbiwvor",          "lbiwvxor",       "lbiwvandnot",
+        "lbiwvand3",        "lbiwvor3",         "lbiwvxor3",        "lbiwvset_range", "lbiwvclr_range",
+        "lbiwv_ictx_ini2",  "lbiwviter",        "lbiwviter_clr",    "lbiwvones",      "lbiwvrun",
+        "lbiwvruns",        "bloom",            "spatial_pip",      "spheric_pip",    "groupkey",
+        "dgk_concatenate",  "extract_dgk",      "gby_sum",          "convert",        "prefix_decode",
+        "hash",             "partition",        "gather",           "gather_one_col", "gather_cols",
+        "transpose_reference", "transpose_convert", "transpose_fixed", "layout_kv",   "create_add_kv",
+        "probe_kv",         "mut_kv_scan",      "dgk_symbol2code",  "dgk_code2symbol", "eq_stream",
+        "selective",        "spak_decode",      "thread_ctx_init",  "thread_ctx_fini", "sum_vec",
+        "lookup_and_compare", "prefix_sum_vec", "vector_distance",  "vector_topk",    "vector_pick_metric",
+        "vector_parse",     "vector_convert_fp", "vector_arith"};
+    static_assert(std::size(names) == TAVO_OPERATIONS);
+    const auto functions = linked_functions();
+    for (unsigned i = 0; i < TAVO_OPERATIONS; i++) {
+        const std::string name = std::string("tavo_") + names[i] + "_dydi";
+        const auto found = functions.find(name);
+        const ub8 address = found == functions.end() ? 0 : found->second;
+        EXPECT_EQ(word(TAVO_FIRST_OPERATION_WORD + i), address) << "word " << 15 + i << ", " << name;
+    }
+    for (unsigned i = 15; i <= 50; i++)
+        EXPECT_NE(word(i), 0u) << "word " << i;
+    EXPECT_NE(word(77), 0u);
+    EXPECT_NE(word(78), 0u);
+}
+
+TEST(Descriptor, CallsThatDoNothing) {
+    const tavo_specialized_ctx &tavo = tavo_global_specialized_ctx;
+    tavo.set_trace_level(~0u);
+    EXPECT_EQ(tavo.thread_ctx_init(), 0u);
+    EXPECT_EQ(tavo.thread_ctx_fini(), 0u);
+}
+
+TEST(DispatchTable, KernelsStandWhereHostsLookForThem) {
+    EXPECT_EQ(tavo_dispatch_table_size(), 8192u);
+    EXPECT_EQ(sizeof dispatch_table, 8192u * 8);
+    const auto name = [](unsigned i) { return std::string(dispatch_func_names.name[i]); };
+    EXPECT_EQ(slot_word(0), 0u);
+    EXPECT_EQ(name(0), "tavo_invalid_dispatch");
+    EXPECT_EQ(name(32), "tavo_eq_dict_1bit");
+    EXPECT_EQ(name(4128), "tavo_eq_dict_1bit_null");
+    EXPECT_EQ(name(11 * 128 + 32 + 9), "tavo_ge_le_dict_12bit");
+    EXPECT_EQ(name(20 * 128 + 32 + 5), "tavo_ne_dict_24bit");
+    EXPECT_EQ(name(4096 + 22 * 128 + 32 + 1), "tavo_lt_dict_64bit_null");
+    EXPECT_EQ(name(23 * 128 + 32), "tavo_invalid_dispatch"); // no width beyond 64
+    EXPECT_EQ(TAVO_DISPATCH_INDEX(TAVO_KERNEL_ROW(1, 21, TAVO_CLASS_DICT), TAVO_OP_GE_LE), 4096 + 21 * 128 + 32 + 9u);
+    // A kernel row is one byte: whatever a host keeps above it does not count.
+    EXPECT_EQ(TAVO_DISPATCH_INDEX(0x1a5, 31), 0xa5u * 32 + 31);
+}
+
+TEST(DispatchTable, EverySlotHoldsTheFunctionOfItsName) {
+    const auto functions = linked_functions();
+    ASSERT_TRUE(functions.contains("tavo_eq_dict_1bit")) << "this executable has no symbol table";
+    std::map<std::string, unsigned> slot_of;
+    for (unsigned i = 0; i < TAVO_DISPATCH_SLOTS; i++) {
+        const std::string name = dispatch_func_names.name[i];
+        if (slot_word(i) == 0) {
+            EXPECT_EQ(name, "tavo_invalid_dispatch") << "empty slot " << i;
+            continue;
+        }
+        const auto [other, fresh] = slot_of.emplace(name, i);
+        EXPECT_TRUE(fresh) << name << " stands in slots " << other->second << " and " << i;
+        const auto function = functions.find(name);
+        ASSERT_NE(function, functions.end()) << "slot " << i << ": no function is called " << name;
+        EXPECT_EQ(slot_word(i), function->second) << "slot " << i << ": not " << name;
+    }
+    EXPECT_GE(slot_of.size(), 460u);
+    EXPECT_FALSE(functions.contains("tavo_invalid_dispatch"));
+}
+
+TEST(DispatchIndex, WidthCodes) {
+    for (ub4 width = 1; width <= 20; width++)
+        EXPECT_EQ(tavo_convert_width(width), width - 1);
+    EXPECT_EQ(tavo_convert_width(24), 20u);
+    EXPECT_EQ(tavo_convert_width(32), 21u);
+    EXPECT_EQ(tavo_convert_width(64), 22u);
+    const sb4 elements[] = {-1, -4, 1, 2, 4};
+    for (ub4 form = 0; form < 4; form++)
+        for (ub4 i = 0; i < 5; i++)
+            EXPECT_EQ(tavo_xlate_convert_width(elements[i], form), form * 8 + i);
+    for (ub4 type = 1; type <= 3; type++)
+        EXPECT_EQ(tavo_xlate_convert_type(type), type - 1);
+}
+
+TEST(DispatchIndexDeathTest, OthersAreACallersBug) {
+    // The text names the source and the condition, as the C library words it.
+    const char *const text = "tavoc_avx512g:[0-9]+: .*Assertion `.+' failed";
+    for (ub4 width : {0u, 21u, 23u, 25u, 31u, 33u, 63u, 65u, 128u, 256u + 8, 1u << 31})
+        EXPECT_DEATH(tavo_convert_width(width), text) << width;
+    for (sb4 element : {0, -2, -3, 3, 5, 8})
+        EXPECT_DEATH(tavo_xlate_convert_width(element, 0), text) << element;
+    for (ub4 type : {0u, 4u})
+        EXPECT_DEATH(tavo_xlate_convert_type(type), text) << type;
+}
+
+} // namespace

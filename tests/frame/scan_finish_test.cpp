@@ -1,0 +1,119 @@
+// The end of a scan: selections, the count, the status, and run-length columns.
+#include "tests/frame/coded_column.h"
+
+namespace {
+
+using namespace tavo::test;
+
+std::vector<ub8> ramp(std::size_t rows) {
+    std::vector<ub8> codes(rows);
+    for (std::size_t r = 0; r < rows; r++)
+        codes[r] = r % 100;
+    return codes;
+}
+
+TEST(ScanFinish, SelectionsNarrowTheResult) {
+    for (ub4 rows : {1u, 63u, 64u, 65u, 700u}) {
+        coded_column column(ramp(rows));
+        auto by_source = column.rows_where([](std::size_t r) { return r % 3 != 1; });
+        auto by_call = column.rows_where([](std::size_t r) { return r % 5 != 2; });
+        // Noise above the row count in a selection does not reach the result.
+        by_source.back() |= rows % 64 ? ~0ull << rows % 64 : 0;
+        by_call.back() |= rows % 64 ? ~0ull << rows % 64 : 0;
+        for (bool source : {false, true})
+            for (bool call : {false, true}) {
+                column.src.sel = source ? by_source.data() : nullptr;
+                tavo_env env{};
+                env.sel_bits = call ? by_call.data() : nullptr;
+                env.result_flags = 0x80; // what stands there stays
+                const auto expected = column.rows_where([&](std::size_t r) {
+                    return column.codes[r] <= 50 && !(source && r % 3 == 1) && !(call && r % 5 == 2);
+                });
+                ub4 count = 0;
+                for (ub8 word : expected)
+                    count += static_cast<ub4>(__builtin_popcountll(word));
+                EXPECT_EQ(column.ge_le(0, 50, &env), count != 0 ? TAVO_DONE : TAVO_NONE_SELECTED);
+                EXPECT_EQ(column.bits, expected) << rows << " rows, selections " << source << call;
+                EXPECT_EQ(column.res.count, count);
+                EXPECT_EQ(env.result_flags, call ? 0x80 | TAVO_RESULT_SCAN_SELECTED : 0x80);
+            }
+    }
+}
+
+TEST(ScanFinish, NothingSelectedIsAStatusOfItsOwn) {
+    coded_column column(ramp(700));
+    column.res.count = 9;
+    EXPECT_EQ(column.eq(100, nullptr), TAVO_NONE_SELECTED);
+    EXPECT_EQ(column.res.count, 0u);
+    std::vector<ub8> none(11, 0);
+    tavo_env env{};
+    env.sel_bits = none.data();
+    EXPECT_EQ(column.eq(7, &env), TAVO_NONE_SELECTED);
+    EXPECT_EQ(column.bits, none);
+
+    coded_column empty(ramp(0));
+    EXPECT_EQ(empty.ge_le(0, 4095, nullptr), TAVO_NONE_SELECTED);
+    EXPECT_EQ(empty.res.count, 0u);
+}
+
+// What rle_expand was called with.
+struct {
+    int calls;
+    tavo_host *host;
+    tavo_vec *res, *src;
+    tavo_env env;
+    ub4 count_so_far;
+    ub4 answer;
+} expansion;
+
+ub4 record_expansion(tavo_host *host, tavo_vec *res, tavo_vec *src, tavo_env *env) {
+    expansion = {expansion.calls + 1, host, res, src, *env, res->count, expansion.answer};
+    return expansion.answer;
+}
+
+TEST(ScanFinish, RunLengthColumnsAreScannedByRunAndWidenedByTheHost) {
+    host_stub host;
+    coded_column column(ramp(130)); // 130 runs ...
+    std::vector<ub8> runs(3, ~0ull);
+    column.enc.flags |= TAVO_RLE;
+    column.enc.run_count = 130;
+    column.enc.run_bits = runs.data();
+    column.enc.rle_expand = record_expansion;
+    column.src.size = column.res.size = 100000; // ... of many more rows, which the scan itself leaves alone
+    const std::vector<ub8> untouched = column.bits;
+    auto selected_runs = column.rows_where([](std::size_t r) { return r != 8; });
+    tavo_env env{};
+    env.host = host.record();
+    env.sel_bits = selected_runs.data();
+    env.flags = TAVO_ENV_WIDE; // a flag that must not reach the expansion
+    env.resume_row = 5;
+    expansion = {};
+    expansion.answer = 77;
+    EXPECT_EQ(column.ge_le(7, 9, &env), 77u);
+    EXPECT_EQ(runs, column.rows_where([&](std::size_t r) { return column.codes[r] >= 7 && column.codes[r] <= 9 && r != 8; }));
+    EXPECT_EQ(column.bits, untouched);
+    EXPECT_EQ(env.result_flags, TAVO_RESULT_SCAN_SELECTED);
+    ASSERT_EQ(expansion.calls, 1);
+    EXPECT_EQ(expansion.host, host.record());
+    EXPECT_EQ(expansion.res, &column.res);
+    EXPECT_EQ(expansion.src, &column.src);
+    EXPECT_EQ(expansion.count_so_far, 5u); // runs, until the host has widened them
+
+    // A record of its own: the run bit vector and its population, all else zero.
+    tavo_env expected{};
+    expected.sel_bits = runs.data();
+    expected.sel_count = 5;
+    EXPECT_EQ(expansion.env.sel_bits, expected.sel_bits);
+    EXPECT_EQ(expansion.env.sel_count, expected.sel_count);
+    EXPECT_EQ(expansion.env.host, nullptr);
+    EXPECT_EQ(expansion.env.flags, 0u);
+    EXPECT_EQ(expansion.env.resume_row, 0u);
+    EXPECT_EQ(expansion.env.ones_vec, nullptr);
+
+    // Without any run the host is asked all the same: the rows are its to clear.
+    EXPECT_EQ(column.eq(100, &env), 77u);
+    EXPECT_EQ(expansion.calls, 2);
+    EXPECT_EQ(expansion.env.sel_count, 0u);
+}
+
+} // namespace
