@@ -120,7 +120,7 @@ TEST(Query, RangesOfOneColumnBecomeOneScan) {
     EXPECT_EQ(ask(file, {"x in (7, 5, 6)"}).steps.size(), 1u);
     const answer thin = ask(file, {"x in (5, 7)", "x < 6 or y = 1"});
     EXPECT_EQ(thin.by_kernels, thin.by_text);
-    EXPECT_NE(thin.steps.back().what.find("3 rows"), std::string::npos) << thin.steps.back().what;
+    EXPECT_NE(thin.steps.back().what.find("1 or 2 rows"), std::string::npos) << thin.steps.back().what;
     const answer sparse = ask(file, {"x = 5", "y = 0"});
     EXPECT_EQ(sparse.by_kernels, sparse.by_text);
     EXPECT_EQ(sparse.steps.back().rows_in, 1u);
