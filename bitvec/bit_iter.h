@@ -119,12 +119,11 @@ template <class Vector, bool Clear>
 // Bits of the vector that lie behind the current word; negative when the vector is exhausted.
 [[gnu::always_inline]] inline sb8 bits_ahead(const tavo_bit_iter &s) { return static_cast<sb8>(s.nbits - s.base - 64); }
 
-// Delivers the lowest bits of the current word, as many as there is room for, one after another.
-[[gnu::always_inline]] inline ub4 *deliver_singly(tavo_bit_iter &s, ub4 *out, const ub4 *out_end) {
-    while (s.word != 0 && out != out_end) {
-        *out++ = static_cast<ub4>(s.base + _tzcnt_u64(s.word));
-        s.word = _blsr_u64(s.word);
-    }
+// Delivers the lowest bits of a word, as many as there is room for, one after another; takes them out of the word.
+[[gnu::always_inline]] inline ub4 *deliver_singly(ub8 &word, ub8 base, ub4 *out, const ub4 *out_end) {
+    const auto bits = static_cast<ub8>(_mm_popcnt_u64(word)), room = static_cast<ub8>(out_end - out);
+    for (ub4 *const stop = out + (bits < room ? bits : room); out != stop; word = _blsr_u64(word))
+        *out++ = static_cast<ub4>(base + _tzcnt_u64(word));
     return out;
 }
 
@@ -133,26 +132,25 @@ template <class Vector, bool Clear>
 template <class Vector>
 [[gnu::always_inline]] inline ub4 *deliver_sparse(tavo_bit_iter &s, ub4 *out, const ub4 *out_end) {
     for (;;) {
-        out = deliver_singly(s, out, out_end);
+        out = deliver_singly(s.word, s.base, out, out_end);
         if (out == out_end)
             return out;
         // Eight words at once, as long as all eight are whole.
-        while (bits_ahead(s) >= 512) {
+        for (; bits_ahead(s) >= 512; s.next += 8, s.base += 512) {
             const __m512i words_u64x8 = _mm512_loadu_si512(s.next);
-            const ub8 base = s.base;
-            const ub8 *words = s.next;
             for (unsigned filled_m8 = _mm512_test_epi64_mask(words_u64x8, words_u64x8); filled_m8 != 0;
                  filled_m8 = _blsr_u32(filled_m8)) {
-                const unsigned k = _tzcnt_u32(filled_m8);
-                s.next = words + k + 1;
-                s.base = base + 64 * (k + 1);
-                s.word = whole_word(words + k);
-                out = deliver_singly(s, out, out_end);
-                if (out == out_end)
+                const ub8 k = _tzcnt_u32(filled_m8);
+                ub8 word = whole_word(s.next + k);
+                const ub8 base = s.base + 64 * k + 64;
+                out = deliver_singly(word, base, out, out_end);
+                if (out == out_end) {
+                    s.next += k + 1;
+                    s.base = base;
+                    s.word = word;
                     return out;
+                }
             }
-            s.next = words + 8;
-            s.base = base + 512;
         }
         if (!enter_next_word<Vector, false>(s))
             return out;
@@ -200,26 +198,40 @@ template <class Vector>
 constexpr ub8 first_chunk = 8192, largest_chunk = 131072;
 constexpr double sparse_share = 0.06; // up to this share of set bits, delivering them singly is cheaper
 
+// The chunks behind the first, in which `found` positions took `bits_advanced` bits: each goes by what the one before
+// it found. Kept apart so that a small batch does not pay for entering it.
 template <class Vector>
-[[gnu::always_inline]] inline ub8 ones(tavo_bit_iter *it, ub4 *out, ub8 capacity) {
+[[gnu::noinline]] ub8 further_chunks(tavo_bit_iter *it, ub4 *out, ub8 capacity, ub8 bits_advanced, ub8 found) {
     tavo_bit_iter s = *it;
     ub8 total = 0;
-    ub8 bits_advanced = 0, found = 0; // of the chunk before: the guess for the next one
-    for (ub8 chunk = first_chunk;; chunk = chunk < largest_chunk ? 2 * chunk : chunk) {
+    for (ub8 chunk = 2 * first_chunk; total != capacity; chunk = chunk < largest_chunk ? 2 * chunk : chunk) {
         const ub8 limit = chunk < capacity - total ? chunk : capacity - total;
         const ub8 base_before = s.base;
-        const bool sparse = bits_advanced >= static_cast<ub8>(static_cast<double>(found) / sparse_share);
         ub4 *const from = out + total;
-        ub4 *const to =
-            sparse ? deliver_sparse<Vector>(s, from, from + limit) : deliver_dense<Vector>(s, from, from + limit);
+        ub4 *const to = bits_advanced >= static_cast<ub8>(static_cast<double>(found) / sparse_share)
+                            ? deliver_sparse<Vector>(s, from, from + limit)
+                            : deliver_dense<Vector>(s, from, from + limit);
         found = static_cast<ub8>(to - from);
         bits_advanced = s.base - base_before;
         total += found;
-        if (found < limit || total == capacity)
+        if (found < limit)
             break;
     }
     *it = s;
     return total;
+}
+
+// Up to `capacity` positions. The first chunk, for which there is no guess, goes bit by bit.
+template <class Vector>
+[[gnu::always_inline]] inline ub8 ones(tavo_bit_iter *it, ub4 *out, ub8 capacity) {
+    tavo_bit_iter s = *it;
+    const ub8 base_before = s.base;
+    const ub8 limit = capacity < first_chunk ? capacity : first_chunk;
+    const auto found = static_cast<ub8>(deliver_sparse<Vector>(s, out, out + limit) - out);
+    *it = s;
+    if (found < limit || found == capacity)
+        return found;
+    return found + further_chunks<Vector>(it, out + found, capacity - found, s.base - base_before, found);
 }
 
 } // namespace tavo::bit_iter

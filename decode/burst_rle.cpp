@@ -60,11 +60,11 @@ template <class Entry>
 [[gnu::always_inline]] inline __m512i running_sums_u32x16(__m512i v) noexcept {
     v = _mm512_add_epi32(v, _mm512_bslli_epi128(v, 4));
     v = _mm512_add_epi32(v, _mm512_bslli_epi128(v, 8));
-    // Now across the quarters: the top lane of the quarter below, then of the half below.
+    // Now across the quarters: the sum of the quarter below, then that of the two before it.
     __m512i tops = _mm512_shuffle_epi32(v, _MM_PERM_DDDD);
     v = _mm512_add_epi32(v, _mm512_maskz_shuffle_i32x4(0xfff0, tops, tops, _MM_SHUFFLE(2, 1, 0, 0)));
     tops = _mm512_shuffle_epi32(v, _MM_PERM_DDDD);
-    return _mm512_add_epi32(v, _mm512_maskz_shuffle_i32x4(0xff00, tops, tops, _MM_SHUFFLE(1, 1, 0, 0)));
+    return _mm512_add_epi32(v, _mm512_maskz_shuffle_i32x4(0xff00, tops, tops, _MM_SHUFFLE(1, 0, 0, 0)));
 }
 
 // The rows at which the runs of a 64-run block start and end, counted from the block's first row. They are 32 bits

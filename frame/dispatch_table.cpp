@@ -1,6 +1,7 @@
 #include "frame/dispatch_table.h"
 
 #include "decode/burst_rle_kernels.h"
+#include "decode/decode_kernels.h"
 #include "frame/tavoc_avx512g.h"
 #include "scan/dict_scan_kernels.h"
 
@@ -11,6 +12,7 @@ consteval dispatch_tables build_dispatch_tables() {
     dispatch_tables t;
     put_dict_scans(t);
     put_burst_rle(t);
+    put_decodes(t);
     return t;
 }
 

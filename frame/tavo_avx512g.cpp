@@ -4,13 +4,14 @@
 #include <cpuid.h>
 
 #include "bitvec/bitvec.h"
+#include "decode/prefix_decode.h"
 #include "decode/spak.h"
 #include "frame/dispatch_table.h"
 #include "frame/processor.h"
 #include "frame/tavo_status.h"
 
 extern "C" {
-static ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
+ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
     for (int i = 0; i < 3; i++)
         cpuinfo[i] = info[i];
     tavo::record_processor_features(+[](ub4 leaf, ub4 subleaf) {
@@ -21,11 +22,11 @@ static ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
     return TAVO_DONE;
 }
 
-static void tavo_set_trace_level_dydi(ub4) noexcept {}
+void tavo_set_trace_level_dydi(ub4) noexcept {}
 
 // No per-thread state exists in this build; a host may call these for each of its threads.
-static ub4 tavo_thread_ctx_init_dydi(void) noexcept { return TAVO_DONE; }
-static ub4 tavo_thread_ctx_fini_dydi(void) noexcept { return TAVO_DONE; }
+ub4 tavo_thread_ctx_init_dydi(void) noexcept { return TAVO_DONE; }
+ub4 tavo_thread_ctx_fini_dydi(void) noexcept { return TAVO_DONE; }
 }
 
 static consteval tavo_specialized_ctx describe_library() {
@@ -78,6 +79,7 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(lbiwvones);
     OPERATION(lbiwvrun);
     OPERATION(lbiwvruns);
+    OPERATION(prefix_decode);
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);

@@ -1,0 +1,3 @@
+#include "decode/decode_unpack.h"
+
+TAVO_EACH_DECODE_WIDTH_TO_32(TAVO_UNPACK_MEMBER)

@@ -1,0 +1,135 @@
+#include "decode/prefix_decode.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "decode/prefix_masks.h"
+#include "frame/tavoc_avx512g.h"
+
+namespace tavo {
+namespace {
+
+constexpr ub4 block_symbols = 16;
+constexpr unsigned prefetch_bytes = 2048;
+
+// Four records a store.
+void write_refs(ub1 *refs, const ub1 *symbols, ub8 length, ub8 count) noexcept {
+    const auto first = static_cast<long long>(reinterpret_cast<ub8>(symbols));
+    const auto w = static_cast<long long>(length);
+    __m512i records = _mm512_setr_epi64(first, w, first + w, w, first + 2 * w, w, first + 3 * w, w);
+    const __m512i step = _mm512_setr_epi64(4 * w, 0, 4 * w, 0, 4 * w, 0, 4 * w, 0);
+    for (; count >= 4; count -= 4, refs += 64) {
+        __builtin_prefetch(refs + prefetch_bytes, 1);
+        _mm512_storeu_si512(refs, records);
+        records = _mm512_add_epi64(records, step);
+    }
+    _mm512_mask_storeu_epi64(refs, static_cast<__mmask8>((1u << 2 * count) - 1), records);
+}
+
+// A block in the stream.
+template <unsigned Length>
+struct prefix_block {
+    const ub1 *head;
+
+    [[gnu::always_inline]] unsigned prefix_length() const noexcept { return *head; }
+    [[gnu::always_inline]] const ub1 *prefix() const noexcept { return head + 1; }
+    [[gnu::always_inline]] const ub1 *suffixes() const noexcept { return head + 1 + prefix_length(); }
+    [[gnu::always_inline]] prefix_block next() const noexcept {
+        return {suffixes() + block_symbols * (Length - prefix_length())};
+    }
+};
+
+template <unsigned Length>
+constexpr unsigned register_symbols = prefix_register_symbols(Length);
+// What the last store of a whole block writes behind the block.
+template <unsigned Length>
+constexpr unsigned store_surplus = 16 - register_symbols<Length> * Length;
+
+// A whole block. Every store writes 16 bytes; the next one overwrites the surplus.
+template <unsigned Length>
+[[gnu::always_inline]] inline void expand_whole(ub1 *out, prefix_block<Length> block) noexcept {
+    const unsigned k = block.prefix_length();
+    const unsigned step = register_symbols<Length> * (Length - k); // suffix bytes of one register
+    const auto mask_row = [k](const prefix_mask_rows &masks) {
+        return _mm_load_si128(reinterpret_cast<const __m128i *>(masks.row[Length - 1][k]));
+    };
+    const __m128i prefix =
+        _mm_shuffle_epi8(_mm_maskz_loadu_epi8(static_cast<__mmask16>(_bzhi_u32(~0u, k)), block.prefix()),
+                         mask_row(tavo_prefix_decode_prefix_masks));
+    const __m128i suffix_mask = mask_row(tavo_prefix_decode_suffix_masks);
+    const auto suffix_bytes = static_cast<__mmask16>(_bzhi_u32(~0u, step));
+    const ub1 *suffixes = block.suffixes();
+#pragma GCC unroll 8
+    for (unsigned r = 0; r < block_symbols / register_symbols<Length>; r++) {
+        const __m128i suffix = _mm_shuffle_epi8(_mm_maskz_loadu_epi8(suffix_bytes, suffixes + r * step), suffix_mask);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out + r * register_symbols<Length> * Length),
+                         _mm_or_si128(prefix, suffix));
+    }
+}
+
+// The first `count` symbols of a block, byte-exact.
+template <unsigned Length>
+void expand_exact(ub1 *out, prefix_block<Length> block, ub8 count) noexcept {
+    const unsigned k = block.prefix_length();
+    const ub1 *suffix = block.suffixes();
+    for (; count != 0; count--, out += Length, suffix += Length - k) {
+        std::memcpy(out, block.prefix(), k);
+        std::memcpy(out + k, suffix, Length - k);
+    }
+}
+
+// Whole blocks as long as their stores stay within the output; the last one, and what else remains, byte-exact.
+template <unsigned Length>
+void expand_dictionary(ub1 *out, const ub1 *stream, ub8 blocks, ub8 symbols) noexcept {
+    constexpr ub8 block_bytes = block_symbols * Length;
+    prefix_block<Length> block{stream};
+    for (; blocks > 1 && symbols * Length >= block_bytes + store_surplus<Length>; blocks--) {
+        __builtin_prefetch(block.head + prefetch_bytes);
+        __builtin_prefetch(out + prefetch_bytes, 1);
+        expand_whole(out, block);
+        symbols -= block_symbols;
+        out += block_bytes;
+        block = block.next();
+    }
+    for (; blocks != 0 && symbols != 0; blocks--) {
+        const ub8 count = std::min<ub8>(symbols, block_symbols);
+        expand_exact(out, block, count);
+        symbols -= count;
+        out += block_bytes;
+        if (blocks > 1)
+            block = block.next();
+    }
+}
+
+} // namespace
+} // namespace tavo
+
+ub4 tavo_prefix_decode_dydi(tavo_vec *dst, tavo_vec *src, tavo_env *env) noexcept {
+    using namespace tavo;
+    const tavo_enc_ctx *enc = TAVO_VEC_ENC_CTX(src);
+    const int length = enc->prefix_len;
+    if (enc->prefix_block != block_symbols || length < 1 || length > static_cast<int>(longest_prefix_symbol))
+        return TAVO_BAD_INPUT;
+    auto *out = static_cast<ub1 *>(dst->data);
+    const ub1 *stream = column_data(src, env, TAVO_KERNEL_TEXTS(tavo_prefix_decode_dydi));
+    if (env != nullptr && env->symbol_refs != nullptr)
+        write_refs(static_cast<ub1 *>(env->symbol_refs), out, static_cast<ub8>(length), enc->prefix_count);
+    for (unsigned line = 0; line < prefetch_bytes; line += 64) {
+        __builtin_prefetch(stream + line);
+        __builtin_prefetch(out + line, 1);
+    }
+    const auto expand = [&]<unsigned Length>() { expand_dictionary<Length>(out, stream, TAVO_VEC_SIZE(src), enc->prefix_count); };
+    switch (length) {
+    case 1: expand.template operator()<1>(); break;
+    case 2: expand.template operator()<2>(); break;
+    case 3: expand.template operator()<3>(); break;
+    case 4: expand.template operator()<4>(); break;
+    case 5: expand.template operator()<5>(); break;
+    case 6: expand.template operator()<6>(); break;
+    case 7: expand.template operator()<7>(); break;
+    default: expand.template operator()<8>(); break;
+    }
+    return TAVO_DONE;
+}
