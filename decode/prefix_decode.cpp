@@ -28,18 +28,19 @@ void write_refs(ub1 *refs, const ub1 *symbols, ub8 length, ub8 count) noexcept {
     _mm512_mask_storeu_epi64(refs, static_cast<__mmask8>((1u << 2 * count) - 1), records);
 }
 
-// A block in the stream.
+// A block in the stream. Its head is read once, since stores to the output could alias it, and the end is found by the
+// shortest way from there: block after block hangs on it.
 template <unsigned Length>
 struct prefix_block {
-    const ub1 *head;
+    [[gnu::always_inline]] explicit prefix_block(const ub1 *head) noexcept
+        : prefix(head + 1), prefix_length(*head), suffix_length(Length - prefix_length),
+          suffixes(prefix + prefix_length), end(suffixes + block_symbols * Length - (prefix_length << 4)) {}
 
-    [[gnu::always_inline]] unsigned prefix_length() const noexcept { return *head; }
-    [[gnu::always_inline]] const ub1 *prefix() const noexcept { return head + 1; }
-    [[gnu::always_inline]] const ub1 *suffixes() const noexcept { return head + 1 + prefix_length(); }
-    [[gnu::always_inline]] prefix_block next() const noexcept {
-        return {suffixes() + block_symbols * (Length - prefix_length())};
-    }
+    const ub1 *prefix;
+    ub8 prefix_length, suffix_length;
+    const ub1 *suffixes, *end;
 };
+static_assert(block_symbols == 1 << 4);
 
 // A 512-bit register expands four pieces of 16 bytes at once, each with whole symbols and then unused bytes.
 template <unsigned Length>
@@ -73,18 +74,18 @@ template <unsigned Length>
 
 template <unsigned Length>
 [[gnu::always_inline]] inline void expand_whole(ub1 *out, prefix_block<Length> block) noexcept {
-    const unsigned k = block.prefix_length();
-    const unsigned step = piece_symbols<Length> * (Length - k); // suffix bytes of a piece, an even number
+    const ub8 k = block.prefix_length;
+    const ub8 step = piece_symbols<Length> * block.suffix_length; // suffix bytes of a piece, an even number
     const auto mask_row = [k](const prefix_mask_rows &masks) {
         return _mm512_broadcast_i32x4(_mm_load_si128(reinterpret_cast<const __m128i *>(masks.row[Length - 1][k])));
     };
-    const __m512i prefix = _mm512_shuffle_epi8(
-        _mm512_broadcast_i32x4(_mm_maskz_loadu_epi8(static_cast<__mmask16>(_bzhi_u32(~0u, k)), block.prefix())),
-        mask_row(tavo_prefix_decode_prefix_masks));
+    const auto prefix_bytes = static_cast<__mmask16>(_bzhi_u32(~0u, static_cast<ub4>(k)));
+    const __m512i prefix = _mm512_shuffle_epi8(_mm512_broadcast_i32x4(_mm_maskz_loadu_epi8(prefix_bytes, block.prefix)),
+                                               mask_row(tavo_prefix_decode_prefix_masks));
     const __m512i suffix_mask = mask_row(tavo_prefix_decode_suffix_masks);
     const __m512i words = _mm512_load_si512(piece_words.row[step / 2]);
-    const __mmask64 loaded = _bzhi_u64(~0ull, 4 * step);
-    const ub1 *suffixes = block.suffixes();
+    const __mmask64 loaded = _bzhi_u64(~0ull, static_cast<ub4>(4 * step));
+    const ub1 *suffixes = block.suffixes;
 #pragma GCC unroll 2
     for (unsigned first = 0; first < block_symbols; first += 4 * piece_symbols<Length>) {
         const __m512i suffix = _mm512_permutexvar_epi16(words, _mm512_maskz_loadu_epi8(loaded, suffixes));
@@ -97,11 +98,10 @@ template <unsigned Length>
 // The first `count` symbols of a block, byte-exact.
 template <unsigned Length>
 void expand_exact(ub1 *out, prefix_block<Length> block, ub8 count) noexcept {
-    const unsigned k = block.prefix_length();
-    const ub1 *suffix = block.suffixes();
-    for (; count != 0; count--, out += Length, suffix += Length - k) {
-        std::memcpy(out, block.prefix(), k);
-        std::memcpy(out + k, suffix, Length - k);
+    const ub1 *suffix = block.suffixes;
+    for (; count != 0; count--, out += Length, suffix += block.suffix_length) {
+        std::memcpy(out, block.prefix, block.prefix_length);
+        std::memcpy(out + block.prefix_length, suffix, block.suffix_length);
     }
 }
 
@@ -109,22 +109,22 @@ void expand_exact(ub1 *out, prefix_block<Length> block, ub8 count) noexcept {
 template <unsigned Length>
 void expand_dictionary(ub1 *out, const ub1 *stream, ub8 blocks, ub8 symbols) noexcept {
     constexpr ub8 block_bytes = block_symbols * Length;
-    prefix_block<Length> block{stream};
     for (; blocks > 1 && symbols * Length >= block_bytes + store_surplus<Length>; blocks--) {
-        __builtin_prefetch(block.head + prefetch_bytes);
+        __builtin_prefetch(stream + prefetch_bytes);
         __builtin_prefetch(out + prefetch_bytes, 1);
+        const prefix_block<Length> block(stream);
         expand_whole(out, block);
+        stream = block.end;
         symbols -= block_symbols;
         out += block_bytes;
-        block = block.next();
     }
     for (; blocks != 0 && symbols != 0; blocks--) {
+        const prefix_block<Length> block(stream);
         const ub8 count = std::min<ub8>(symbols, block_symbols);
         expand_exact(out, block, count);
+        stream = block.end;
         symbols -= count;
         out += block_bytes;
-        if (blocks > 1)
-            block = block.next();
     }
 }
 
