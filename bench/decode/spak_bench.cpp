@@ -15,12 +15,14 @@
 #include <sstream>
 #include <string>
 
+#include "bench/kit/plain.h"
 #include "tests/kit/codes.h"
 #include "tests/kit/host_stub.h"
 #include "tests/kit/spak_stream.h"
 
 namespace {
 
+using namespace tavo::bench;
 using namespace tavo::test;
 
 struct column {
@@ -98,16 +100,13 @@ void decode_spak(benchmark::State &state, const stream &s) {
     ctx.temp_release = [](void *, void *, ub8) {};
     std::vector<ub1> out(s.plain.size() + 8);
     ub4 length = 0;
-    for (auto _ : state) {
+    report_best(state, s.plain.size(), s.codes, [&] {
         if (tavo_global_specialized_ctx.spak_decode(&ctx, s.bytes.data(), out.data(), &length,
                                                     static_cast<ub4>(s.plain.size())) != 0)
-            state.SkipWithError("stream refused");
-        benchmark::ClobberMemory();
-    }
+            std::abort();
+    });
     if (std::memcmp(out.data(), s.plain.data(), s.plain.size()) != 0)
         state.SkipWithError("wrong bytes");
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * s.plain.size()));
-    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * s.codes));
     state.counters["ratio"] = static_cast<double>(s.plain.size()) / static_cast<double>(s.bytes.size());
 }
 
@@ -116,23 +115,20 @@ void decode_lz4(benchmark::State &state, const std::vector<ub1> &plain) {
     const int size = LZ4_compress_default(reinterpret_cast<const char *>(plain.data()), packed.data(),
                                           static_cast<int>(plain.size()), static_cast<int>(packed.size()));
     std::vector<char> out(plain.size());
-    for (auto _ : state) {
+    report_best(state, plain.size(), 0, [&] {
         if (LZ4_decompress_safe(packed.data(), out.data(), size, static_cast<int>(out.size())) !=
             static_cast<int>(out.size()))
-            state.SkipWithError("wrong length");
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * plain.size()));
+            std::abort();
+    });
     state.counters["ratio"] = static_cast<double>(plain.size()) / size;
 }
 
 void copy(benchmark::State &state, const std::vector<ub1> &plain) {
     std::vector<ub1> out(plain.size());
-    for (auto _ : state) {
+    report_best(state, plain.size(), 0, [&] {
         std::memcpy(out.data(), plain.data(), plain.size());
         benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * plain.size()));
+    });
 }
 
 stream random_stream(unsigned width) {

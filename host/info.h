@@ -1,0 +1,12 @@
+// What `tavo info` prints: what a library holds, and whether this processor can run it.
+#pragma once
+
+#include <string>
+
+#include "host/loader.h"
+
+namespace host {
+
+std::string describe(const library &, const processor &);
+
+} // namespace host

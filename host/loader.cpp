@@ -1,0 +1,71 @@
+#include "host/loader.h"
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fmt/format.h>
+
+#include "host/error.h"
+
+namespace host {
+
+namespace {
+constexpr const char *library_file = "libtavo_avx512g.so";
+}
+
+std::string library_path(const std::string &asked) {
+    if (!asked.empty())
+        return asked;
+    if (const char *variable = std::getenv("TAVO_LIB"); variable != nullptr && *variable != '\0')
+        return variable;
+    std::error_code unreadable;
+    const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe", unreadable).parent_path();
+    if (!unreadable)
+        for (const char *folder : {".", "..", TAVO_LIBDIR_FROM_BINDIR}) {
+            const std::filesystem::path candidate = (own / folder / library_file).lexically_normal();
+            if (std::filesystem::exists(candidate, unreadable))
+                return candidate;
+        }
+    return library_file;
+}
+
+library::library(const std::string &path) : path_(path) {
+    // All symbols now: a process without hostraiseierr is told here and not in the middle of a query. A plain file name
+    // in the current folder is meant as that file.
+    std::error_code unreadable;
+    std::string name = path;
+    if (name.find('/') == std::string::npos && std::filesystem::exists(name, unreadable))
+        name = "./" + name;
+    handle_ = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle_ == nullptr) {
+        const char *why = dlerror();
+        throw error(fmt::format("cannot load the library {}: {}", path, why == nullptr ? "unknown reason" : why));
+    }
+    ctx_ = static_cast<const tavo_specialized_ctx *>(dlsym(handle_, "tavo_global_specialized_ctx"));
+    if (ctx_ == nullptr || ctx_->magic != TAVO_MAGIC) {
+        dlclose(handle_);
+        throw error(fmt::format("{} is not a kernel library: {}", path,
+                                ctx_ == nullptr ? "it has no tavo_global_specialized_ctx"
+                                                : "its descriptor does not begin with the magic word"));
+    }
+}
+
+library::~library() { dlclose(handle_); }
+
+void library::check_and_start(const processor &p) {
+    if (const std::string missing = missing_features(p); !missing.empty())
+        throw error(fmt::format("this processor cannot run {}: missing {}", path_, missing));
+    const std::string_view version = ctx_->version, build = ctx_->build_name;
+    if (version != "MRV_23.0" || ctx_->version_number != 3 || build != "smrvavx512g")
+        throw error(fmt::format("{} is version {} ({}) of build {}; this host needs MRV_23.0 (3) of smrvavx512g", path_,
+                                version, ctx_->version_number, build));
+    constexpr ub8 sizes[10] = {8, 8, 8, 8, 8, 8, 8, 16, 0, 64};
+    for (unsigned i = 0; i < 10; i++)
+        if (ctx_->sizes[i] != sizes[i])
+            throw error(fmt::format("{}: size word {} of the descriptor is {}, not {}", path_, 4 + i, ctx_->sizes[i],
+                                    sizes[i]));
+    const ub4 host_words[3] = {0, 0, 0}; // copied by the library and read by nobody
+    ctx_->init_sharedlib(0, host_words);
+}
+
+} // namespace host

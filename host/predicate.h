@@ -1,0 +1,50 @@
+// Predicates as text, and as a tree.
+//
+//   delay > 60                          = <> != < <= > >=
+//   distance between 500 and 1000       both ends included
+//   500 < distance < 1000               open or half-open ends: < and <= (or > and >=) on either side
+//   origin in (SFO, LAX)                not in
+//   state is null                       is not null
+//   not (delay < 0 or delay > 60) and origin = SFO
+//
+// `not` binds more tightly than `and`, `and` more tightly than `or`. A value is a word without spaces, or any text
+// 'in quotes' with quotes doubled. A column whose name is no plain word stands "in double quotes". Keywords may be
+// written in any case. Nulls are SQL's: a comparison with a null is neither true nor false, and so is its negation.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace host {
+
+struct literal {
+    std::string text;
+    std::size_t at = 0; // where it stands in the source
+};
+
+enum class predicate_kind { compare, range, in, is_null, not_, and_, or_ };
+enum class comparison { eq, ne, lt, le, gt, ge };
+
+struct predicate {
+    predicate_kind kind = predicate_kind::compare;
+    std::string column;         // of compare, range, in, is_null
+    std::size_t column_at = 0;
+    comparison op = comparison::eq;          // of compare
+    bool low_open = false, high_open = false; // of range: the end itself is left out
+    std::vector<literal> values;              // compare: one; range: low and high; in: one or more
+    std::vector<predicate> operands;         // of not_ (one), and_, or_ (two or more)
+    std::string text;                        // as it was written
+    std::shared_ptr<const std::string> source; // of a leaf: the whole text, in which the places are
+};
+
+// An error in a predicate's text: the message shows the text and marks the place.
+[[noreturn]] void fail_at(std::string_view text, std::size_t at, const std::string &what);
+
+predicate parse_predicate(std::string_view text);
+
+// The columns that it names, each once.
+std::vector<std::string> columns_of(const predicate &);
+
+} // namespace host

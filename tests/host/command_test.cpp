@@ -1,0 +1,149 @@
+// The command `tavo` from outside: what it prints, what it says when something is wrong, and its exit status.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+class Command : public ::testing::Test {
+protected:
+    struct outcome {
+        int status;
+        std::string out, err;
+    };
+
+    void SetUp() override {
+        char name[] = "/tmp/tavo_command_XXXXXX";
+        ASSERT_NE(mkdtemp(name), nullptr);
+        folder_ = name;
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    std::string file(const std::string &name, const std::string &content) const {
+        std::ofstream(folder_ + "/" + name, std::ios::binary) << content;
+        return folder_ + "/" + name;
+    }
+    static std::string content(const std::string &path) {
+        std::ostringstream text;
+        text << std::ifstream(path, std::ios::binary).rdbuf();
+        return text.str();
+    }
+    outcome run(const std::string &arguments, const std::string &environment = "TAVO_LIB=" TAVO_LIBRARY_PATH) const {
+        const std::string out = folder_ + "/out", err = folder_ + "/err";
+        const std::string command =
+            "env " + environment + " '" TAVO_COMMAND "' " + arguments + " >'" + out + "' 2>'" + err + "' </dev/null";
+        const int status = std::system(command.c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, content(out), content(err)};
+    }
+    // Status 2, nothing on standard output, and the message.
+    void expect_refused(const std::string &arguments, const std::string &message,
+                        const std::string &environment = "TAVO_LIB=" TAVO_LIBRARY_PATH) const {
+        const outcome o = run(arguments, environment);
+        EXPECT_EQ(o.status, 2) << arguments << "\n" << o.err;
+        EXPECT_EQ(o.out, "") << arguments;
+        EXPECT_NE(o.err.find(message), std::string::npos) << arguments << "\n" << o.err;
+    }
+
+    std::string folder_;
+    const std::string flights_ = TAVO_DATA "/flights-100k.csv", airports_ = TAVO_DATA "/airports.csv";
+};
+
+TEST_F(Command, Flights) {
+    const std::string query = "query " + flights_ +
+                              " --where 'distance between 500 and 1000' --where 'origin in (SFO, LAX)' --where 'delay > 60'";
+    outcome o = run(query + " --count");
+    EXPECT_EQ(o.status, 0);
+    // awk -F, 'NR>1 && $3>=500 && $3<=1000 && ($4=="SFO" || $4=="LAX") && $2>60' flights-100k.csv | wc -l
+    EXPECT_EQ(o.out, "50\n");
+    EXPECT_EQ(o.err, "");
+
+    o = run(query + " --explain --check --columns origin,delay --limit 2");
+    EXPECT_EQ(o.status, 0);
+    EXPECT_TRUE(o.out.starts_with("origin,delay\n")) << o.out;
+    for (const char *part : {"tavo_ge_le_dict_11bit", "tavo_lbiwvor_dydi", "tavo_gt_dict_9bit", "Mrows/s",
+                             "check: 50 of 100000 rows, recomputed from the text: agrees\n"})
+        EXPECT_NE(o.out.find(part), std::string::npos) << part << "\n" << o.out;
+    EXPECT_EQ(o.err, "tavo: the first 2 of 50 rows\n");
+
+    o = run("query " + flights_ + " --where 'delay > 600' --where 'distance < 400'");
+    EXPECT_EQ(o.out, "date,delay,distance,origin,destination\n2001-06-01 01:01,1024,226,LAS,SNA\n");
+}
+
+TEST_F(Command, NullsAndQuotes) {
+    outcome o = run("query " + airports_ + " --null NA --where 'state is null and country <> USA' --columns iata --check");
+    EXPECT_EQ(o.status, 0);
+    EXPECT_TRUE(o.out.starts_with("iata\nROP\nROR\nSPN\nYAP\ncheck: 4 of 3376")) << o.out;
+    o = run("query " + airports_ + " --where \"name = 'W. H. \\\"Bud\\\" Barron'\"");
+    EXPECT_EQ(o.out, "iata,name,city,state,country,latitude,longitude\n"
+                     "DBN,\"W. H. \"\"Bud\"\" Barron\",Dublin,GA,USA,32.56445806,-82.98525556\n");
+    const std::string csv = file("q.csv", "\xef\xbb\xbf" "a,\"b c\"\r\n\"x\r\ny\",1\r\n\"\",2\r\nz,3");
+    EXPECT_EQ(run("query " + csv).out, "a,b c\n\"x\r\ny\",1\n,2\nz,3\n");
+    EXPECT_EQ(run("query " + csv + " --where 'a is null'").out, "a,b c\n,2\n");
+    EXPECT_EQ(run("query " + csv + " --where '\"b c\" >= 3' --columns '\"b c\",a'").out, "b c,a\n3,z\n");
+}
+
+TEST_F(Command, ValuesPrintAsTheyStood) {
+    const std::string csv = file("v.csv", "v\n1\n1.0\n007\n-0\n2\n");
+    EXPECT_EQ(run("query " + csv + " --where 'v = 1'").out, "v\n1\n1.0\n");
+    EXPECT_EQ(run("query " + csv + " --where 'v in (7, 0)' --check").out,
+              "v\n007\n-0\ncheck: 2 of 5 rows, recomputed from the text: agrees\n");
+}
+
+TEST_F(Command, BadFiles) {
+    expect_refused("query " + folder_ + "/absent.csv", "absent.csv: No such file");
+    expect_refused("query " + folder_, "it is a folder");
+    expect_refused("query " + file("empty.csv", ""), "empty");
+    expect_refused("query " + file("bare.csv", "a,b\n"), "no rows");
+    expect_refused("query " + file("twice.csv", "a,a\n1,2\n"), "two columns are named 'a'");
+    expect_refused("query " + file("short.csv", "a,b\n1,2\n3\n") + " --count", "line 3: 1 field where the header has 2");
+    expect_refused("query " + file("open.csv", "a,b\n1,2\n3,\"x\n") + " --where 'a = 1'", "line 3: a quote is opened");
+}
+
+TEST_F(Command, BadPredicates) {
+    expect_refused("query " + flights_ + " --where 'dely > 5'", "there is no column 'dely'; did you mean delay?");
+    expect_refused("query " + flights_ + " --columns date,destinatoin", "did you mean destination?");
+    expect_refused("query " + flights_ + " --where 'delay > '", "delay > \n          ^\n");
+    expect_refused("query " + flights_ + " --where 'delay > 5' --where 'delay > x1'",
+                   "'x1' cannot be compared with column delay, whose values are of type integer\n  delay > x1\n          ^");
+    expect_refused("query " + flights_ + " --where 'date > 2001-02-30'", "date-time");
+    expect_refused("query", "FILE");
+    expect_refused("query " + flights_ + " --wher x", "--wher");
+    expect_refused("query " + flights_ + " --limit many", "limit");
+    expect_refused("", "subcommand");
+}
+
+TEST_F(Command, BadLibraries) {
+    const std::string query = "query " + file("t.csv", "x\n1\n2\n") + " --where 'x = 2'";
+    const std::string folder = TAVO_FALSE_LIBRARIES "/false_";
+    expect_refused(query + " --lib " + folder_ + "/absent.so", "cannot load the library");
+    expect_refused(query + " --lib " + folder + "wrong_magic.so", "magic word");
+    expect_refused(query, "MRV_22.0", "TAVO_LIB=" + folder + "wrong_version.so");
+    expect_refused(query + " --lib " + folder + "no_kernels.so", "has no kernel tavo_eq_dict_1bit");
+    expect_refused(query + " --lib " + folder + "raising.so", "internal error in the library: false_scan: raised on purpose");
+    const outcome o = run(query + " --check --lib " + folder + "lying.so");
+    EXPECT_EQ(o.status, 1);
+    EXPECT_EQ(o.out, "");
+    EXPECT_NE(o.err.find("the check fails"), std::string::npos) << o.err;
+}
+
+TEST_F(Command, FindsTheLibraryByItself) {
+    const outcome o = run("info", "-u TAVO_LIB");
+    EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_NE(o.out.find("MRV_23.0"), std::string::npos);
+    EXPECT_NE(run(std::string("info ") + TAVO_FALSE_LIBRARIES "/false_no_kernels.so").out.find("kernels: 0 of 925"),
+              std::string::npos);
+}
+
+TEST_F(Command, FullDisk) {
+    const std::string command = "TAVO_LIB='" TAVO_LIBRARY_PATH "' '" TAVO_COMMAND "' query " + flights_ +
+                                " --count >/dev/full 2>'" + folder_ + "/err'";
+    const int status = std::system(command.c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 2);
+    EXPECT_NE(content(folder_ + "/err").find("cannot write the answer: No space left"), std::string::npos);
+}
+
+} // namespace

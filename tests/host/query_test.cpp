@@ -1,0 +1,224 @@
+// Queries through the kernels against the plain recomputation, and the recomputation against answers given by hand.
+#include "host/query.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <set>
+
+#include "host/error.h"
+#include "host/recompute.h"
+
+namespace {
+
+struct answer {
+    std::vector<ub4> by_kernels, by_text;
+    std::vector<host::query_step> steps;
+};
+
+answer ask(const host::csv_file &file, const std::vector<std::string> &where) {
+    static host::library library(TAVO_LIBRARY_PATH);
+    static const bool started = (library.check_and_start(host::this_processor()), true);
+    EXPECT_TRUE(started);
+    std::vector<host::predicate> predicates;
+    std::vector<std::size_t> columns;
+    for (const auto &text : where) {
+        predicates.push_back(host::parse_predicate(text));
+        for (const auto &name : host::columns_of(predicates.back()))
+            columns.push_back(file.column(name));
+    }
+    std::sort(columns.begin(), columns.end());
+    columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
+    const host::table table(file, columns, {});
+    host::session session(library);
+    host::query query(session, table.rows());
+    const host::selection selected = query.run(host::plan_codes(predicates, table));
+    std::map<std::string, host::value_type> types;
+    for (std::size_t number : columns)
+        types[file.columns()[number]] = table.encoded(number)->dict().type();
+    answer a{host::row_numbers(library.ctx(), selected, table.rows(), table.rows()),
+             host::recompute(file, predicates, types, {}), query.steps()};
+    EXPECT_EQ(a.by_kernels.size(), selected.count);
+    return a;
+}
+
+void expect_rows(const host::csv_file &file, const std::string &where, const std::vector<ub4> &rows) {
+    const answer a = ask(file, {where});
+    EXPECT_EQ(a.by_text, rows) << where;
+    EXPECT_EQ(a.by_kernels, rows) << where;
+}
+
+TEST(Query, AnswersByHand) {
+    //                                  0        1     2      3           4       5
+    const host::csv_file file("t.csv", "n,t,d,k\n"
+                                       "1,a,2001-01-01,1\n"
+                                       "1.0,b,2001-01-01 12:00,2\n"
+                                       ",a,2001-01-02,1\n"
+                                       "-2.5,,2001-01-03,2\n"
+                                       "007,A,,2\n"
+                                       "10,z,2001-01-01T00:00,1\n");
+    expect_rows(file, "n = 1", {0, 1});
+    expect_rows(file, "n = 1.000", {0, 1});
+    expect_rows(file, "n <> 1", {3, 4, 5});
+    expect_rows(file, "not n = 1", {3, 4, 5});
+    expect_rows(file, "n = 2", {});
+    expect_rows(file, "n <> 2", {0, 1, 3, 4, 5});
+    expect_rows(file, "n < 2", {0, 1, 3});
+    expect_rows(file, "not n < 2", {4, 5});
+    expect_rows(file, "n >= -999", {0, 1, 3, 4, 5});
+    expect_rows(file, "n > 10", {});
+    expect_rows(file, "n > 7", {5});
+    expect_rows(file, "1 < n < 10", {4});
+    expect_rows(file, "1 <= n < 10", {0, 1, 4});
+    expect_rows(file, "n not between 1 and 7", {3, 5});
+    expect_rows(file, "n between 7 and 1", {});
+    expect_rows(file, "n in (7, 10, 3)", {4, 5});
+    expect_rows(file, "n not in (7, 10, 3)", {0, 1, 3});
+    expect_rows(file, "n is null", {2});
+    expect_rows(file, "n is not null", {0, 1, 3, 4, 5});
+    expect_rows(file, "not (n is null or t = a)", {1, 4, 5});
+    expect_rows(file, "not (n < 2 and t = a)", {1, 4, 5});
+    expect_rows(file, "t = a or n is null", {0, 2});
+    expect_rows(file, "t < a", {4});
+    expect_rows(file, "t in (A, z)", {4, 5});
+    expect_rows(file, "t is null and k = 2", {3});
+    expect_rows(file, "d = 2001-01-01", {0, 5});
+    expect_rows(file, "d > 2001-01-01", {1, 2, 3});
+    expect_rows(file, "d between '2001-01-01 00:01' and 2001-01-02", {1, 2});
+    expect_rows(file, "k = 1", {0, 2, 5});
+    expect_rows(file, "k <> 1", {1, 3, 4});
+    expect_rows(file, "k > 0 and k < 3", {0, 1, 2, 3, 4, 5});
+    expect_rows(file, "k is null", {});
+    expect_rows(file, "k is not null", {0, 1, 2, 3, 4, 5});
+    expect_rows(file, "not (k = 1 or k = 2)", {});
+    EXPECT_EQ(ask(file, {}).by_kernels.size(), 6u);
+    EXPECT_EQ(ask(file, {"n > 0", "t = a"}).by_kernels, (std::vector<ub4>{0}));
+    EXPECT_THROW(ask(file, {"n = x"}), host::error);
+    EXPECT_THROW(ask(file, {"d > 5"}), host::error);
+    EXPECT_THROW(ask(file, {"nn = 1"}), host::error);
+}
+
+TEST(Query, RangesOfOneColumnBecomeOneScan) {
+    std::string text = "x,y\n";
+    for (int i = 0; i < 1000; i++)
+        text += fmt::format("{},{}\n", i * 7 % 1000, i % 3);
+    const host::csv_file file("t.csv", text);
+    const std::pair<std::vector<std::string>, const char *> cases[] = {
+        {{"x > 5 and x < 10"}, "tavo_gt_lt_dict_10bit"},   {{"x > 5", "x <= 10"}, "tavo_gt_le_dict_10bit"},
+        {{"x >= 5", "10 > x > 2"}, "tavo_ge_lt_dict_10bit"}, {{"x between 5 and 10"}, "tavo_ge_le_dict_10bit"},
+        {{"not (x <= 5 or x >= 10)"}, "tavo_gt_lt_dict_10bit"}, {{"x > 5"}, "tavo_gt_dict_10bit"},
+        {{"x >= 5"}, "tavo_ge_dict_10bit"}, {{"x < 5"}, "tavo_lt_dict_10bit"}, {{"x <= 5"}, "tavo_le_dict_10bit"},
+        {{"x = 5"}, "tavo_eq_dict_10bit"}, {{"x <> 5"}, "tavo_ne_dict_10bit"}};
+    for (const auto &[where, kernel] : cases) {
+        const answer a = ask(file, where);
+        EXPECT_EQ(a.by_kernels, a.by_text);
+        ASSERT_EQ(a.steps.size(), 1u) << where[0];
+        EXPECT_EQ(a.steps[0].kernel, kernel) << where[0];
+    }
+    // Neighbouring values of a list are one range; a thin selection takes the sparse path.
+    EXPECT_EQ(ask(file, {"x in (7, 5, 6)"}).steps.size(), 1u);
+    const answer thin = ask(file, {"x in (5, 7)", "x < 6 or y = 1"});
+    EXPECT_EQ(thin.by_kernels, thin.by_text);
+    EXPECT_NE(thin.steps.back().what.find("1 or 2 rows"), std::string::npos) << thin.steps.back().what;
+    const answer sparse = ask(file, {"x = 5", "y = 0"});
+    EXPECT_EQ(sparse.by_kernels, sparse.by_text);
+    EXPECT_EQ(sparse.steps.back().rows_in, 1u);
+}
+
+// A random column of one of many kinds: how many distinct values decides the width, long runs the form.
+struct random_column {
+    std::vector<std::string> values; // may hold "" for null
+    std::size_t run = 1;
+};
+
+random_column make_column(std::mt19937_64 &rng, unsigned kind) {
+    random_column c;
+    const std::size_t distinct_choices[] = {1, 2, 3, 5, 16, 17, 200, 257, 3000, 70000};
+    const std::size_t distinct = distinct_choices[rng() % 10];
+    std::set<std::string> values;
+    for (std::size_t i = 0; i < distinct; i++)
+        switch (kind) {
+        case 0: values.insert(std::to_string(static_cast<long>(rng() % (4 * distinct)) - static_cast<long>(distinct))); break;
+        case 1: values.insert(fmt::format("{}.{}", static_cast<long>(rng() % (distinct + 1)) - 3, rng() % 100)); break;
+        case 2: values.insert(fmt::format("{:04}-{:02}-{:02}", 1900 + rng() % 200, 1 + rng() % 12, 1 + rng() % 28)); break;
+        case 3:
+            values.insert(fmt::format("2001-{:02}-{:02} {:02}:{:02}", 1 + rng() % 12, 1 + rng() % 28, rng() % 24, rng() % 60));
+            break;
+        default: values.insert(fmt::format("{}{}", static_cast<char>('a' + rng() % 26), rng() % (4 * distinct)));
+        }
+    c.values.assign(values.begin(), values.end());
+    if (rng() % 2)
+        c.values.emplace_back();
+    if (rng() % 4 == 0)
+        c.run = rng() % 2 ? 40 : 700;
+    return c;
+}
+
+TEST(Query, RandomTablesAndPredicates) {
+    std::mt19937_64 rng(20);
+    std::map<std::string, unsigned> kernels;
+    for (unsigned round = 0; round < 60; round++) {
+        const std::size_t rows_choices[] = {1, 63, 64, 65, 511, 513, 4097, 20000};
+        const std::size_t rows = rows_choices[rng() % 8];
+        std::vector<random_column> columns;
+        for (unsigned kind = 0; kind < 5; kind++)
+            columns.push_back(make_column(rng, kind));
+        std::string text = "c0,c1,c2,c3,c4\n";
+        std::vector<std::string> now(5);
+        for (std::size_t row = 0; row < rows; row++)
+            for (unsigned c = 0; c < 5; c++) {
+                if (row == 0 || rng() % columns[c].run == 0)
+                    now[c] = columns[c].values[rng() % columns[c].values.size()];
+                text += now[c] + (c < 4 ? "," : "\n");
+            }
+        const host::csv_file file("random.csv", text);
+
+        // Values that stand in the column, and made ones that may not.
+        auto value = [&](unsigned c) {
+            std::string v = columns[c].values[rng() % columns[c].values.size()];
+            if (v.empty())
+                v = c == 0 ? "5" : c == 1 ? "2.5" : c == 2 ? "2000-02-29" : c == 3 ? "2001-06-01 00:00" : "m";
+            if (rng() % 4 == 0 && c < 2)
+                v += c == 0 ? ".5" : "5";
+            if (rng() % 6 == 0)
+                v = c == 0 ? "-99999" : c == 1 ? "99999.9" : c == 2 ? "1800-01-01" : c == 3 ? "2099-01-01 00:00" : "zzzz";
+            return "'" + v + "'";
+        };
+        std::function<std::string(unsigned)> condition = [&](unsigned depth) -> std::string {
+            if (depth > 0 && rng() % 2)
+                return fmt::format("{}({} {} {})", rng() % 3 == 0 ? "not " : "", condition(depth - 1),
+                                   rng() % 2 ? "and" : "or", condition(depth - 1));
+            const unsigned c = rng() % 5;
+            const char *ops[] = {"=", "<>", "<", "<=", ">", ">="};
+            switch (rng() % 8) {
+            case 0: return fmt::format("c{} {}between {} and {}", c, rng() % 2 ? "" : "not ", value(c), value(c));
+            case 1: return fmt::format("{} <{} c{} <{} {}", value(c), rng() % 2 ? "" : "=", c, rng() % 2 ? "" : "=", value(c));
+            case 2: return fmt::format("c{} {}in ({}, {}, {})", c, rng() % 2 ? "" : "not ", value(c), value(c), value(c));
+            case 3: return fmt::format("c{} is {}null", c, rng() % 2 ? "" : "not ");
+            case 4: return fmt::format("(c{0} >{1} {2} and c{0} <{3} {4})", c, rng() % 2 ? "" : "=", value(c),
+                                       rng() % 2 ? "" : "=", value(c));
+            default: return fmt::format("c{} {} {}", c, ops[rng() % 6], value(c));
+            }
+        };
+        for (unsigned query = 0; query < 12; query++) {
+            std::vector<std::string> where;
+            for (std::size_t i = 0; i <= rng() % 3; i++)
+                where.push_back(condition(2));
+            answer a;
+            try {
+                a = ask(file, where);
+            } catch (const host::error &e) {
+                // Rows may be so few that a column is empty and so of type text, or all integers: any value goes then.
+                ADD_FAILURE() << where[0] << ": " << e.what();
+                continue;
+            }
+            EXPECT_EQ(a.by_kernels, a.by_text) << fmt::format("{} rows, round {}: ", rows, round) << where[0];
+            for (const auto &step : a.steps)
+                kernels[step.kernel]++;
+        }
+    }
+    EXPECT_GT(kernels.size(), 100u) << "the test must reach many kernels";
+}
+
+} // namespace
