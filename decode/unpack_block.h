@@ -3,8 +3,8 @@
 //   element   ub1, ub2 or ub4, wide enough for the code; in the processor's byte order
 //   block     64 rows from a multiple of block_alignment on: 8W bytes of codes, 8 bytes of a selection bit vector
 //
-// Codes are read up to 3 bytes past the last one asked for, and a whole block up to 64 - 2W bytes past its last group
-// (code_group.h). Nothing behind the elements written is touched.
+// Codes are read up to 3 bytes past the last one asked for, whole blocks not past their end. Nothing behind the
+// elements written is touched.
 #pragma once
 
 #include <immintrin.h>
