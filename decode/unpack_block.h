@@ -123,8 +123,9 @@ template <unsigned W, class Element>
     constexpr ub8 load_rows = 512;
     for (; row + 4 * load_rows <= rows; row += 4 * load_rows) {
         const ub1 *p = bits + row / 8;
-        const __m512i words = _mm512_or_si512(_mm512_or_si512(_mm512_loadu_si512(p), _mm512_loadu_si512(p + 64)),
-                                              _mm512_or_si512(_mm512_loadu_si512(p + 128), _mm512_loadu_si512(p + 192)));
+        const __m512i words =
+            _mm512_or_si512(_mm512_or_si512(_mm512_loadu_si512(p), _mm512_loadu_si512(p + 64)),
+                            _mm512_or_si512(_mm512_loadu_si512(p + 128), _mm512_loadu_si512(p + 192)));
         if (_mm512_test_epi64_mask(words, words) != 0)
             break;
     }

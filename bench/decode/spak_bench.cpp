@@ -65,6 +65,18 @@ std::vector<column> flight_columns() {
                 values[at].push_back(field.empty() ? " " : field);
         values.resize(names.size());
     }
+    // The date is a time to the minute: its day and its hour are columns as well, as a host would split them.
+    auto add_part = [&](const char *name, std::size_t from, std::size_t size) {
+        std::vector<std::string> part;
+        for (const std::string &date : values[0])
+            part.push_back(date.substr(from, size));
+        names.push_back(name);
+        values.push_back(part);
+    };
+    if (!names.empty() && names[0] == "date") {
+        add_part("day", 0, 10);
+        add_part("hour", 11, 2);
+    }
     for (std::size_t i = 0; i < names.size(); i++)
         columns.push_back(pack_column(names[i], values[i]));
     if (columns.empty()) {
@@ -146,17 +158,19 @@ stream random_stream(unsigned width) {
 } // namespace
 
 int main(int argc, char **argv) {
+    auto add = [](const std::string &name, auto &&run) {
+        by_best_time(benchmark::RegisterBenchmark(name.c_str(), run));
+    };
     for (const column &c : flight_columns()) {
         const spak_stream packed = spak_compress(c.packed);
         const stream s{packed.bytes(), c.packed, packed.codes.size()};
-        benchmark::RegisterBenchmark(("spak/" + c.name).c_str(), [s](benchmark::State &st) { decode_spak(st, s); });
-        benchmark::RegisterBenchmark(("lz4/" + c.name).c_str(), [s](benchmark::State &st) { decode_lz4(st, s.plain); });
-        benchmark::RegisterBenchmark(("copy/" + c.name).c_str(), [s](benchmark::State &st) { copy(st, s.plain); });
+        add("spak/" + c.name, [s](benchmark::State &st) { decode_spak(st, s); });
+        add("lz4/" + c.name, [s](benchmark::State &st) { decode_lz4(st, s.plain); });
+        add("copy/" + c.name, [s](benchmark::State &st) { copy(st, s.plain); });
     }
     for (unsigned width = 3; width <= 10; width++) {
         const stream s = random_stream(width);
-        benchmark::RegisterBenchmark(("spak_codes/" + std::to_string(width)).c_str(),
-                                     [s](benchmark::State &st) { decode_spak(st, s); });
+        add("spak_codes/" + std::to_string(width), [s](benchmark::State &st) { decode_spak(st, s); });
     }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

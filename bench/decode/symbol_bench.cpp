@@ -1,4 +1,5 @@
-// Symbol references from packed and from unpacked codes, copies of symbols, and the expansion of front-coded dictionaries.
+// Symbol references from packed and from unpacked codes, copies of symbols, and the expansion of front-coded
+// dictionaries.
 //
 // Counters: items/s = rows/s or symbols/s. references: of_store = the share of the speed of plain stores of the same
 // output. copies and front_coded: of_copy = the share of the speed of a plain copy of the output's bytes.

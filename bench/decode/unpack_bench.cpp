@@ -1,7 +1,7 @@
 // Unpacking of codes to integers from L2, by width and output width: all rows, half of them, none, a sparse walk, runs.
 //
-// Counters: bytes/s of output, items/s = rows/s. all_rows: of_store = the share of the speed of plain stores of the same
-// output. The selections: of_all = their rows/s beside those of all rows.
+// Counters: bytes/s of output, items/s = rows/s. all_rows: of_store = the share of the speed of plain stores of the
+// same output. The selections: of_all = their rows/s beside those of all rows.
 #include <benchmark/benchmark.h>
 
 #include <cstring>

@@ -52,9 +52,9 @@ TEST(decode, references) {
             for (bool cla : {false, true})
                 for (bool listed : {false, true}) {
                     // All rows: at most 3 bytes behind the last code are read.
-                    packed_column column(
-                        width, cla ? dictionary_codes(rows, width, rng) : random_codes(rows, width, rng),
-                        listed ? 64 : 3);
+                    packed_column column(width,
+                                         cla ? dictionary_codes(rows, width, rng) : random_codes(rows, width, rng),
+                                         listed ? 64 : 3);
                     std::vector<ub4> list;
                     for (ub4 row = 0; row < rows; row++)
                         if (!listed || rng() % 3 == 0)

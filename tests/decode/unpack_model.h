@@ -64,8 +64,8 @@ struct unpack_model {
             row_by_row(std::min((row + alignment - 1) / alignment * alignment, n));
             if (row % alignment == 0)
                 for (; row + 64 <= n; row += 64) {
-                    if (static_cast<std::size_t>(std::count(selected.begin() + row, selected.begin() + row + 64,
-                                                            true)) > room())
+                    if (static_cast<std::size_t>(
+                            std::count(selected.begin() + row, selected.begin() + row + 64, true)) > room())
                         break;
                     for (ub4 r = row; r < row + 64; r++)
                         if (selected[r])
