@@ -68,11 +68,12 @@ TEST(Dictionary, OrderedByValueThenText) {
         numbers.push_back(builder.number_of(field));
     builder.saw_null();
     EXPECT_EQ(builder.number_of_copy("9"), numbers[1]) << "a known text keeps its number";
-    const auto [dict, code_of] = builder.finish();
+    const host::dictionary_builder::result built = builder.finish();
+    const host::dictionary &dict = built.dict;
     EXPECT_EQ(dict.type(), value_type::decimal);
     EXPECT_EQ(dict.symbols(), (std::vector<std::string>{"", "-3", "1", "1.0", "1.00", "9", "10"}));
     for (std::size_t i = 0; i < fields.size(); i++)
-        EXPECT_EQ(dict.symbols()[code_of[numbers[i]]], fields[i]);
+        EXPECT_EQ(dict.symbols()[built.code_of[numbers[i]]], fields[i]);
     const auto key = [&](const char *text) { return *host::sort_key(dict.type(), text); };
     EXPECT_EQ(dict.first_not_below(key("1")), 2u);
     EXPECT_EQ(dict.first_above(key("1.000")), 5u);
