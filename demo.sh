@@ -34,9 +34,10 @@ ask() {
 }
 
 ask "$flights" --where "distance between 500 and 1000" --where "origin in (SFO, LAX)" --where "delay > 60" --count
-ask "$flights" --where "delay >= 120" --where "not destination = ATL" --limit 5
-ask "$flights" --where "distance >= 2500" --where "date < '2001/01/03'" --limit 5
-ask "$airports" --where "state is null" --limit 5
+ask "$flights" --where "date between '2001-03-01 00:00' and '2001-03-01 23:59'" --where "delay > 90 or delay < -30" \
+    --limit 5
+ask "$flights" --where "distance >= 2500" --where "delay >= 120" --where "not destination = SFO" --limit 5
+ask "$airports" --null NA --where "latitude > 48.9" --where "not state = AK" --limit 5
 
 echo
 if [ "$agreed" -eq "$asked" ]; then

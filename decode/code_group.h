@@ -14,7 +14,8 @@
 
 namespace tavo {
 
-// Selectors of a byte swap in 32-bit lanes that hold elements of 2 (row 0) or 4 bytes (row 1), and in 16-bit lanes (row 2).
+// Selectors of a byte swap in 32-bit lanes that hold elements of 2 (row 0) or 4 bytes (row 1), and in 16-bit lanes (row
+// 2).
 inline constexpr mask_rows_64<3> swap_selectors = [] {
     mask_rows_64<3> t{};
     t.clear_selectors();

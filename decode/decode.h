@@ -43,8 +43,9 @@ template <unsigned W, class Symbols>
                                                      const ub4 *list, ub8 n) noexcept {
     const auto code = [&](ub8 i) { return packed_code<W, ub4>(codes, list[i]); };
     ub8 i = 0;
-    for (; i + 16 < n; i++) {
-        symbols.prefetch(code(i + 8));
+    for (; Symbols::looks_up && i + 16 < n; i++) {
+        if constexpr (Symbols::looks_up)
+            symbols.prefetch(code(i + 8));
         __builtin_prefetch(codes + static_cast<ub4>(list[i + 16] * W) / 8);
         symbols.template refer<indicators::null_rows>(refs, i, code(i));
     }

@@ -19,6 +19,8 @@ TAVO_EACH_DECODE_WIDTH(TAVO_DECLARE)
 #define TAVO_DECLARE(W) tavo_row_move_fn tavo_decode_symbol_dict_##W##bit;
 TAVO_EACH_DECODE_SYMBOL_WIDTH(TAVO_DECLARE)
 #undef TAVO_DECLARE
+// What the kernel of 32-bit codes does with symbols of one length; has no slot of its own.
+tavo_row_move_fn tavo_decode_symbol_dict_32bit_one_len;
 }
 
 namespace tavo {

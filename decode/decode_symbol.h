@@ -21,11 +21,6 @@
 #include "frame/tavo_env.h"
 #include "frame/tavo_status.h"
 
-extern "C" {
-// The kernel of 32-bit codes for symbols of one length, in both its forms.
-tavo_row_move_fn tavo_decode_symbol_dict_32bit_one_len;
-}
-
 namespace tavo {
 
 template <class Code>

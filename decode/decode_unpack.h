@@ -183,7 +183,8 @@ private:
             const ub8 reached = std::min<ub8>(last.end, stop);
             Element *const behind = out + (reached - row);
             unpack_rows<W>(behind - runs, codes, run.index, last.index + 1ull);
-            expand(out, behind - runs, runs, run, run.end - static_cast<ub4>(row), last.end - static_cast<ub4>(reached));
+            expand(out, behind - runs, runs, run, run.end - static_cast<ub4>(row),
+                   last.end - static_cast<ub4>(reached));
             run = last;
             out = behind;
             row = reached;

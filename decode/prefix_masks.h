@@ -1,5 +1,5 @@
-// Byte shuffles of front-coded dictionaries, [symbol length - 1][prefix length], for one 16-byte output register that
-// holds 4 symbols of up to 4 bytes or 2 longer ones.
+// Byte shuffles of front-coded dictionaries, [symbol length - 1][prefix length], for a piece of the output of 16 bytes
+// that holds 4 symbols of up to 4 bytes or 2 longer ones.
 #pragma once
 
 #include "frame/tavo_types.h"
@@ -34,7 +34,22 @@ inline constexpr prefix_mask_rows tavo_prefix_decode_suffix_masks =
         return static_cast<ub1>(i < k ? 0x80 : s * (w - k) + i - k);
     });
 
-static_assert(tavo_prefix_decode_prefix_masks.row[2][1][3] == 0 && tavo_prefix_decode_prefix_masks.row[2][1][4] == 0x80);
-static_assert(tavo_prefix_decode_suffix_masks.row[2][1][3] == 0x80 && tavo_prefix_decode_suffix_masks.row[2][1][5] == 3);
+// [suffix words of a piece]: word indices that give piece i, quarter i of the register, the suffix bytes from its own
+// on.
+struct alignas(64) piece_word_rows {
+    ub2 row[longest_prefix_symbol + 1][32];
+};
+inline constexpr piece_word_rows piece_words = [] {
+    piece_word_rows t{};
+    for (unsigned words = 0; words <= longest_prefix_symbol; words++)
+        for (unsigned word = 0; word < 32; word++)
+            t.row[words][word] = static_cast<ub2>(word / 8 * words + word % 8);
+    return t;
+}();
+
+static_assert(tavo_prefix_decode_prefix_masks.row[2][1][3] == 0 &&
+              tavo_prefix_decode_prefix_masks.row[2][1][4] == 0x80);
+static_assert(tavo_prefix_decode_suffix_masks.row[2][1][3] == 0x80 &&
+              tavo_prefix_decode_suffix_masks.row[2][1][5] == 3);
 
 } // namespace tavo

@@ -17,6 +17,9 @@ ub2 load_big_endian_2(const ub1 *p) noexcept { return static_cast<ub2>(p[0] << 8
 
 constexpr unsigned block_codes = 32; // codes of a fast block
 constexpr unsigned prefetch_ahead = 512;
+constexpr unsigned narrowest_read = 3; // narrower codes count as 0 in a block
+
+constexpr ub4 blocks_of(ub4 count) { return count > block_codes ? count / block_codes - 1 : 0; }
 
 // The 32 codes of a fast block, in stream order from the low end of word[0]: bytes up to 8 bits, else 16-bit lanes.
 template <unsigned W>
@@ -39,8 +42,8 @@ template <unsigned W>
 template <unsigned W>
 [[gnu::always_inline]] inline code_block<W> extract_block(const ub1 *codes) noexcept {
     code_block<W> block{};
-    if constexpr (W < 3) {
-        // Too narrow for the groups: every code of a block counts as 0.
+    if constexpr (W < narrowest_read) {
+        // All zero.
     } else if constexpr (W == 8) {
         std::memcpy(block.word, codes, sizeof block.word);
     } else {
@@ -92,7 +95,12 @@ template <unsigned W>
 [[gnu::always_inline]] inline ub8 decode_codes(const ub1 *codes, ub4 count, const ub8 *symbols, const ub1 *lengths,
                                                ub1 *dst) noexcept {
     ub1 *out = dst;
-    const ub4 blocks = count > block_codes ? count / block_codes - 1 : 0;
+    ub4 blocks = blocks_of(count);
+    const ub4 exact = count - block_codes * blocks;
+    if (W < narrowest_read && lengths[0] == 0) { // the blocks emit nothing
+        codes += blocks * (block_codes / 8 * W);
+        blocks = 0;
+    }
     for (ub4 b = 0; b < blocks; b++, codes += block_codes / 8 * W) {
         __builtin_prefetch(codes + prefetch_ahead, 0, 3);
         __builtin_prefetch(out + prefetch_ahead, 0, 3);
@@ -107,7 +115,7 @@ template <unsigned W>
             }
     }
     code_reader<W> rest(codes);
-    for (ub4 n = count - block_codes * blocks; n > 0; n--) {
+    for (ub4 n = exact; n > 0; n--) {
         const ub4 code = rest.next();
         const ub4 length = lengths[code];
         const auto symbol_bytes = static_cast<__mmask16>(_bzhi_u32(0xffff, length));
@@ -125,6 +133,20 @@ bool head_is_sound(const ub1 *src, ub4 capacity) noexcept {
            && (src[5] & tavo::spak_flags_refused) == 0 //
            && load_big_endian_4(src + 12) <= capacity  //
            && tavo::spak_code_width(load_big_endian_2(src + 16)) <= tavo::spak_widest_code;
+}
+
+// The count without the empty symbols that end the stream: they emit nothing, but their stores would start behind the
+// output. Every other store starts inside it, and so passes its end by 7 bytes at the most.
+ub4 without_empty_end(const ub1 *codes, ub4 count, ub4 width, const ub1 *lengths) noexcept {
+    if (width < narrowest_read)
+        return count; // the number of blocks, and with it what their codes count as, hangs on the whole count
+    for (; count > 0; count--) {
+        const ub8 bit = static_cast<ub8>(count - 1) * width;
+        const ub4 word = static_cast<ub4>(codes[bit / 8] << 8 | codes[(bit + width - 1) / 8]);
+        if (lengths[word >> (16 - width - bit % 8) & ((1u << width) - 1)] != 0)
+            break;
+    }
+    return count;
 }
 
 // Fills the slots of the n symbols, whose length nibbles and bytes are given; returns the position behind their bytes.
@@ -168,13 +190,14 @@ ub4 tavo_spak_decode_dydi(tavo_spak_ctx *ctx, const ub1 *src, ub1 *dst, ub4 *out
     const ub1 *nibbles = src + tavo::spak_head_size;
     const ub1 *symbol_bytes = nibbles + (n + 1) / 2 + (has_aux ? 2 * n : 0);
     const ub1 *code_count = load_dictionary(nibbles, symbol_bytes, n, symbols, lengths);
-    const ub4 count = load_big_endian_4(code_count);
     const ub1 *codes = code_count + 4;
     if (has_aux)
         codes += load_big_endian_4(codes) >> 7;
+    const ub4 width = tavo::spak_code_width(n);
+    const ub4 count = without_empty_end(codes, load_big_endian_4(code_count), width, lengths);
 
     ub8 written = 0;
-    switch (tavo::spak_code_width(n)) {
+    switch (width) {
     case 0: written = decode_codes<0>(codes, count, symbols, lengths, dst); break;
     case 1: written = decode_codes<1>(codes, count, symbols, lengths, dst); break;
     case 2: written = decode_codes<2>(codes, count, symbols, lengths, dst); break;

@@ -44,8 +44,8 @@ extern "C" {
 // ctx->temp_allocate and is released before return.
 //
 // Once the head has passed, N, C and the lengths are trusted: dst has to have room for the symbols' true sum, and for
-// 7 bytes more only if zero-length symbols follow each other near the end of a stream of more than 63 codes. Read past
-// the end of the stream are at most 4 bytes behind the code count if fewer bytes of codes follow it, and 1 byte behind
+// 7 bytes more only if zero-length symbols make up the end of a stream of more than 63 codes. Read past the end of the
+// stream are at most 4 bytes behind the code count if fewer bytes of codes follow it, and 1 byte behind
 // the last code.
 //
 // For W below 3 only the last 32 to 63 codes (all of them, up to 63) are decoded by value: in the blocks before them

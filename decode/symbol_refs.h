@@ -49,6 +49,7 @@ private:
 // All symbols have one length, which isn't 0. indicators::all_rows takes a null indicator array too.
 class one_len_symbols {
 public:
+    static constexpr bool looks_up = false; // a code's place is computed
     explicit one_len_symbols(const tavo_enc_ctx *enc) noexcept
         : symbols(enc->symbols), length(__builtin_bswap16(*enc->symbol_len)) {}
 
@@ -63,11 +64,11 @@ public:
     [[gnu::always_inline]] void refer(const symbol_refs &refs, ub8 i, __m512i codes_u32x16) const noexcept {
         _mm512_storeu_si512(refs.address + i, addresses(low_codes_u64x8(codes_u32x16)));
         _mm512_storeu_si512(refs.address + i + 8, addresses(high_codes_u64x8(codes_u32x16)));
-        _mm256_storeu_si256(reinterpret_cast<__m256i *>(refs.length + i), _mm256_set1_epi16(static_cast<short>(length)));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(refs.length + i),
+                            _mm256_set1_epi16(static_cast<short>(length)));
         if (Rule == indicators::all_rows && refs.indicator != nullptr)
             _mm256_storeu_si256(reinterpret_cast<__m256i *>(refs.indicator + i), _mm256_setzero_si256());
     }
-    void prefetch(ub4) const noexcept {}
 
 private:
     [[gnu::always_inline]] __m512i addresses(__m512i codes_u64x8) const noexcept {
@@ -82,6 +83,7 @@ private:
 // Lengths cumulated in a big-endian array. The low 16 bits of a length count: 65536 bytes are a null symbol too.
 class cla_symbols {
 public:
+    static constexpr bool looks_up = true;
     explicit cla_symbols(const tavo_enc_ctx *enc) noexcept : symbols(enc->symbols), cla(enc->cla) {}
 
     template <indicators Rule>

@@ -120,7 +120,16 @@ template <unsigned W, class Element>
 
 // From a block without a selected row on: the row of the next block that has one, or of the first that isn't whole.
 [[gnu::always_inline]] inline ub8 skip_unselected_blocks(const ub1 *bits, ub8 row, ub8 rows) noexcept {
-    for (; row + 8 * block_rows <= rows; row += 8 * block_rows) {
+    constexpr ub8 load_rows = 512;
+    for (; row + 4 * load_rows <= rows; row += 4 * load_rows) {
+        const ub1 *p = bits + row / 8;
+        const __m512i words =
+            _mm512_or_si512(_mm512_or_si512(_mm512_loadu_si512(p), _mm512_loadu_si512(p + 64)),
+                            _mm512_or_si512(_mm512_loadu_si512(p + 128), _mm512_loadu_si512(p + 192)));
+        if (_mm512_test_epi64_mask(words, words) != 0)
+            break;
+    }
+    for (; row + load_rows <= rows; row += load_rows) {
         const __m512i words = _mm512_loadu_si512(bits + row / 8);
         if (const __mmask8 selected = _mm512_test_epi64_mask(words, words); selected != 0)
             return row + block_rows * static_cast<ub8>(__builtin_ctz(selected));

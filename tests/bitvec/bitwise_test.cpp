@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <functional>
 #include <random>
 #include <string>
@@ -117,7 +117,7 @@ TEST(Bitwise, AgreesBitByBit) {
                             ASSERT_EQ(bytes(dst.bytes().begin(), dst.bytes().end()), bits);
                             ASSERT_EQ(got, counting ? count : 0xdeadbeef);
                             for (int i = 0; i < 3; i++)
-                                ASSERT_TRUE(i == target || std::memcmp(operands[i], src[i].data(), size) == 0);
+                                ASSERT_TRUE(i == target || std::equal(src[i].begin(), src[i].end(), operands[i]));
                         }
             }
 }

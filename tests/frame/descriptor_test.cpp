@@ -122,7 +122,10 @@ TEST(DispatchTable, KernelsStandWhereHostsLookForThem) {
     EXPECT_EQ(name(0), "tavo_invalid_dispatch");
     EXPECT_EQ(name(32), "tavo_eq_dict_1bit");
     EXPECT_EQ(name(4128), "tavo_eq_dict_1bit_null");
+    EXPECT_EQ(name(43), "tavo_decode_unpack_dict_1bit");
     EXPECT_EQ(name(11 * 128 + 32 + 9), "tavo_ge_le_dict_12bit");
+    EXPECT_EQ(name(7 * 128 + 32 + 12), "tavo_decode_symbol_dict_8bit");
+    EXPECT_EQ(name(15 * 128 + 96 + 14), "tavo_burst_rle_16bit_cla");
     EXPECT_EQ(name(20 * 128 + 32 + 5), "tavo_ne_dict_24bit");
     EXPECT_EQ(name(4096 + 22 * 128 + 32 + 1), "tavo_lt_dict_64bit_null");
     EXPECT_EQ(name(23 * 128 + 32), "tavo_invalid_dispatch"); // no width beyond 64

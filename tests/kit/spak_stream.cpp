@@ -154,11 +154,11 @@ spak_stream spak_compress(std::span<const ub1> plain) {
             t.join_neighbours(codes, full - t.size());
     }
     t.keep_most_used(t.cut(std::min(sample, plain.size())), full);
+    for (ub1 byte = 0; t.size() < 5; byte++) // codes below 3 bits are good for short streams only
+        t.add(1, byte);
     spak_stream stream;
     stream.codes = t.cut(plain.size());
     stream.symbols = t.symbols();
-    if (stream.symbols.empty())
-        stream.symbols.push_back({0});
     return stream;
 }
 

@@ -1,0 +1,219 @@
+// Burst: run bits to row bits by every plan, in memory that holds the vectors' words and no byte more.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <numeric>
+#include <random>
+#include <string>
+
+#include "frame/dispatch_table.h"
+#include "frame/tavo.h"
+#include "frame/tavo_status.h"
+#include "tests/kit/codes.h"
+#include "tests/kit/guarded.h"
+
+namespace tavo::test {
+namespace {
+
+struct member {
+    unsigned code, entry_bytes; // width code of its slot, bytes of a run table entry
+    bool cla;
+
+    unsigned index() const { return dispatch_index(TAVO_OP_BURST_RLE, TAVO_CLASS_OTHER, code, 0); }
+    ub4 longest() const { return entry_bytes == 1 && !cla ? 255 : 65535; }
+    ub4 operator()(tavo_vec *res, tavo_vec *src, tavo_env *env) const {
+        return tavo_global_specialized_ctx.dispatch_table[index()].row_move(res, src, env);
+    }
+};
+constexpr member members[] = {{6, 1, false}, {7, 1, true}, {14, 2, false}, {15, 2, true}};
+
+// A run-length column of these runs, of which some are selected.
+struct burst_case {
+    std::vector<ub4> lengths;
+    std::vector<bool> selected;
+    ub4 uncovered = 0; // rows of the result behind the last run
+
+    ub4 runs() const { return static_cast<ub4>(lengths.size()); }
+    ub4 rows() const { return std::accumulate(lengths.begin(), lengths.end(), 0u) + uncovered; }
+    ub4 runs_selected() const { return static_cast<ub4>(std::count(selected.begin(), selected.end(), true)); }
+
+    std::vector<ub8> row_bits(bool behind) const {
+        std::vector<ub8> words((rows() + 63) / 64, 0);
+        ub4 row = 0;
+        auto put = [&](ub4 n, bool set) {
+            for (; n > 0; n--, row++)
+                words[row / 64] |= static_cast<ub8>(set) << row % 64;
+        };
+        for (ub4 i = 0; i < runs(); i++)
+            put(lengths[i], selected[i]);
+        put(uncovered, behind);
+        return words;
+    }
+};
+
+void run_and_compare(const member &m, const burst_case &c, bool behind_set = false) {
+    SCOPED_TRACE(std::string(dispatch_func_names.name[m.index()]) + ", " + std::to_string(c.runs()) + " runs, " +
+                 std::to_string(c.runs_selected()) + " selected, " + std::to_string(c.rows()) + " rows");
+    std::vector<ub1> table, cumulative;
+    auto put = [](std::vector<ub1> &out, ub4 value, unsigned bytes) {
+        while (bytes-- > 0)
+            out.push_back(static_cast<ub1>(value >> 8 * bytes));
+    };
+    ub4 row = 0;
+    put(cumulative, row, 4);
+    for (ub4 length : c.lengths) {
+        put(table, length, m.entry_bytes);
+        put(cumulative, row += length, 4);
+    }
+    const std::vector<ub8> want = c.row_bits(behind_set);
+    for (guard side : {guard::behind, guard::before}) {
+        const guarded run_table(table, side), run_cla(cumulative, side);
+        const guarded run_bits((c.runs() + 63) / 64 * 8, side, 0), row_bits(want.size() * 8, side);
+        for (ub4 i = 0; i < c.runs(); i++)
+            run_bits.as<ub8>()[i / 64] |= static_cast<ub8>(c.selected[i]) << i % 64;
+        tavo_enc_ctx enc{};
+        tavo_vec src{}, res{};
+        tavo_env env{};
+        enc.flags = TAVO_RLE;
+        enc.run_count = c.runs();
+        enc.run_table = m.cla ? nullptr : run_table.data();
+        enc.run_cla = m.cla ? run_cla.as<ub4>() : nullptr;
+        src.enc = &enc;
+        res.bits = row_bits.as<ub8>();
+        res.size = c.rows();
+        res.count = 0xdeadbeef;
+        env.sel_bits = run_bits.as<ub8>();
+        env.sel_count = c.runs_selected();
+        const ub4 status = m(&res, &src, &env);
+        ub4 count = 0;
+        for (ub8 word : want)
+            count += static_cast<ub4>(std::popcount(word));
+        ASSERT_EQ(std::vector<ub8>(row_bits.as<ub8>(), row_bits.as<ub8>() + want.size()), want);
+        ASSERT_EQ(res.count, count);
+        ASSERT_EQ(status, count == 0 ? TAVO_NONE_SELECTED : TAVO_DONE);
+    }
+}
+
+burst_case random_case(ub4 runs, ub4 longest, unsigned percent, std::mt19937_64 &rng) {
+    burst_case c;
+    for (ub4 i = 0; i < runs; i++) {
+        // Empty runs, runs around the ends of a 64-bit word, and any.
+        const ub4 favoured[] = {0, 1, 55, 56, 57, 63, 64, 65, 112, 113, longest};
+        c.lengths.push_back(rng() % 3 != 0 ? static_cast<ub4>(rng() % std::min(longest, 20u))
+                                           : std::min(longest, favoured[rng() % std::size(favoured)]));
+        c.selected.push_back(rng() % 100 < percent);
+    }
+    return c;
+}
+
+TEST(BurstRle, StandsInTheTable) {
+    const char *names[] = {"tavo_burst_rle_8bit", "tavo_burst_rle_8bit_cla", "tavo_burst_rle_16bit",
+                           "tavo_burst_rle_16bit_cla"};
+    for (unsigned i = 0; i < 4; i++)
+        EXPECT_STREQ(dispatch_func_names.name[members[i].index()], names[i]);
+}
+
+TEST(BurstRle, EveryPlanAtEveryRunCount) {
+    std::mt19937_64 rng(61);
+    for (const member &m : members)
+        for (ub4 runs : {0u, 1u, 2u, 15u, 16u, 17u, 49u, 50u, 51u, 63u, 64u, 65u, 127u, 128u, 129u, 200u, 1000u, 3001u})
+            for (unsigned percent : {0u, 1u, 10u, 50u, 90u, 99u, 100u})
+                run_and_compare(m, random_case(runs, std::min(m.longest(), 300u), percent, rng));
+}
+
+TEST(BurstRle, RunsAroundTheStrides) {
+    // Every length that matters at every bit offset, alone selected and alone left out, the last row in the last word.
+    for (const member &m : members)
+        for (ub4 length : {0u, 1u, 7u, 8u, 9u, 55u, 56u, 57u, 63u, 64u, 65u, 112u, 113u, 128u, 200u, 255u, 5000u})
+            if (length <= m.longest())
+                for (ub4 before = 0; before < 70; before++)
+                    for (ub4 after : {0u, 1u})
+                        for (bool chosen : {true, false}) {
+                            run_and_compare(m, {{before, length, after}, {!chosen, chosen, !chosen}});
+                            if (HasFatalFailure())
+                                return;
+                        }
+}
+
+TEST(BurstRle, SixtyFourRunsOfMoreRowsThanSixteenBitsCount) {
+    std::mt19937_64 rng(62);
+    for (const member &m : members)
+        for (unsigned percent : {1u, 30u, 70u, 99u})
+            for (ub4 longest : {2000u, 65535u}) {
+                burst_case c = random_case(140, 1, percent, rng);
+                for (ub4 &length : c.lengths)
+                    length = std::min(longest, m.longest()) - static_cast<ub4>(rng() % 100);
+                run_and_compare(m, c);
+            }
+}
+
+// Rows that no run covers show from what the plan started: zeros up to half of the runs, ones beyond; and where
+// a fiftieth of the runs is less than one, none of them is few.
+TEST(BurstRle, PlansStartFromTheRarerBit) {
+    for (const member &m : members)
+        for (ub4 runs : {1u, 2u, 3u, 49u, 50u, 100u, 129u})
+            for (ub4 selected = 0; selected <= runs; selected++) {
+                burst_case c{std::vector<ub4>(runs, 3), std::vector<bool>(runs, false), 70};
+                std::fill_n(c.selected.begin(), selected, true);
+                const bool nearly_full = !m.cla && selected > static_cast<ub4>(runs * 0.98);
+                run_and_compare(m, c, selected > runs / 2 || nearly_full);
+            }
+}
+
+TEST(BurstRleDeathTest, CallersBugs) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    ub8 words[2] = {0, 0};
+    ub1 table[4] = {1, 1, 1, 1};
+    tavo_enc_ctx enc{};
+    tavo_vec src{}, res{};
+    tavo_env env{};
+    enc.run_table = table;
+    enc.run_count = 1;
+    src.enc = &enc;
+    res.bits = words;
+    res.size = 1;
+    env.sel_bits = words + 1;
+    for (const member &m : members) {
+        enc.flags = 0;
+        env.sel_bits = words + 1;
+        EXPECT_DEATH(m(&res, &src, &env),
+                     "tavoc_avx512g.*TAVO_ENC_CTX_FLAG\\(TAVO_VEC_ENC_CTX\\(src\\), TAVO_RLE\\)' failed");
+        enc.flags = TAVO_RLE;
+        env.sel_bits = words;
+        EXPECT_DEATH(m(&res, &src, &env), "tavoc_avx512g.*tavo_bv_res != tavo_bv_aux' failed");
+    }
+}
+
+// The road from a scan of a run-length column to its rows, as a host provides it.
+TEST(BurstRle, ScanOfRunsComesBackInRows) {
+    std::mt19937_64 rng(63);
+    burst_case c = random_case(700, 255, 0, rng);
+    std::vector<ub8> codes = random_codes(c.runs(), 9, rng);
+    for (ub4 i = 0; i < c.runs(); i++)
+        c.selected[i] = codes[i] >= 200;
+    const std::vector<ub1> packed = pack_codes(codes, 9, 3);
+    std::vector<ub1> table(c.lengths.begin(), c.lengths.end());
+    const std::vector<ub8> want = c.row_bits(false);
+    std::vector<ub8> run_bits((c.runs() + 63) / 64), row_bits(want.size());
+    const ub4 constant_value = 200;
+    tavo_enc_ctx enc{};
+    tavo_vec src{}, res{}, constant{};
+    tavo_env env{};
+    enc.flags = TAVO_DICT | TAVO_RLE;
+    enc.run_count = c.runs();
+    enc.run_table = table.data();
+    enc.run_bits = run_bits.data();
+    enc.rle_expand = [](tavo_host *, tavo_vec *r, tavo_vec *s, tavo_env *runs) { return members[0](r, s, runs); };
+    src.enc = &enc;
+    src.data = const_cast<ub1 *>(packed.data());
+    src.size = res.size = c.rows();
+    res.bits = row_bits.data();
+    constant.data = const_cast<ub4 *>(&constant_value);
+    const unsigned scan = dispatch_index(TAVO_OP_GE, TAVO_CLASS_DICT, width_code(9), 0);
+    EXPECT_EQ(tavo_global_specialized_ctx.dispatch_table[scan].scan(&res, &src, &constant, &env), TAVO_DONE);
+    EXPECT_EQ(row_bits, want);
+}
+
+} // namespace
+} // namespace tavo::test

@@ -1,0 +1,357 @@
+// Unpacking against its plain meaning: every width, output width and path, drained with random capacities.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <tuple>
+
+#include "tests/decode/packed_column.h"
+#include "tests/decode/unpack_model.h"
+#include "tests/kit/host_stub.h"
+#include "tests/kit/spak_stream.h"
+
+namespace tavo::test {
+namespace {
+
+// A column as its model says, all its memory guarded, and calls that are held against the model.
+struct unpack_case {
+    unpack_case(unpack_model m, bool wide, unsigned entry_bits = 8)
+        : model(std::move(m)), column(model.width, model.codes, unpack_slack(model.width)), wide(wide),
+          run_table(table_bytes(entry_bits)), bits(guarded_copy(words())), list(guarded_copy(model.list)) {
+        column.src.size = model.rows();
+        if (model.by_runs) {
+            column.enc.flags |= TAVO_RLE;
+            column.enc.run_table = run_table.data();
+            column.enc.run_entry_bits = static_cast<ub1>(entry_bits);
+            column.enc.run_count = static_cast<ub4>(model.codes.size());
+        }
+        env.host = host.record();
+        env.flags = static_cast<ub1>((wide ? TAVO_ENV_WIDE : 0) | (model.sparse ? TAVO_ENV_SPARSE : 0));
+        env.sel_bits = model.selected.empty() ? nullptr : bits.as<ub8>();
+        static ub4 nothing;
+        env.ones_vec = !model.has_list ? nullptr : model.list.empty() ? &nothing : list.as<ub4>();
+        env.ones_vec_size = static_cast<ub4>(model.list.size());
+    }
+
+    unsigned element_bytes() const { return wide || model.width > 16 ? 4 : model.width > 8 ? 2 : 1; }
+
+    // One call with an output of exactly `capacity` elements between unreadable pages; returns the rows delivered.
+    std::vector<ub4> call(ub4 capacity, guard side = guard::behind) {
+        const unpack_model::state before{env.resume_row, env.run_index, env.run_end, env.result_flags};
+        const unpack_model::outcome expected = model.call(before, capacity);
+        const std::size_t places = std::max<std::size_t>(capacity, model.list.size());
+        const guarded output(places * element_bytes(), side, 0xcd);
+        const tavo_vec src_before = column.src;
+        tavo_vec dst{};
+        dst.data = output.data();
+        dst.size = capacity;
+        const ub4 status = column.call(TAVO_OP_DECODE_UNPACK, &dst, &env);
+
+        const std::string what = column.name(TAVO_OP_DECODE_UNPACK) + ", from row " +
+                                 std::to_string(before.resume_row) + " of " + std::to_string(model.rows()) +
+                                 ", capacity " + std::to_string(capacity) + (wide ? ", wide" : "");
+        EXPECT_EQ(status, expected.status) << what;
+        EXPECT_EQ(dst.count, expected.rows.size()) << what;
+        EXPECT_EQ(env.resume_row, expected.after.resume_row) << what;
+        EXPECT_EQ(env.result_flags, expected.after.result_flags) << what;
+        EXPECT_EQ(env.run_index, expected.after.run_index) << what;
+        EXPECT_EQ(env.run_end, expected.after.run_end) << what;
+        for (std::size_t i = 0; i < places; i++) {
+            ub4 element = 0;
+            std::memcpy(&element, output.data() + i * element_bytes(), element_bytes());
+            const ub4 untouched = 0xcdcdcdcd >> (32 - 8 * element_bytes());
+            const ub4 wanted = i < expected.rows.size() ? model.code(expected.rows[i]) : untouched;
+            if (element != wanted) {
+                ADD_FAILURE() << what << ": element " << i << " is " << element << ", not " << wanted;
+                break;
+            }
+        }
+        EXPECT_TRUE(dst.data == output.data() && dst.size == capacity) << what;
+        EXPECT_EQ(std::memcmp(&src_before, &column.src, sizeof src_before), 0) << what;
+        return expected.rows;
+    }
+
+    // Calls until all rows are done.
+    void drain(std::mt19937_64 &rng) {
+        std::vector<ub4> rows;
+        while (env.resume_row < model.rows() && !testing::Test::HasFailure()) {
+            static constexpr ub4 capacities[] = {1, 2, 16, 63, 64, 65, 128, 300};
+            const ub4 capacity = rng() % 4 == 0 ? static_cast<ub4>(1 + rng() % (model.rows() + 10))
+                                                : capacities[rng() % std::size(capacities)];
+            const auto delivered = call(capacity, rng() % 2 ? guard::behind : guard::before);
+            rows.insert(rows.end(), delivered.begin(), delivered.end());
+        }
+        std::vector<ub4> all;
+        for (ub4 row = 0; row < model.rows(); row++)
+            if (model.selected.empty() || model.selected[row])
+                all.push_back(row);
+        EXPECT_EQ(rows, all) << column.name(TAVO_OP_DECODE_UNPACK);
+    }
+
+    std::vector<ub1> table_bytes(unsigned entry_bits) const {
+        std::vector<ub1> bytes;
+        for (ub4 length : model.run_lengths) {
+            if (entry_bits == 16)
+                bytes.push_back(static_cast<ub1>(length >> 8));
+            bytes.push_back(static_cast<ub1>(length));
+        }
+        return bytes;
+    }
+    // Whole words, with bits set above the row count: those are never delivered.
+    std::vector<ub8> words() const {
+        std::vector<ub8> w((model.selected.size() + 63) / 64, 0);
+        for (std::size_t row = 0; row < w.size() * 64; row++)
+            if (row >= model.selected.size() || model.selected[row])
+                w[row / 64] |= 1ull << row % 64;
+        return w;
+    }
+
+    unpack_model model;
+    packed_column column;
+    bool wide;
+    guarded run_table, bits, list;
+    host_stub host;
+    tavo_env env{};
+};
+
+std::vector<bool> random_selection(ub4 rows, unsigned one_in, std::mt19937_64 &rng) {
+    std::vector<bool> selected(rows);
+    for (ub4 row = 0; row < rows; row++)
+        // Stretches without a row and stretches of nothing else are in there.
+        selected[row] = row / 700 % 3 == 1 ? row / 1400 % 2 : rng() % one_in == 0;
+    return selected;
+}
+
+std::vector<ub4> random_list(ub4 rows, std::mt19937_64 &rng) {
+    std::vector<ub4> list;
+    for (ub4 row = 0; row < rows; row++)
+        if (rng() % 3 == 0)
+            list.push_back(row);
+    return list;
+}
+
+unpack_model plain_model(unsigned width, ub4 rows, std::mt19937_64 &rng) {
+    unpack_model m;
+    m.width = width;
+    m.codes = random_codes(rows, width, rng);
+    return m;
+}
+
+unpack_model run_model(unsigned width, ub4 runs, ub4 longest, ub4 shortest, std::mt19937_64 &rng) {
+    unpack_model m = plain_model(width, runs, rng);
+    m.by_runs = true;
+    for (ub4 run = 0; run < runs; run++)
+        m.run_lengths.push_back(shortest + static_cast<ub4>(rng() % (longest - shortest + 1)));
+    if (runs != 0)
+        m.run_lengths.back() = longest;
+    return m;
+}
+
+// f(model to fill in, wide) for each width and output width.
+template <class F>
+void each_member(F &&f) {
+    for (unsigned width : decode_widths())
+        for (bool wide : {false, true})
+            f(width, wide);
+}
+
+const std::vector<ub4> sizes = {0, 1, 15, 64, 65, 127, 129, 257, 512, 1025, 4097};
+
+TEST(decode_unpack, range) {
+    std::mt19937_64 rng(421);
+    each_member([&](unsigned width, bool wide) {
+        for (ub4 rows : sizes) {
+            unpack_case c(plain_model(width, rows, rng), wide);
+            c.call(0);
+            c.drain(rng);
+            c.call(10); // nothing is left
+            c.env.resume_row = 0;
+            c.call(rows + 5);
+        }
+    });
+}
+
+TEST(decode_unpack, block_selection_and_sparse_walk) {
+    std::mt19937_64 rng(422);
+    each_member([&](unsigned width, bool wide) {
+        for (ub4 rows : sizes)
+            for (unsigned one_in : {1, 2, 40})
+                for (bool sparse : {false, true}) {
+                    if (rows == 0)
+                        continue;
+                    unpack_model m = plain_model(width, rows, rng);
+                    m.selected = random_selection(rows, one_in, rng);
+                    m.sparse = sparse;
+                    unpack_case c(std::move(m), wide);
+                    c.call(0);
+                    c.drain(rng);
+                    c.call(10);
+                    c.env.resume_row = 0;
+                    c.call(rows + 5);
+                }
+    });
+}
+
+// The output fills exactly at a block's end or within it, and rows without a selection follow.
+TEST(decode_unpack, block_selection_stops_where_it_says) {
+    for (unsigned width : decode_widths()) {
+        unpack_model m;
+        m.width = width;
+        m.codes.assign(2000, 1);
+        m.selected.assign(2000, false);
+        std::fill(m.selected.begin(), m.selected.begin() + 64, true);
+        m.selected[1990] = true;
+        for (auto [capacity, resume_row] : {std::pair(63u, 63u), std::pair(64u, 1984u), std::pair(65u, 1991u)}) {
+            unpack_case c(m, false);
+            c.call(capacity);
+            EXPECT_EQ(c.env.resume_row, resume_row);
+        }
+    }
+}
+
+TEST(decode_unpack, nothing_selected) {
+    for (unsigned width : decode_widths()) {
+        unpack_model m;
+        m.width = width;
+        m.codes.assign(5000, 1);
+        m.selected.assign(5000, false);
+        unpack_case c(std::move(m), false);
+        c.column.src.data = nullptr; // no code of a block without a selected row is read
+        c.call(10);
+        EXPECT_EQ(c.env.resume_row, 5000u);
+    }
+}
+
+TEST(decode_unpack, position_list) {
+    std::mt19937_64 rng(423);
+    each_member([&](unsigned width, bool wide) {
+        for (ub4 rows : sizes) {
+            unpack_model m = plain_model(width, rows, rng);
+            m.has_list = true;
+            m.list = random_list(rows, rng);
+            unpack_case c(std::move(m), wide);
+            c.env.resume_row = 77;
+            c.call(0); // the list isn't held against the capacity
+        }
+    });
+}
+
+TEST(decode_unpack, runs) {
+    std::mt19937_64 rng(424);
+    each_member([&](unsigned width, bool wide) {
+        for (unsigned entry_bits : {8u, 16u})
+            for (ub4 runs : {1u, 2u, 70u, 300u})
+                for (auto [shortest, longest] : {std::pair(1u, 3u), std::pair(1u, 90u), std::pair(0u, 4u)}) {
+                    const unpack_model m =
+                        run_model(width, runs, entry_bits == 16 && longest == 90 ? 700 : longest, shortest, rng);
+                    for (unsigned one_in : {0u, 1u, 3u, 50u}) {
+                        unpack_model with_rows = m;
+                        if (one_in != 0)
+                            with_rows.selected = random_selection(m.rows(), one_in, rng);
+                        unpack_case c(std::move(with_rows), wide, entry_bits);
+                        c.call(0);
+                        c.drain(rng);
+                        if (testing::Test::HasFailure())
+                            return;
+                    }
+                    unpack_model listed = m;
+                    listed.has_list = true;
+                    listed.list = random_list(m.rows(), rng);
+                    listed.list.push_back(m.rows() - 1);
+                    unpack_case(std::move(listed), wide, entry_bits).call(0);
+                }
+    });
+}
+
+// A range that ends within a run leaves the run's true end, and the next call goes on in there.
+TEST(decode_unpack, range_cut_within_a_run) {
+    unpack_model m;
+    m.width = 5;
+    m.codes = {7, 9, 30};
+    m.by_runs = true;
+    m.run_lengths = {4, 10, 2};
+    unpack_case c(std::move(m), false);
+    c.call(6);
+    EXPECT_EQ(std::tuple(c.env.resume_row, c.env.run_index, c.env.run_end), std::tuple(6u, 1u, 14u));
+    c.call(8);
+    EXPECT_EQ(std::tuple(c.env.resume_row, c.env.run_index, c.env.run_end), std::tuple(14u, 1u, 14u));
+    c.call(8);
+    EXPECT_EQ(std::tuple(c.env.resume_row, c.env.run_index, c.env.run_end), std::tuple(16u, 2u, 16u));
+}
+
+TEST(decode_unpack, empty_list_over_runs_is_raised) {
+    std::mt19937_64 rng(425);
+    for (unsigned width : decode_widths()) {
+        unpack_model m = run_model(width, 5, 9, 1, rng);
+        m.has_list = true;
+        unpack_case c(std::move(m), false);
+        raised_errors().clear();
+        c.call(4);
+        ASSERT_EQ(raised_errors().size(), 1u);
+        EXPECT_EQ(raised_errors()[0].message,
+                  "tavo_decode_unpack_dict_" + std::to_string(width) + "bit: [rle] ones_vec size is zero");
+    }
+}
+
+TEST(decode_unpack, bit_vector_goes_before_list) {
+    std::mt19937_64 rng(426);
+    for (bool by_runs : {false, true})
+        for (bool sparse : {false, true}) {
+            unpack_model m = by_runs ? run_model(12, 100, 9, 1, rng) : plain_model(12, 300, rng);
+            m.selected = random_selection(m.rows(), 2, rng);
+            m.sparse = sparse;
+            m.has_list = true;
+            unpack_case c(std::move(m), false);
+            c.call(1000);
+        }
+}
+
+// Every kernel that reads a compressed column: the stream is decoded once, under the kernel's own name.
+TEST(decode_prologue, labels_and_one_decode) {
+    std::mt19937_64 rng(427);
+    for (unsigned width : decode_widths())
+        for (tavo_operation operation : {TAVO_OP_DECODE_UNPACK, TAVO_OP_DECODE}) {
+            packed_column column(width, random_codes(300, width, rng), unpack_slack(width));
+            const spak_stream packed = spak_compress(column.stream.bytes());
+            const std::vector<ub1> bytes = packed.bytes();
+            host_stub host;
+            void *slot = nullptr;
+            ub2 length = __builtin_bswap16(1);
+            column.enc.flags |= TAVO_SPAK;
+            column.enc.symbol_len = &length;
+            column.src.data = const_cast<ub1 *>(bytes.data());
+            column.src.decomp_slot = &slot;
+            column.src.decomp_size = static_cast<ub4>(column.stream.size());
+            std::vector<ub8> out(300);
+            std::vector<ub2> lengths(300);
+            tavo_vec dst{};
+            dst.data = out.data();
+            dst.lengths = lengths.data();
+            dst.size = 300;
+            tavo_env env{};
+            env.host = host.record();
+            env.flags = TAVO_ENV_WIDE;
+            raised_errors().clear();
+            for (int call = 0; call < 2; call++) {
+                env.resume_row = 0;
+                EXPECT_EQ(column.call(operation, &dst, &env), TAVO_DONE);
+            }
+            EXPECT_TRUE(raised_errors().empty());
+            for (ub4 row = 0; row < 300; row++)
+                ASSERT_EQ(operation == TAVO_OP_DECODE ? out[row] : reinterpret_cast<const ub4 *>(out.data())[row],
+                          column.codes[row]);
+            ASSERT_EQ(host.allocations.size(), 1u);
+            EXPECT_EQ(host.allocations[0].label, column.name(operation) + ": vec1_decomp");
+
+            slot = nullptr;
+            std::vector<ub1> spoiled(bytes.size(), 0xff);
+            column.src.data = spoiled.data();
+            env.resume_row = 300; // the codes are of no use now
+            column.src.size = 1;
+            column.call(operation, &dst, &env);
+            ASSERT_EQ(raised_errors().size(), 1u);
+            EXPECT_EQ(raised_errors()[0].message, column.name(operation) + ": tavo_spak_decode failed");
+        }
+}
+
+} // namespace
+} // namespace tavo::test

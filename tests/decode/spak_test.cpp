@@ -1,0 +1,294 @@
+// Decompression: what a stream's symbols come to, whatever its shape; nothing outside the promised memory; the head's
+// checks; scratch; and a scan that reads such a column.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <string>
+
+#include "frame/dispatch_table.h"
+#include "frame/tavo.h"
+#include "frame/tavo_status.h"
+#include "tests/kit/codes.h"
+#include "tests/kit/guarded.h"
+#include "tests/kit/host_stub.h"
+#include "tests/kit/spak_stream.h"
+
+namespace tavo::test {
+namespace {
+
+constexpr ub4 untouched = 0xdeadbeef;
+
+tavo_spak_ctx context_of(host_stub &host) {
+    const tavo_host *h = host.record();
+    return {h->handle, h->heap, h->temp_allocate, h->temp_release, 0};
+}
+
+struct decoded {
+    ub4 status;
+    ub4 length = untouched;
+    std::vector<ub1> bytes;
+    host_stub host;
+
+    // Decodes from memory that ends with the `stream`, into memory of `room` bytes that ends at an unreadable page.
+    decoded(const std::vector<ub1> &stream, ub4 capacity, std::size_t room) {
+        const guarded src{std::span<const ub1>(stream)}, dst(room);
+        tavo_spak_ctx ctx = context_of(host);
+        status = tavo_global_specialized_ctx.spak_decode(&ctx, src.data(), dst.data(), &length, capacity);
+        bytes.assign(dst.data(), dst.data() + room);
+    }
+};
+
+// The bytes of a stream with as much behind them as a decoder may read: 8 bytes from the start of the last symbol, and
+// one byte behind codes that are not whole bytes.
+std::vector<ub1> readable(const spak_stream &s, std::vector<ub1> bytes) {
+    std::size_t size = bytes.size() + (s.codes.empty() || s.width() % 8 == 0 ? 0 : 1);
+    if (s.aux_count <= 0) {
+        const std::size_t code_bytes = (s.codes.size() * s.width() + 7) / 8;
+        size = std::max(size, bytes.size() - code_bytes - 4 - s.symbols.back().size() + 8);
+    }
+    bytes.resize(size, 0xee);
+    return bytes;
+}
+
+// In streams of codes below 3 bits only the codes behind the blocks of 32 count; those in a block stand for symbol 0.
+spak_stream as_understood(spak_stream s) {
+    const std::size_t count = s.codes.size(), blocks = count > 32 ? count / 32 - 1 : 0;
+    if (s.width() < 3)
+        std::fill_n(s.codes.begin(), blocks * 32, 0);
+    return s;
+}
+
+spak_stream random_stream(unsigned symbols, std::size_t codes, unsigned shortest, std::mt19937_64 &rng) {
+    spak_stream s;
+    for (unsigned i = 0; i < symbols; i++) {
+        std::vector<ub1> symbol(shortest + rng() % (9 - shortest));
+        for (ub1 &byte : symbol)
+            byte = static_cast<ub1>(rng());
+        s.symbols.push_back(symbol);
+    }
+    for (ub8 code : random_codes(codes, 32, rng))
+        s.codes.push_back(static_cast<ub4>(code % symbols));
+    return s;
+}
+
+const std::vector<unsigned> symbol_counts = {1,  2,   3,   4,   5,   7,   8,   9,   16,  17,  31,  32,   33,   63,  64,
+                                             65, 127, 128, 129, 255, 256, 257, 511, 512, 513, 767, 1000, 1023, 1024};
+const std::vector<std::size_t> code_counts = {0, 1, 2, 31, 32, 33, 63, 64, 65, 95, 96, 97, 127, 128, 129, 1000, 5003};
+
+TEST(Spak, DecodesEverySymbolCountAndCodeCountWithinExactMemory) {
+    std::mt19937_64 rng(41);
+    for (unsigned symbols : symbol_counts)
+        for (std::size_t codes : code_counts) {
+            SCOPED_TRACE(std::to_string(symbols) + " symbols, " + std::to_string(codes) + " codes");
+            const spak_stream s = random_stream(symbols, codes, 1, rng);
+            const std::vector<ub1> want = as_understood(s).decoded();
+            const ub4 length = static_cast<ub4>(want.size());
+            const decoded d(readable(s, s.bytes(length)), length, length);
+            ASSERT_EQ(d.status, TAVO_DONE);
+            ASSERT_EQ(d.length, length);
+            ASSERT_EQ(d.bytes, want);
+
+            // Scratch: two blocks by the number of symbols, released in the opposite order.
+            ASSERT_EQ(d.host.temp_allocations.size(), 2u);
+            const auto &lengths = d.host.temp_allocations[0], &slots = d.host.temp_allocations[1];
+            EXPECT_EQ(lengths.label, "spak_decode_x86 length_array");
+            EXPECT_EQ(lengths.size, symbols + 1);
+            EXPECT_EQ(slots.label, "spak_decode_x86: symbol_array");
+            EXPECT_EQ(slots.size, 8 * symbols);
+            for (const auto *a : {&lengths, &slots}) {
+                EXPECT_EQ(a->alignment, 8u);
+                EXPECT_EQ(a->unit, 0u);
+            }
+            EXPECT_EQ(d.host.temp_released, (std::vector<void *>{slots.block(), lengths.block()}));
+        }
+}
+
+TEST(Spak, EmptySymbolsEmitNothing) {
+    std::mt19937_64 rng(42);
+    for (unsigned symbols : symbol_counts)
+        for (std::size_t codes : code_counts) {
+            SCOPED_TRACE(std::to_string(symbols) + " symbols, " + std::to_string(codes) + " codes");
+            spak_stream s = random_stream(symbols, codes, 0, rng);
+            // Half of the streams end in empty symbols: the surplus of the block stores is then 7 bytes at the most.
+            if (rng() % 2 != 0) {
+                s.symbols[0].clear();
+                std::fill(s.codes.begin() + static_cast<std::ptrdiff_t>(codes / 2), s.codes.end(), 0);
+            }
+            const std::vector<ub1> want = as_understood(s).decoded();
+            const ub4 length = static_cast<ub4>(want.size());
+            const decoded d(readable(s, s.bytes(length)), length, length + (codes > 63 ? 7 : 0));
+            ASSERT_EQ(d.status, TAVO_DONE);
+            ASSERT_TRUE(std::equal(want.begin(), want.end(), d.bytes.begin()));
+        }
+}
+
+TEST(Spak, CompressedBytesComeBack) {
+    std::mt19937_64 rng(43);
+    for (unsigned distinct : {1u, 2u, 30u, 256u}) {
+        std::vector<ub1> plain(20000);
+        for (ub1 &byte : plain)
+            byte = static_cast<ub1>(std::min(rng() % distinct, rng() % distinct));
+        const spak_stream s = spak_compress(plain);
+        const decoded d(readable(s, s.bytes()), static_cast<ub4>(plain.size()), plain.size());
+        ASSERT_EQ(d.status, TAVO_DONE);
+        ASSERT_EQ(d.bytes, plain) << distinct;
+    }
+}
+
+TEST(Spak, RefusedHeadHasNoEffect) {
+    std::mt19937_64 rng(44);
+    const spak_stream s = random_stream(20, 50, 1, rng);
+    const std::vector<ub1> sound = s.bytes();
+    const ub4 raw_length = static_cast<ub4>(s.decoded().size());
+    struct spoiled {
+        const char *what;
+        std::function<void(std::vector<ub1> &)> spoil;
+        ub4 capacity;
+    };
+    const std::vector<spoiled> cases = {
+        {"magic, first byte", [](auto &h) { h[0] = 's'; }, raw_length},
+        {"magic, last byte", [](auto &h) { h[3] ^= 1; }, raw_length},
+        {"format byte", [](auto &h) { h[4] = 1; }, raw_length},
+        {"flags bit 1 clear", [](auto &h) { h[5] &= 0xfd; }, raw_length},
+        {"flags bit 3 set", [](auto &h) { h[5] |= 0x08; }, raw_length},
+        {"flags bit 0 set", [](auto &h) { h[5] |= 0x01; }, raw_length},
+        {"capacity one too small", [](auto &) {}, raw_length - 1},
+        {"raw length beyond 2^31", [](auto &h) { h[12] = 0xff; }, raw_length},
+        {"no symbols", [](auto &h) { h[16] = h[17] = 0; }, raw_length},
+        {"1025 symbols", [](auto &h) { h[16] = 4, h[17] = 1; }, raw_length},
+        {"65535 symbols", [](auto &h) { h[16] = h[17] = 0xff; }, raw_length},
+    };
+    for (const auto &[what, spoil, capacity] : cases) {
+        std::vector<ub1> head(sound.begin(), sound.begin() + 18); // nothing behind the head is read
+        spoil(head);
+        const decoded d(head, capacity, raw_length);
+        EXPECT_EQ(d.status, TAVO_BAD_INPUT) << what;
+        EXPECT_EQ(d.length, untouched) << what;
+        EXPECT_EQ(d.bytes, std::vector<ub1>(raw_length, 0xa5)) << what;
+        EXPECT_TRUE(d.host.temp_allocations.empty()) << what;
+    }
+
+    std::vector<ub1> odd = readable(s, sound);
+    odd[5] = 0xf6; // every bit that is ignored
+    EXPECT_EQ(decoded(odd, raw_length, raw_length).status, TAVO_DONE);
+    EXPECT_EQ(decoded(odd, raw_length + 1, raw_length).status, TAVO_DONE);
+    EXPECT_EQ(decoded(odd, 0xffffffff, raw_length).bytes, s.decoded());
+}
+
+TEST(Spak, WrongRawLengthIsReportedAfterDecoding) {
+    std::mt19937_64 rng(45);
+    const spak_stream s = random_stream(300, 200, 1, rng);
+    const std::vector<ub1> want = s.decoded();
+    for (ub4 claimed : {0u, static_cast<ub4>(want.size()) - 1, static_cast<ub4>(want.size()) + 1}) {
+        const decoded d(readable(s, s.bytes(claimed)), static_cast<ub4>(want.size()) + 1, want.size());
+        EXPECT_EQ(d.status, TAVO_BAD_INPUT);
+        EXPECT_EQ(d.length, want.size());
+        EXPECT_EQ(d.bytes, want);
+        EXPECT_EQ(d.host.temp_released.size(), 2u);
+    }
+}
+
+TEST(Spak, AuxiliaryAreasAreSkippedOnlyIfTheirCountIsPositive) {
+    std::mt19937_64 rng(46);
+    for (int aux_count : {1, 2, 0x7fff, 0, -1, -0x8000})
+        for (std::size_t body : {0u, 1u, 5u, 1000u})
+            for (unsigned symbols : {1u, 2u, 37u, 200u}) {
+                spak_stream s = random_stream(symbols, 150, 3, rng);
+                for (auto &symbol : s.symbols)
+                    symbol.resize(3); // so that the narrow widths' limit doesn't show in the length
+                s.aux_count = static_cast<sb2>(aux_count);
+                s.aux_body.assign(body, 0x99);
+                const std::vector<ub1> want = as_understood(s).decoded();
+                const decoded d(readable(s, s.bytes()), static_cast<ub4>(want.size()), want.size());
+                EXPECT_EQ(d.status, TAVO_DONE) << aux_count << " " << body << " " << symbols;
+                EXPECT_EQ(d.bytes, want) << aux_count << " " << body << " " << symbols;
+            }
+}
+
+// An encoder doesn't send long streams of codes below 3 bits: what becomes of one is a limit that is kept.
+TEST(Spak, BlocksOfNarrowCodesStandForSymbolZero) {
+    for (unsigned symbols : {2u, 3u, 4u}) {
+        spak_stream s;
+        for (unsigned i = 0; i < symbols; i++)
+            s.symbols.push_back({static_cast<ub1>('a' + i)});
+        s.codes.assign(63, symbols - 1);
+        const std::string last(1, static_cast<char>('a' + symbols - 1));
+        auto text = [&](ub4 raw_length, ub4 status) {
+            const decoded d(readable(s, s.bytes(raw_length)), 1000, 200);
+            EXPECT_EQ(d.status, status);
+            return std::string(d.bytes.begin(), d.bytes.begin() + d.length);
+        };
+        auto times = [](const std::string &t, std::size_t n) {
+            std::string out;
+            while (n-- > 0)
+                out += t;
+            return out;
+        };
+        EXPECT_EQ(text(63, TAVO_DONE), times(last, 63));
+        s.codes.push_back(symbols - 1);
+        EXPECT_EQ(text(64, TAVO_DONE), times("a", 32) + times(last, 32));
+        s.codes.assign(129, symbols - 1);
+        EXPECT_EQ(text(129, TAVO_DONE), times("a", 96) + times(last, 33));
+        // Symbols of unequal length: the length check reports it.
+        s.symbols[symbols - 1] = {'y', 'z'};
+        EXPECT_EQ(text(2 * 129, TAVO_BAD_INPUT), times("a", 96) + times("yz", 33));
+    }
+}
+
+TEST(Spak, ScanReadsTheColumnThroughTheDecoder) {
+    std::mt19937_64 rng(47);
+    std::vector<ub8> codes(3000);
+    for (ub8 &code : codes)
+        code = std::min(rng() % 50, rng() % 4000);
+    const std::vector<ub1> packed = pack_codes(codes, 12);
+    const spak_stream s = spak_compress(packed);
+    std::vector<ub1> stream = readable(s, s.bytes());
+
+    host_stub host;
+    void *slot = nullptr;
+    tavo_enc_ctx enc{};
+    tavo_vec src{}, res{}, constant{};
+    tavo_env env{};
+    std::vector<ub8> bits((codes.size() + 63) / 64);
+    const ub4 value = 7;
+    enc.flags = TAVO_DICT | TAVO_SPAK;
+    src.enc = &enc;
+    src.data = stream.data();
+    src.size = res.size = static_cast<ub4>(codes.size());
+    src.decomp_size = static_cast<ub4>(packed.size());
+    src.decomp_slot = &slot;
+    res.bits = bits.data();
+    constant.data = const_cast<ub4 *>(&value);
+    env.host = host.record();
+    auto scan = [&](unsigned operation) {
+        const unsigned index = dispatch_index(operation, TAVO_CLASS_DICT, width_code(12), 0);
+        return tavo_global_specialized_ctx.dispatch_table[index].scan(&res, &src, &constant, &env);
+    };
+
+    raised_errors().clear();
+    EXPECT_EQ(scan(TAVO_OP_EQ), TAVO_DONE);
+    EXPECT_EQ(res.count, std::count(codes.begin(), codes.end(), 7));
+    EXPECT_EQ(scan(TAVO_OP_GT), TAVO_DONE);
+    EXPECT_EQ(res.count, std::count_if(codes.begin(), codes.end(), [](ub8 c) { return c > 7; }));
+    for (std::size_t r = 0; r < codes.size(); r++)
+        ASSERT_EQ(bits[r / 64] >> r % 64 & 1, codes[r] > 7) << r;
+    ASSERT_EQ(host.allocations.size(), 1u);
+    EXPECT_EQ(host.allocations[0].label, "tavo_eq_dict_12bit: vec1_decomp");
+    EXPECT_EQ(host.temp_allocations.size(), 2u);
+    EXPECT_TRUE(raised_errors().empty());
+
+    // A stream that is refused: the host hears of it, the scan goes on with what is in the buffer.
+    slot = nullptr;
+    stream[0] = 'X';
+    const ub4 status = scan(TAVO_OP_EQ);
+    EXPECT_TRUE(status == TAVO_DONE || status == TAVO_NONE_SELECTED);
+    ASSERT_EQ(raised_errors().size(), 1u);
+    EXPECT_EQ(raised_errors()[0].message, "tavo_eq_dict_12bit: tavo_spak_decode failed");
+    EXPECT_EQ(slot, host.allocations[1].block());
+}
+
+} // namespace
+} // namespace tavo::test

@@ -1,0 +1,106 @@
+// The plain meaning of a decode_unpack call: which rows it delivers and what it leaves in the records.
+#pragma once
+
+#include <algorithm>
+#include <numeric>
+#include <tuple>
+#include <vector>
+
+#include "frame/tavo.h"
+
+namespace tavo::test {
+
+struct unpack_model {
+    unsigned width = 0;
+    std::vector<ub8> codes; // one a row, or one a run
+    bool by_runs = false;
+    std::vector<ub4> run_lengths;
+    std::vector<bool> selected; // empty: no bit vector
+    bool sparse = false;
+    bool has_list = false;
+    std::vector<ub4> list;
+    mutable std::vector<ub4> ends; // of the runs
+
+    ub4 rows() const {
+        return by_runs ? std::accumulate(run_lengths.begin(), run_lengths.end(), 0u) : static_cast<ub4>(codes.size());
+    }
+    // The run of a row and the first row behind it.
+    std::pair<ub4, ub4> run_of(ub4 row) const {
+        if (ends.empty()) {
+            ends.resize(run_lengths.size());
+            std::partial_sum(run_lengths.begin(), run_lengths.end(), ends.begin());
+        }
+        const auto end = std::upper_bound(ends.begin(), ends.end(), row);
+        return {static_cast<ub4>(end - ends.begin()), *end};
+    }
+    ub4 code(ub4 row) const { return static_cast<ub4>(codes[by_runs ? run_of(row).first : row]); }
+
+    struct state {
+        ub4 resume_row = 0, run_index = 0, run_end = 0;
+        ub1 result_flags = 0;
+        bool operator==(const state &) const = default;
+    };
+    struct outcome {
+        std::vector<ub4> rows; // delivered
+        ub4 status;
+        state after;
+    };
+
+    outcome call(state s, ub4 capacity) const {
+        outcome out{{}, 0, s};
+        const ub4 n = rows(), start = s.resume_row;
+        const auto deliver = [&](ub4 row) { out.rows.push_back(row); };
+        const auto room = [&] { return capacity - out.rows.size(); };
+        const bool selecting = !selected.empty() || has_list;
+        if (!selected.empty() && !by_runs && !sparse) {
+            // What a block of 64 rows selects is delivered whole or left to the row loop; a full output stops that.
+            ub4 row = start;
+            const ub4 alignment = std::lcm(8u, width);
+            const auto row_by_row = [&](ub4 stop) {
+                for (; row < stop && room() != 0; row++)
+                    if (selected[row])
+                        deliver(row);
+            };
+            row_by_row(std::min((row + alignment - 1) / alignment * alignment, n));
+            if (row % alignment == 0)
+                for (; row + 64 <= n; row += 64) {
+                    if (static_cast<std::size_t>(
+                            std::count(selected.begin() + row, selected.begin() + row + 64, true)) > room())
+                        break;
+                    for (ub4 r = row; r < row + 64; r++)
+                        if (selected[r])
+                            deliver(r);
+                }
+            row_by_row(n);
+            if (capacity != 0)
+                out.after.resume_row = row;
+        } else if (!selected.empty()) {
+            ub4 row = start;
+            for (; row < n && room() != 0; row++)
+                if (selected[row])
+                    deliver(row);
+            if (capacity != 0)
+                out.after.resume_row = row;
+        } else if (has_list) {
+            for (ub4 row : list)
+                deliver(row);
+            if (!list.empty() || !by_runs)
+                out.after.resume_row = list.empty() ? 0 : list.back() + 1;
+        } else {
+            for (ub4 row = start; row < n && room() != 0; row++)
+                deliver(row);
+            if (!by_runs || !out.rows.empty())
+                out.after.resume_row = start + static_cast<ub4>(out.rows.size());
+        }
+        if (by_runs && !out.rows.empty())
+            std::tie(out.after.run_index, out.after.run_end) = run_of(out.rows.back());
+        else if (by_runs && selecting && (s.resume_row == 0 || s.run_end == 0))
+            std::tie(out.after.run_index, out.after.run_end) = std::pair(~0u, 0u); // in front of the first run
+        if (selecting)
+            out.after.result_flags |= TAVO_RESULT_UNPACK_SELECTED;
+        out.status = out.rows.empty() && !(by_runs && has_list && selected.empty()) ? TAVO_NONE_SELECTED : TAVO_DONE;
+        return out;
+    }
+};
+
+} // namespace tavo::test
