@@ -115,8 +115,12 @@ selection query::scan(const code_plan &plan, const selection *among) {
     const stopwatch watch;
     const ub4 status = has_two_constants(plan.op) ? kernel.range_scan(&res, col.vec(), &low.vec, &high.vec, &env)
                                                   : kernel.scan(&res, col.vec(), &low.vec, &env);
-    const double seconds = watch.seconds();
+    double seconds = watch.seconds();
     session_.throw_raised();
+    if (const session::decompression done = session_.take_decompression(); done.bytes > 0) {
+        steps_.push_back(decompression_step(col, done));
+        seconds -= done.seconds;
+    }
     if (status != TAVO_DONE && status != TAVO_NONE_SELECTED)
         throw error(fmt::format("{} failed with status {}", name, status));
     rows.count = res.count;
@@ -141,6 +145,17 @@ std::vector<ub4> row_numbers(const tavo_specialized_ctx &ctx, const selection &s
     ctx.lbiwv_ictx_ini2(&it, s.bits.data(), rows, 0, 0);
     numbers.resize(ctx.lbiwvones(&it, numbers.data(), numbers.size()));
     return numbers;
+}
+
+query_step decompression_step(const column &col, const session::decompression &done) {
+    return {"tavo_spak_decode_dydi",
+            col.name(),
+            col.width(),
+            fmt::format("{} bytes to {}, {:.0f} MB/s", col.encoded_bytes(), done.bytes,
+                        static_cast<double>(done.bytes) / std::max(done.seconds, 1e-9) / 1e6),
+            col.rows(),
+            col.rows(),
+            done.seconds};
 }
 
 std::string explain(const std::vector<query_step> &steps) {

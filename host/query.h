@@ -59,6 +59,9 @@ std::string scan_name(tavo_operation op, unsigned width, tavo_variant variant);
 // Row numbers of a selection, ascending, at most `limit` of them.
 std::vector<ub4> row_numbers(const tavo_specialized_ctx &ctx, const selection &s, ub4 rows, ub4 limit);
 
+// The step that shows that a column was decompressed before a kernel read it.
+query_step decompression_step(const column &col, const session::decompression &done);
+
 // The steps as a table of text.
 std::string explain(const std::vector<query_step> &steps);
 
