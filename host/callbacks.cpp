@@ -102,8 +102,8 @@ void keep_raised(void *handle, const char *message) noexcept {
 ub4 widen_runs(tavo_host *record, tavo_vec *res, tavo_vec *src, tavo_env *env) {
     const library &kernels = session::of(record->handle).kernels;
     const tavo_enc_ctx *enc = src->enc;
-    // The burst kernels stand at class "other" under these width codes: by run lengths of 8 or 16 bits, or, one further,
-    // by cumulated row numbers where the column has them.
+    // The burst kernels stand at class "other" under these width codes: by run lengths of 8 or 16 bits, or, one
+    // further, by cumulated row numbers where the column has them.
     const unsigned code = (enc->run_entry_bits == 8 ? 6u : 14u) + (enc->run_cla != nullptr ? 1u : 0u);
     const tavo_kernel_slot burst =
         kernels.kernel(TAVO_KERNEL_ROW(TAVO_VARIANT_PLAIN, code, TAVO_CLASS_OTHER), TAVO_OP_BURST_RLE);

@@ -40,9 +40,7 @@ private:
     selection run(const code_plan &plan, const selection *among);
     selection scan(const code_plan &plan, const selection *among);
     void keep_among(selection &rows, const selection &among);
-    bool is_thin(const selection *s) const {
-        return s != nullptr && static_cast<ub8>(s->count) * sparse_below < rows_;
-    }
+    bool is_thin(const selection *s) const { return s != nullptr && static_cast<ub8>(s->count) * sparse_below < rows_; }
     selection all_rows();
     selection no_rows() const { return {std::vector<ub8>(words()), 0}; }
     std::size_t words() const { return (static_cast<std::size_t>(rows_) + 63) / 64; }

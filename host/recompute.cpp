@@ -80,14 +80,13 @@ public:
         default: break;
         }
         const std::string field = row[file_.column(p.column)].value();
-        const bool null = field.empty() || std::find(null_texts_.begin(), null_texts_.end(), field) != null_texts_.end();
+        const bool null =
+            field.empty() || std::find(null_texts_.begin(), null_texts_.end(), field) != null_texts_.end();
         if (p.kind == predicate_kind::is_null)
             return truth_of(null);
         if (null)
             return truth::unknown;
-        auto against = [&](std::size_t i) {
-            return compare_values(types_.at(p.column), field, p.values[i].text);
-        };
+        auto against = [&](std::size_t i) { return compare_values(types_.at(p.column), field, p.values[i].text); };
         if (p.kind == predicate_kind::range)
             return truth_of((p.low_open ? against(0) > 0 : against(0) >= 0) &&
                             (p.high_open ? against(1) < 0 : against(1) <= 0));

@@ -8,9 +8,9 @@
 namespace host {
 
 struct run_lengths {
-    std::vector<ub4> codes;    // one a run
-    std::vector<ub1> table;    // rows of each run: bytes, or two bytes with the upper one first
-    unsigned entry_bits = 8;   // 8 or 16
+    std::vector<ub4> codes;          // one a run
+    std::vector<ub1> table;          // rows of each run: bytes, or two bytes with the upper one first
+    unsigned entry_bits = 8;         // 8 or 16
     ub8 bytes(unsigned width) const; // that codes of this width and the table take
 };
 

@@ -87,9 +87,9 @@ std::vector<ub1> sample_of(std::span<const ub1> plain) {
     return sample;
 }
 
-// Greedy training: cut the sample by the symbols so far; each symbol used, and each two used side by side joined to one,
-// is a candidate worth the codes that it saves; the best ones are the next round's symbols. The single bytes stay, so that
-// everything can be cut.
+// Greedy training: cut the sample by the symbols so far; each symbol used, and each two used side by side joined to
+// one, is a candidate worth the codes that it saves; the best ones are the next round's symbols. The single bytes stay,
+// so that everything can be cut.
 std::vector<symbol> train(std::span<const ub1> sample, const std::vector<symbol> &single_bytes, std::size_t room) {
     constexpr unsigned rounds = 8;
     std::vector<symbol> symbols = single_bytes;
@@ -162,9 +162,10 @@ spak_dictionary spak_train(std::span<const ub1> plain) {
         symbol_set(trained).cut(sample, [&](ub4) { codes++; });
         for (const symbol &s : trained)
             dictionary_bits += 4 + 8 * s.length;
-        const double scale = sample.empty() ? 1 : static_cast<double>(plain.size()) / static_cast<double>(sample.size());
-        const double bits = static_cast<double>(dictionary_bits) +
-                            static_cast<double>(codes) * code_width(trained.size()) * scale;
+        const double scale =
+            sample.empty() ? 1 : static_cast<double>(plain.size()) / static_cast<double>(sample.size());
+        const double bits =
+            static_cast<double>(dictionary_bits) + static_cast<double>(codes) * code_width(trained.size()) * scale;
         const ub8 bytes = static_cast<ub8>(bits / 8);
         if (best.symbols.empty() || bytes < best.expected_bytes)
             best = {std::move(trained), bytes};

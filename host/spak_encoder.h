@@ -1,7 +1,7 @@
 // Compresses bytes to a spak stream, which the library's spak_decode turns back.
 //
-// A stream is a head, a dictionary of up to 1024 symbols of 1 to 8 bytes, and a run of codes of one width, each naming a
-// symbol; the symbols of the codes, one after another, are the bytes. All integers are big-endian:
+// A stream is a head, a dictionary of up to 1024 symbols of 1 to 8 bytes, and a run of codes of one width, each naming
+// a symbol; the symbols of the codes, one after another, are the bytes. All integers are big-endian:
 //
 //   0   4  "SPAK"                       18               lengths of the symbols, 4 bits each, high half first
 //   4   1  0                            then             the symbols' bytes, one after another

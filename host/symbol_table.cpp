@@ -21,8 +21,8 @@ std::vector<ub1> front_code(std::span<const std::string> symbols, std::size_t le
         const auto block = symbols.subspan(first, std::min(block_symbols, symbols.size() - first));
         std::size_t shared = length;
         for (const std::string &symbol : block) {
-            const auto differs = std::mismatch(symbol.begin(), symbol.begin() + static_cast<std::ptrdiff_t>(shared),
-                                               block[0].begin());
+            const auto differs =
+                std::mismatch(symbol.begin(), symbol.begin() + static_cast<std::ptrdiff_t>(shared), block[0].begin());
             shared = static_cast<std::size_t>(differs.first - symbol.begin());
         }
         blocks.push_back(static_cast<ub1>(shared));
@@ -39,8 +39,8 @@ symbol_table::symbol_table(const std::string &column, std::span<const std::strin
     bool one_length = true;
     for (const std::string &symbol : symbols) {
         if (symbol.size() > 0xffff)
-            throw error(fmt::format("column {} does not fit: it has a value of {} bytes, where 65535 is the limit", column,
-                                    symbol.size()));
+            throw error(fmt::format("column {} does not fit: it has a value of {} bytes, where 65535 is the limit",
+                                    column, symbol.size()));
         total += symbol.size();
         one_length = one_length && symbol.size() == symbols[0].size();
     }

@@ -34,9 +34,10 @@ public:
     bool expand(const tavo_specialized_ctx &ctx, tavo_enc_ctx &enc);
 
 private:
-    std::vector<ub1> bytes_;     // the symbols, readable_behind bytes behind them; empty until front-coded ones are expanded
-    std::vector<ub1> front_;     // front-coded blocks, readable_behind bytes behind them
-    std::vector<ub4> cla_;       // big-endian
+    std::vector<ub1>
+        bytes_; // the symbols, readable_behind bytes behind them; empty until front-coded ones are expanded
+    std::vector<ub1> front_;              // front-coded blocks, readable_behind bytes behind them
+    std::vector<ub4> cla_;                // big-endian
     alignas(ub2) ub1 length_[2] = {0, 0}; // big-endian
     ub4 count_, symbol_bytes_ = 0;
     ub8 plain_bytes_ = 0, held_bytes_ = 0;

@@ -109,7 +109,8 @@ host::forms forms_of(const std::vector<std::string> &asked, const host::csv_file
 }
 
 // Reads the file's columns with the given numbers.
-host::table read_table(const host::csv_file &file, const std::vector<std::size_t> &columns, const query_options &options) {
+host::table read_table(const host::csv_file &file, const std::vector<std::size_t> &columns,
+                       const query_options &options) {
     progress_line progress(options.file);
     host::read_options reading;
     reading.form_of = forms_of(options.encode, file);
@@ -131,22 +132,23 @@ int run_columns(const query_options &options) {
     std::size_t room = 6;
     for (const std::string &name : file.columns())
         room = std::max(room, name.size());
-    std::string text = fmt::format("{:<{}}  {:<9}  {:>9}  {:>5}  {:>5}  {:>5}  {:>9}  {:>11}  {:>11}  {:>5}  {:<10}  {:>11}\n",
-                                   "column", room, "type", "distinct", "nulls", "width", "form", "runs", "plain bytes",
-                                   "encoded", "ratio", "dictionary", "bytes");
+    std::string text = fmt::format(
+        "{:<{}}  {:<9}  {:>9}  {:>5}  {:>5}  {:>5}  {:>9}  {:>11}  {:>11}  {:>5}  {:<10}  {:>11}\n", "column", room,
+        "type", "distinct", "nulls", "width", "form", "runs", "plain bytes", "encoded", "ratio", "dictionary", "bytes");
     ub8 plain = 0, encoded = 0;
     for (const std::size_t number : all_columns(file)) {
         host::column &col = *table.encoded(number);
         const host::dictionary &dict = col.dict();
-        text += fmt::format("{:<{}}  {:<9}  {:>9}  {:>5}  {:>5}  {:>5}  {:>9}  {:>11}  {:>11}  {:>5.2f}  {:<10}  {:>11}\n",
-                            col.name(), room, host::name_of(dict.type()), dict.end_code() - dict.first_code(),
-                            dict.has_null() ? "yes" : "no", col.width(), host::name_of(col.form()),
-                            col.form() == host::column_form::rle ? std::to_string(col.runs()) : "", col.plain_bytes(),
-                            col.encoded_bytes(), static_cast<double>(col.plain_bytes()) / static_cast<double>(col.encoded_bytes()),
-                            col.symbols().front_coded()  ? "front"
-                            : col.symbols().one_length() ? "one_len"
-                                                         : "cla",
-                            col.symbols().held_bytes());
+        text += fmt::format(
+            "{:<{}}  {:<9}  {:>9}  {:>5}  {:>5}  {:>5}  {:>9}  {:>11}  {:>11}  {:>5.2f}  {:<10}  {:>11}\n", col.name(),
+            room, host::name_of(dict.type()), dict.end_code() - dict.first_code(), dict.has_null() ? "yes" : "no",
+            col.width(), host::name_of(col.form()),
+            col.form() == host::column_form::rle ? std::to_string(col.runs()) : "", col.plain_bytes(),
+            col.encoded_bytes(), static_cast<double>(col.plain_bytes()) / static_cast<double>(col.encoded_bytes()),
+            col.symbols().front_coded()  ? "front"
+            : col.symbols().one_length() ? "one_len"
+                                         : "cla",
+            col.symbols().held_bytes());
         plain += col.plain_bytes();
         encoded += col.encoded_bytes();
     }
@@ -224,7 +226,8 @@ int run_query(const query_options &options) {
     if (options.count) {
         answer = fmt::format("{}\n", selected.count);
     } else {
-        append_line(answer, printed.size(), [&](std::size_t i) { return std::string_view(file.columns()[printed[i]]); });
+        append_line(answer, printed.size(),
+                    [&](std::size_t i) { return std::string_view(file.columns()[printed[i]]); });
         std::vector<host::column *> columns;
         for (const std::size_t number : printed)
             columns.push_back(table.encoded(number));
@@ -250,7 +253,8 @@ int run_query(const query_options &options) {
     if (options.explain)
         out.write(host::explain(steps));
     if (options.check)
-        out.write(fmt::format("check: {} of {} rows, recomputed from the text: agrees\n", selected.count, table.rows()));
+        out.write(
+            fmt::format("check: {} of {} rows, recomputed from the text: agrees\n", selected.count, table.rows()));
     out.finish();
     return 0;
 }
@@ -263,7 +267,8 @@ int main(int argc, char **argv) {
     query_options options;
     std::string info_library;
 
-    CLI::App *info = app.add_subcommand("info", "Show what a kernel library holds and whether this processor can run it");
+    CLI::App *info =
+        app.add_subcommand("info", "Show what a kernel library holds and whether this processor can run it");
     info->add_option("LIB", info_library, "The library; without it the one that queries use");
 
     CLI::App *query = app.add_subcommand("query", "Print the rows of a CSV file that all predicates are true for");
@@ -286,12 +291,14 @@ int main(int argc, char **argv) {
     query->add_flag("--check", options.check, "Recompute the answer from the text and compare");
     query->add_option("--encode", options.encode, "Form of the columns: auto, plain, spak or rle; of one: COLUMN=FORM")
         ->allow_extra_args(false);
-    query->add_option("--lib", options.library, "The kernel library; otherwise $TAVO_LIB, then the one beside the command");
+    query->add_option("--lib", options.library,
+                      "The kernel library; otherwise $TAVO_LIB, then the one beside the command");
 
     CLI::App *columns = app.add_subcommand("columns", "Show how the columns of a CSV file are encoded");
     columns->add_option("FILE", options.file, "CSV file; its first line names the columns")->required();
     columns->add_option("--null", options.null_texts, "A field with this text is null too")->allow_extra_args(false);
-    columns->add_option("--encode", options.encode, "Form of the columns: auto, plain, spak or rle; of one: COLUMN=FORM")
+    columns
+        ->add_option("--encode", options.encode, "Form of the columns: auto, plain, spak or rle; of one: COLUMN=FORM")
         ->allow_extra_args(false);
 
     try {

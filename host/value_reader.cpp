@@ -40,15 +40,20 @@ value_reader::value_reader(session &s, const std::vector<column *> &columns, con
 
     const ub4 room = std::min(left_, batch_rows);
     for (column *col : columns) {
-        column_reader r{col, {}, std::vector<ub1>(room * 4ull + readable_behind), std::vector<ub8>(room),
-                        std::vector<ub2>(room), std::vector<ub2>(room), {}};
+        column_reader r{col,
+                        {},
+                        std::vector<ub1>(room * 4ull + readable_behind),
+                        std::vector<ub8>(room),
+                        std::vector<ub2>(room),
+                        std::vector<ub2>(room),
+                        {}};
         r.env.host = s.record();
         readers_.push_back(std::move(r));
         const auto start = std::chrono::steady_clock::now();
         if (left_ > 0 && col->symbols().expand(ctx, *col->vec()->enc)) {
             const ub4 symbols = static_cast<ub4>(col->dict().end_code());
-            expansions_.push_back({"tavo_prefix_decode_dydi", col->name(), 0, "front-coded dictionary expanded", symbols,
-                                   symbols, seconds_since(start)});
+            expansions_.push_back({"tavo_prefix_decode_dydi", col->name(), 0, "front-coded dictionary expanded",
+                                   symbols, symbols, seconds_since(start)});
         }
     }
 }
@@ -63,8 +68,8 @@ tavo_row_move_fn *value_reader::kernel(const column &col, tavo_operation op, uns
 }
 
 template <class Call>
-void value_reader::timed(column_reader &r, std::size_t step, tavo_operation op, unsigned width, const char *what, ub4 rows,
-                         Call call) {
+void value_reader::timed(column_reader &r, std::size_t step, tavo_operation op, unsigned width, const char *what,
+                         ub4 rows, Call call) {
     const auto start = std::chrono::steady_clock::now();
     const ub4 status = call(kernel(*r.col, op, width));
     const double seconds = seconds_since(start);
@@ -107,8 +112,10 @@ void value_reader::unpack(column_reader &r, ub4 rows) {
     dst.data = r.codes.data();
     dst.size = rows;
     timed(r, 0, TAVO_OP_DECODE_UNPACK, r.col->width(),
-          listed_ ? "listed rows to codes" : every_ ? "all rows to codes" : "selected rows to codes", rows,
-          [&](tavo_row_move_fn *unpack) { return unpack(&dst, r.col->vec(), &r.env); });
+          listed_  ? "listed rows to codes"
+          : every_ ? "all rows to codes"
+                   : "selected rows to codes",
+          rows, [&](tavo_row_move_fn *unpack) { return unpack(&dst, r.col->vec(), &r.env); });
     if (dst.count != rows)
         throw error(fmt::format("{} wrote {} of {} codes", r.steps[0].step.kernel, dst.count, rows));
 }

@@ -1,8 +1,8 @@
 // The values of selected rows, through the library's decode kernels.
 //
 // A column's codes go through `decode_unpack` and then `decode_symbol`, batch by batch; where few rows are wanted,
-// `decode` takes a list of row numbers straight to the symbols. Front-coded dictionaries are expanded by `prefix_decode`
-// before that.
+// `decode` takes a list of row numbers straight to the symbols. Front-coded dictionaries are expanded by
+// `prefix_decode` before that.
 #pragma once
 
 #include <memory>
@@ -37,7 +37,7 @@ private:
     };
     struct column_reader {
         column *col;
-        tavo_env env;  // carries the position from batch to batch
+        tavo_env env; // carries the position from batch to batch
         std::vector<ub1> codes;
         std::vector<ub8> addresses;
         std::vector<ub2> lengths, indicators;
@@ -45,7 +45,8 @@ private:
     };
 
     template <class Call>
-    void timed(column_reader &r, std::size_t step, tavo_operation op, unsigned width, const char *what, ub4 rows, Call call);
+    void timed(column_reader &r, std::size_t step, tavo_operation op, unsigned width, const char *what, ub4 rows,
+               Call call);
     void decode_listed(column_reader &r, ub4 rows);
     void unpack(column_reader &r, ub4 rows);
     void look_up(column_reader &r, ub4 rows);
