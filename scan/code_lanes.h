@@ -13,7 +13,7 @@
 
 namespace tavo {
 
-// Predicates of the vector compares, and with them the compares by lane width.
+// The compares by lane width: one mask bit a lane.
 template <unsigned LaneBits, int Predicate>
 [[gnu::always_inline]] inline ub8 compare_lanes(__m512i a, __m512i b) noexcept {
     if constexpr (LaneBits == 8)
@@ -142,7 +142,8 @@ public:
             else
                 return _mm512_set1_epi64(static_cast<long long>(constant));
         } else if constexpr (lane_bits == 32) {
-            return _mm512_sllv_epi32(_mm512_set1_epi32(static_cast<int>(constant)), row_32(tavo_shift_masks.row[W - 1]));
+            return _mm512_sllv_epi32(_mm512_set1_epi32(static_cast<int>(constant)),
+                                     row_32(tavo_shift_masks.row[W - 1]));
         } else if constexpr (lane_bits == 16) {
             const __m512i c = _mm512_set1_epi16(static_cast<short>(constant));
             if constexpr (W == 11) // one count a byte, eight counts for eight lanes
@@ -150,10 +151,9 @@ public:
             else
                 return _mm512_sllv_epi16(c, row_32(tavo_shift_masks.row[W - 1]));
         } else { // byte lanes: shifted as 16-bit lanes and narrowed
-            const __m512i counts =
-                W == 3 ? _mm512_cvtepu8_epi16(_mm256_set1_epi64x(eight_counts()))
-                       : _mm512_cvtepu8_epi16(
-                             _mm256_load_si256(reinterpret_cast<const __m256i *>(tavo_shift_masks.row[W - 1])));
+            const __m512i counts = W == 3 ? _mm512_cvtepu8_epi16(_mm256_set1_epi64x(eight_counts()))
+                                          : _mm512_cvtepu8_epi16(_mm256_load_si256(
+                                                reinterpret_cast<const __m256i *>(tavo_shift_masks.row[W - 1])));
             const __m256i half =
                 _mm512_cvtepi16_epi8(_mm512_sllv_epi16(_mm512_set1_epi16(static_cast<short>(constant)), counts));
             return _mm512_broadcast_i64x4(half);
@@ -164,7 +164,8 @@ private:
     enum class method {
         whole,     // whole bytes: at most a byte shuffle
         in_place,  // a code never spans more bytes than its lane has
-        by_parity, // codes shifted down to bit 0: even lanes to the right, odd lanes to the left, in lanes of twice the size
+        by_parity, // codes shifted down to bit 0: even lanes to the right, odd lanes to the left, in lanes of twice the
+                   // size
         straddling // codes 2 and 5 of every eight shifted, the others in place
     };
     static constexpr method how = W == 8 || W == 16 || W == 24 || W == 32 || W == 64 ? method::whole
@@ -178,7 +179,8 @@ private:
         else if constexpr (W == 11)
             return _mm512_mask_blend_epi16(0x01010101u * straddling_lanes, b, _mm512_sllv_epi64(a, shift_a));
         else if constexpr (lane_bits == 8)
-            return _mm512_mask_blend_epi8(0xaaaaaaaaaaaaaaaa, _mm512_srlv_epi16(b, shift_b), _mm512_sllv_epi16(a, shift_a));
+            return _mm512_mask_blend_epi8(0xaaaaaaaaaaaaaaaa, _mm512_srlv_epi16(b, shift_b),
+                                          _mm512_sllv_epi16(a, shift_a));
         else
             return _mm512_mask_blend_epi16(0xaaaaaaaa, _mm512_srlv_epi32(b, shift_b), _mm512_sllv_epi32(a, shift_a));
     }

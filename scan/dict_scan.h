@@ -4,7 +4,8 @@
 //   result   bit r of res.bits set where code r qualifies; zeros above row n in the last word; res.count
 //   null     in a _null member code 0 never qualifies, whatever the operator
 //
-// Nothing before the column is read, and at most 3 bytes past the last code byte.
+// Nothing before the column is read, and at most 3 bytes past the last code byte. A constant of more than W bits is the
+// caller's fault: any row may then come out either way.
 #pragma once
 
 #include "bitvec/bitvec.h"
@@ -57,11 +58,17 @@ private:
 
 // One 64-byte line a line consumed, 832 bytes ahead of the block. Whole-element widths trust the hardware prefetcher.
 template <unsigned W>
+constexpr unsigned lines_prefetched = W == 8 || W == 16 || W == 32 || W == 64 ? 0
+                                                                              : (8 * code_lanes<W>::bytes + 63) / 64;
+static_assert(lines_prefetched<2> == 2 && lines_prefetched<7> == 7 && lines_prefetched<9> == 5 &&
+              lines_prefetched<10> == 5 && lines_prefetched<11> == 6 && lines_prefetched<12> == 6 &&
+              lines_prefetched<13> == 7 && lines_prefetched<14> == 7 && lines_prefetched<15> == 8 &&
+              lines_prefetched<17> == 5 && lines_prefetched<20> == 5 && lines_prefetched<24> == 6);
+
+template <unsigned W>
 [[gnu::always_inline]] inline void prefetch_codes(const ub1 *p) noexcept {
-    constexpr bool whole = W == 8 || W == 16 || W == 32 || W == 64;
-    constexpr unsigned lines = whole ? 0 : (8 * code_lanes<W>::bytes + 63) / 64;
 #pragma GCC unroll 8
-    for (unsigned i = 0; i < lines; i++)
+    for (unsigned i = 0; i < lines_prefetched<W>; i++)
         __builtin_prefetch(p + 832 + 64 * i);
 }
 
@@ -121,9 +128,9 @@ template <class Op, unsigned W, bool Nullable>
 ub4 sparse_dict_scan(tavo_vec *res, tavo_vec *src, scan_constants<W> constants, tavo_env *env,
                      const kernel_texts &texts) noexcept {
     env->result_flags |= TAVO_RESULT_SCAN_SELECTED;
-    const ub1 *codes = column_data(src, env, texts);
     const ub4 n = TAVO_VEC_SIZE(src);
     ub8 *bv = res->bits;
+    const ub1 *codes = column_data(src, env, texts);
     memset(bv, 0, (static_cast<ub8>(n) + 63) / 64 * 8);
 
     ub4 count = 0;
@@ -153,14 +160,17 @@ template <class Op, unsigned W, bool Nullable>
     if constexpr (W == 1) {
         return one_bit_scan(res, src, env, texts, one_bit_answer_of<Op, Nullable>(lo, hi));
     } else {
-        scan_constants<W> constants{read_constant<W>(lo), 0};
-        if constexpr (Op::is_range)
-            constants.hi = read_constant<W>(hi);
+        const auto constants = [&] {
+            scan_constants<W> c{read_constant<W>(lo), 0};
+            if constexpr (Op::is_range)
+                c.hi = read_constant<W>(hi);
+            return c;
+        };
         if (env != nullptr && env->sel_bits != nullptr && (env->flags & TAVO_ENV_SPARSE) != 0)
-            return sparse_dict_scan<Op, W, Nullable>(res, src, constants, env, texts);
+            return sparse_dict_scan<Op, W, Nullable>(res, src, constants(), env, texts);
         const scan_target target = target_of_scan(res, src);
         const ub1 *codes = column_data(src, env, texts);
-        return finish_scan(res, src, env, target, scan_codes<Op, W, Nullable>(codes, target.bv, target.n, constants));
+        return finish_scan(res, src, env, target, scan_codes<Op, W, Nullable>(codes, target.bv, target.n, constants()));
     }
 }
 

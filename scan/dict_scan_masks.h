@@ -1,5 +1,5 @@
-// The scans' own constants for codes of 3 and 11 bits. Eight such codes fill 3 or 11 bytes: six of them lie within their
-// lane (of 8 or 16 bits), codes 2 and 5 span one lane more and are shifted into place.
+// The scans' own constants for codes of 3 and 11 bits. Eight such codes fill 3 or 11 bytes: six of them lie within
+// their lane (of 8 or 16 bits), codes 2 and 5 span one byte more than a lane has and are shifted into place.
 #pragma once
 
 #include "tables/unpack_masks.h"
@@ -7,8 +7,8 @@
 namespace tavo {
 
 struct alignas(64) scan_masks {
-    // Two rows: the bytes of codes 2 and 5, in the upper two bytes of three in 32-bit lanes, for the left shift; the
-    // byte of each other code.
+    // Two rows: the bytes of codes 2 and 5, the last one in the lane below the code's, for the left shift; the byte of
+    // each other code in its lane.
     ub1 tavo_avx512_scan_shuffle_mask_3bit[2][32];
     ub1 tavo_avx512_scan_shift_mask_3bit[32]; // of 32-bit lanes
     ub1 tavo_avx512_scan_and_mask_3bit[32];
@@ -27,8 +27,7 @@ inline constexpr scan_masks dict_scan_masks = [] {
         const bool straddles = (straddling_lanes >> lane & 1) != 0;
         const unsigned shift = straddles ? 0 : code_shift(lane, 3);
         m.tavo_avx512_scan_shuffle_mask_3bit[0][i] = 0x80;
-        m.tavo_avx512_scan_shuffle_mask_3bit[1][i] =
-            straddles ? 0x80 : static_cast<ub1>(code_last_byte(j, 3));
+        m.tavo_avx512_scan_shuffle_mask_3bit[1][i] = straddles ? 0x80 : static_cast<ub1>(code_last_byte(j, 3));
         m.tavo_avx512_scan_and_mask_3bit[i] = static_cast<ub1>(7u << shift);
         m.tavo_avx512_scan_const_shift_mask_3bit[lane] = static_cast<ub1>(shift);
     }
@@ -55,7 +54,8 @@ static_assert([] {
     const scan_masks &m = dict_scan_masks;
     for (unsigned i = 0; i < 8; i++)
         if (m.tavo_avx512_scan_and_mask_3bit[i] != and_3[i] ||
-            (m.tavo_avx512_scan_and_mask_11bit[2 * i] | m.tavo_avx512_scan_and_mask_11bit[2 * i + 1] << 8) != and_11[i] ||
+            (m.tavo_avx512_scan_and_mask_11bit[2 * i] | m.tavo_avx512_scan_and_mask_11bit[2 * i + 1] << 8) !=
+                and_11[i] ||
             m.tavo_avx512_scan_const_shift_mask_3bit[i] != places[i])
             return false;
     return m.tavo_avx512_scan_shift_mask_3bit[0] == 1 && m.tavo_avx512_scan_shift_mask_3bit[4] == 2;

@@ -5,7 +5,8 @@
 namespace tavo {
 namespace {
 
-// Reverses the bits of each byte: neighbours, pairs and halves change places, each as two shifts and one choice of bits.
+// Reverses the bits of each byte: neighbours, pairs and halves change places, each as two shifts and one choice of
+// bits.
 __m512i reverse_bits_of_bytes(__m512i v) noexcept {
     constexpr int choose = 0xca; // a ? b : c, bit by bit
     v = _mm512_ternarylogic_epi32(_mm512_set1_epi8(static_cast<char>(0xaa)), _mm512_slli_epi32(v, 1),

@@ -1,5 +1,5 @@
-// Scans of 1-bit columns: no compare is made. The code bits, brought into row order, are the rows of code 1; operator and
-// constants say what becomes of them.
+// Scans of 1-bit columns: no compare is made. The code bits, brought into row order, are the rows of code 1; operator
+// and constants say what becomes of them.
 #pragma once
 
 #include <string.h>
@@ -15,10 +15,11 @@ enum class one_bit_answer { copy, invert, empty, all };
 
 // The whole scan for a given answer, finishing included. env.flags value 2 is not looked at: a selection is applied
 // afterwards.
-ub4 one_bit_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, const kernel_texts &texts, one_bit_answer answer) noexcept;
+ub4 one_bit_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, const kernel_texts &texts,
+                 one_bit_answer answer) noexcept;
 
-// The table of answers, meant literally also for constants above 1. It is uneven on purpose (eq asks for c != 0 where ne
-// asks for c = 1). Constants that do not matter are not read: the vectors of gt_lt may come without data.
+// The table of answers, meant literally also for constants above 1. It is uneven on purpose (eq asks for c != 0 where
+// ne asks for c = 1). Constants that do not matter are not read: the vectors of gt_lt may come without data.
 template <class Op, bool Nullable>
 one_bit_answer one_bit_answer_of(const tavo_vec *lo_vec, const tavo_vec *hi_vec) noexcept {
     using enum one_bit_answer;
@@ -56,10 +57,7 @@ one_bit_answer one_bit_answer_of(const tavo_vec *lo_vec, const tavo_vec *hi_vec)
         else if constexpr (Nullable) // ge_le
             return lo <= 1 && hi == 1 ? copy : empty;
         else
-            return lo == 0 && hi == 0   ? invert
-                   : lo == 0 && hi == 1 ? all
-                   : lo == 1 && hi == 1 ? copy
-                                        : empty;
+            return lo == 0 && hi == 0 ? invert : lo == 0 && hi == 1 ? all : lo == 1 && hi == 1 ? copy : empty;
     }
 }
 

@@ -1,8 +1,8 @@
 // Reading one code of a packed stream: the definition of the layout that every vector loop has to agree with.
 //
-// The code of row r is stream bits r*W to r*W + W - 1, most significant bit first, bit 0 being the top bit of byte 0. The
-// read touches 4 bytes from the code's first byte on, so up to 3 past the last code byte, for all widths but 1, 8, 16,
-// 32 and 64, which read the code alone.
+// The code of row r is stream bits r*W to r*W + W - 1, most significant bit first, bit 0 being the top bit of byte 0.
+// The read touches 4 bytes from the code's first byte on, so up to 3 past the last code byte, for all widths but 1, 8,
+// 16, 32 and 64, which read the code alone.
 #pragma once
 
 #include <string.h>

@@ -16,8 +16,18 @@ constexpr unsigned code_last_byte(unsigned j, unsigned width) { return (j * widt
 // Bytes of a lane in the three tables below.
 constexpr unsigned code_lane_bytes(unsigned width) {
     switch (width) {
-    case 1: case 2: case 4: case 8: return 1;
-    case 3: case 5: case 6: case 7: case 9: case 10: case 12: case 16: return 2;
+    case 1:
+    case 2:
+    case 4:
+    case 8: return 1;
+    case 3:
+    case 5:
+    case 6:
+    case 7:
+    case 9:
+    case 10:
+    case 12:
+    case 16: return 2;
     default: return 4;
     }
 }
@@ -55,14 +65,19 @@ inline constexpr mask_rows_32<24> tavo_and_masks = [] {
     return t;
 }();
 
-// Row W - 1: selectors of a byte shuffle that brings the codes of each 16-byte half into the lanes of that half.
+// Row W - 1: selectors of a byte shuffle that brings code i of the stream into lane i. Those of each 16-byte half count
+// from the first byte of the half's first code.
+constexpr unsigned half_first_byte(unsigned half, unsigned width) {
+    return code_first_byte(half * 16 / code_lane_bytes(width), width);
+}
 inline constexpr mask_rows_32<24> tavo_shuffle_masks = [] {
     mask_rows_32<24> t{};
     for (unsigned w = 1; w <= 24; w++)
-        for (unsigned i = 0, b = code_lane_bytes(w); i < 32 / b; i++)
-            for (unsigned j = i % (16 / b), k = 0; k < b; k++) {
-                const unsigned last = code_last_byte(j, w);
-                t.row[w - 1][i * b + k] = last - k + 1 > code_first_byte(j, w) ? static_cast<ub1>(last - k) : 0x80;
+        for (unsigned j = 0, b = code_lane_bytes(w); j < 32 / b; j++)
+            for (unsigned k = 0; k < b; k++) {
+                const unsigned first = code_first_byte(j, w), last = code_last_byte(j, w);
+                t.row[w - 1][j * b + k] =
+                    k <= last - first ? static_cast<ub1>(last - k - half_first_byte(j * b / 16, w)) : 0x80;
             }
     return t;
 }();

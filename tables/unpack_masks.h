@@ -26,7 +26,8 @@ struct alignas(64) mask_rows_64 {
     }
 };
 
-// First 16-bit word of quarter L, for W-bit codes spread to lanes of `lane_bits`: a quarter holds 128 / lane_bits codes.
+// First 16-bit word of quarter L, for W-bit codes spread to lanes of `lane_bits`: a quarter holds 128 / lane_bits
+// codes.
 constexpr unsigned quarter_first_word(unsigned quarter, unsigned width, unsigned lane_bits) {
     return quarter * (128 / lane_bits) * width / 8 / 2;
 }
@@ -69,8 +70,8 @@ inline constexpr mask_rows_64<8> tavo_avx512_unpack_to_8bit_shift_masks = [] {
 
 // Codes of up to 12 bits but 11 lie within their 16-bit lane: a whole row of 64 bytes. 13 to 16 bits: halves by parity
 // as above, in 32-bit lanes. 11 bits: the first half brings codes 2 and 5 of every eight, which span three bytes, one
-// byte below their lane, for a left shift of 64-bit lanes; the second half the other six into their lanes. In a half the
-// quarters come in pairs, since every second quarter of an odd width starts in the middle of a word.
+// byte below their lane, for a left shift of 64-bit lanes; the second half the other six into their lanes. In a half
+// the quarters come in pairs, since every second quarter of an odd width starts in the middle of a word.
 inline constexpr mask_rows_64<16> tavo_avx512_unpack_to_16bit_shuffle_masks = [] {
     mask_rows_64<16> t{};
     t.clear_selectors();

@@ -1,5 +1,6 @@
 // What surrounds the compare: selections, the sparse walk, run-length columns.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include "tests/kit/host_stub.h"
 #include "tests/scan/scan_case.h"
@@ -49,7 +50,7 @@ TEST(ScanPaths, SparseAndDenseAgreeUnderEverySelection) {
 // The sparse walk takes its row count from the source and touches no memory but the selected rows'.
 TEST(ScanPaths, SparseWalkTouchesSelectedRowsOnly) {
     const scan_member member{TAVO_OP_NE, 12, false};
-    guarded near(6);                           // rows 0 to 3, all that is readable
+    guarded near(6); // rows 0 to 3, all that is readable
     std::memset(near.data(), 0x5a, near.size());
     scan_column column({}, 12);
     column.src.data = near.data();
@@ -119,6 +120,105 @@ TEST(ScanPaths, RunLengthColumn) {
         EXPECT_EQ(seen->count, population(expected));
         EXPECT_EQ(seen->env.host, nullptr);
         EXPECT_EQ(env.result_flags, TAVO_RESULT_SCAN_SELECTED);
+    }
+}
+
+// The dense scan takes its row count from the result; the walk is asked for by one bit of the flags, and needs a
+// selection.
+TEST(ScanPaths, RowCountAndChoiceOfPath) {
+    std::mt19937_64 rng(3123);
+    const scan_member member{TAVO_OP_LE, 10, false};
+    const auto codes = random_codes(300, 10, rng);
+    const auto expected = bits_where(200, [&](ub4 r) { return member.qualifies(codes[r], 500, 0); });
+    auto everything = bits_where(300, [](ub4) { return true; });
+    for (ub1 flags : {ub1{0}, ub1{TAVO_ENV_SPARSE}, ub1{TAVO_ENV_SPARSE | TAVO_ENV_WIDE}})
+        for (bool with_selection : {false, true}) {
+            const bool sparse = with_selection && flags != 0;
+            scan_column column(codes, 10);
+            column.src.size = sparse ? 200 : 300;
+            scan_result result(200);
+            result.res.size = sparse ? 300 : 200; // the other record's count is not looked at
+            tavo_env env{};
+            env.flags = flags;
+            env.sel_bits = with_selection ? everything.data() : nullptr;
+            EXPECT_EQ(member(&result.res, &column.src, 500, 0, &env), TAVO_DONE);
+            EXPECT_EQ(result.bits(), expected) << "flags " << int{flags} << " selection " << with_selection;
+            EXPECT_EQ(env.result_flags, with_selection ? TAVO_RESULT_SCAN_SELECTED : 0);
+        }
+}
+
+// The walk ignores the runs of a run-length column: no run bit vector, no expansion.
+TEST(ScanPaths, SparseWalkIgnoresRuns) {
+    const scan_member member{TAVO_OP_EQ, 6, false};
+    scan_column column({9, 9, 3}, 6);
+    column.enc.flags |= TAVO_RLE;
+    column.enc.run_count = 1;
+    scan_result result(3);
+    ub8 selection = 0b111;
+    tavo_env env{};
+    env.sel_bits = &selection;
+    env.flags = TAVO_ENV_SPARSE;
+    EXPECT_EQ(member(&result.res, &column.src, 9, 0, &env), TAVO_DONE);
+    EXPECT_EQ(result.bits(), std::vector<ub8>{0b011});
+    EXPECT_EQ(result.res.count, 2u);
+}
+
+// Far down a long column the bit position of a row needs more than 32 bits.
+TEST(ScanPaths, RowsBeyondFourBillionBits) {
+    constexpr ub4 rows = (1u << 27) + 64, row = (1u << 27) + 5;
+    const std::size_t bytes = static_cast<std::size_t>(rows) * 8;
+    void *column = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(column, MAP_FAILED);
+    static_cast<ub8 *>(column)[row] = __builtin_bswap64(77);
+    tavo_enc_ctx enc{};
+    tavo_vec src{}, res{};
+    src.enc = &enc;
+    src.data = column;
+    src.size = res.size = rows;
+    std::vector<ub8> bits(rows / 64, ~0ull), selection(rows / 64, 0);
+    res.bits = bits.data();
+    selection[row / 64] = 1ull << row % 64;
+    tavo_env env{};
+    env.sel_bits = selection.data();
+    env.flags = TAVO_ENV_SPARSE;
+    EXPECT_EQ((scan_member{TAVO_OP_EQ, 64, false}(&res, &src, 77, 0, &env)), TAVO_DONE);
+    EXPECT_EQ(res.count, 1u);
+    munmap(column, bytes);
+}
+
+// Every path of a scan starts with the prologue, the constant answers of 1-bit columns included.
+TEST(ScanPaths, PrologueOnEveryPath) {
+    struct {
+        scan_member member;
+        ub1 flags;
+    } const cases[] = {{{TAVO_OP_LT, 9, true}, 0},
+                       {{TAVO_OP_GE_LT, 20, true}, TAVO_ENV_SPARSE},
+                       {{TAVO_OP_LE, 1, false}, 0},
+                       {{TAVO_OP_GT_LT, 1, true}, TAVO_ENV_SPARSE},
+                       {{TAVO_OP_NE, 1, true}, 0}};
+    for (const auto &[member, flags] : cases) {
+        const std::vector<ub8> codes(40, 1);
+        scan_column column(codes, member.width);
+        // The decoder of this test copies: the "stream" is the packed column itself.
+        host_stub host;
+        host.record()->spak_decode = [](tavo_spak_ctx *, const ub1 *from, ub1 *to, ub4 *length, ub4 capacity) noexcept {
+            std::memcpy(to, from, *length = capacity);
+            return ub4{TAVO_DONE};
+        };
+        void *slot = nullptr;
+        column.enc.flags |= TAVO_SPAK;
+        column.src.decomp_slot = &slot;
+        column.src.decomp_size = static_cast<ub4>(column.data.size());
+        ub8 selection = (1ull << 40) - 1;
+        tavo_env env{};
+        env.host = host.record();
+        env.sel_bits = &selection;
+        env.flags = flags;
+        scan_result result(40);
+        member(&result.res, &column.src, 0, 1, &env);
+        ASSERT_EQ(host.allocations.size(), 1u) << member.name();
+        EXPECT_EQ(host.allocations[0].label, member.name() + ": vec1_decomp");
+        EXPECT_EQ(slot, host.allocations[0].block());
     }
 }
 
