@@ -1,11 +1,13 @@
 #include "host/callbacks.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <new>
 #include <string>
+#include <utility>
 
 #include "host/error.h"
+#include "host/packing.h"
 
 namespace host {
 
@@ -42,12 +44,12 @@ ub4 widen_plainly(const tavo_specialized_ctx &ctx, tavo_vec *res, const tavo_enc
 
 } // namespace
 
-session::session(const library &kernels) : block_{{}, kernels, {}, false, {}} {
+session::session(const library &kernels) : block_{{}, kernels, {}, false, {}, 0, 0} {
     record_.handle = &block_;
     record_.allocate = allocate;
     record_.temp_allocate = temp_allocate;
     record_.temp_release = temp_release;
-    record_.spak_decode = kernels.ctx().spak_decode;
+    record_.spak_decode = decode;
 }
 
 session::~session() {
@@ -56,7 +58,8 @@ session::~session() {
 }
 
 void *session::allocate(void *handle, ub8, ub8 size, const char *label, ub4, ub4 alignment, ub8) noexcept {
-    void *block = aligned_block(size, alignment, label);
+    // A decompressed column is read by the kernels like any other, a little behind its end too.
+    void *block = aligned_block(size + readable_behind, alignment, label);
     of(handle).blocks.push_back(block);
     return block;
 }
@@ -67,6 +70,20 @@ void *session::temp_allocate(void *, ub8 size, const char *label, ub4 alignment,
 }
 
 void session::temp_release(void *, void *block, ub8) noexcept { std::free(block); }
+
+// The library's decoder, with the clock running: the decompression shows as a step of its own.
+ub4 session::decode(tavo_spak_ctx *ctx, const ub1 *src, ub1 *dst, ub4 *out_len, ub4 capacity) noexcept {
+    handle_block &block = of(ctx->handle);
+    const auto start = std::chrono::steady_clock::now();
+    const ub4 status = block.kernels.ctx().spak_decode(ctx, src, dst, out_len, capacity);
+    block.decoded_seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    block.decoded_bytes += *out_len;
+    return status;
+}
+
+session::decompression session::take_decompression() {
+    return {std::exchange(block_.decoded_bytes, 0), std::exchange(block_.decoded_seconds, 0)};
+}
 
 void session::throw_raised() {
     if (block_.raised) {
@@ -85,8 +102,8 @@ void keep_raised(void *handle, const char *message) noexcept {
 ub4 widen_runs(tavo_host *record, tavo_vec *res, tavo_vec *src, tavo_env *env) {
     const library &kernels = session::of(record->handle).kernels;
     const tavo_enc_ctx *enc = src->enc;
-    // The burst kernels stand at class "other" under these width codes: by run lengths of 8 or 16 bits, or, one further,
-    // by cumulated row numbers where the column has them.
+    // The burst kernels stand at class "other" under these width codes: by run lengths of 8 or 16 bits, or, one
+    // further, by cumulated row numbers where the column has them.
     const unsigned code = (enc->run_entry_bits == 8 ? 6u : 14u) + (enc->run_cla != nullptr ? 1u : 0u);
     const tavo_kernel_slot burst =
         kernels.kernel(TAVO_KERNEL_ROW(TAVO_VARIANT_PLAIN, code, TAVO_CLASS_OTHER), TAVO_OP_BURST_RLE);

@@ -25,20 +25,33 @@ public:
     // call this after each kernel, before looking at what it wrote.
     void throw_raised();
 
+    // What spak columns have been decompressed to since the last call; nothing for most kernels.
+    struct decompression {
+        ub8 bytes;
+        double seconds;
+    };
+    decompression take_decompression();
+
 private:
-    // What tavo_host.handle points at: the library reads the 72nd word and hands it back with an error, the rest is ours.
+    // What tavo_host.handle points at: the library reads the 72nd word and hands it back with an error, the rest is
+    // ours.
     struct handle_block {
         ub8 words[72];
         const library &kernels;
         std::vector<void *> blocks;
         bool raised;
         char message[200];
+        ub8 decoded_bytes;
+        double decoded_seconds;
     };
     static handle_block &of(void *handle) { return *static_cast<handle_block *>(handle); }
 
-    static void *allocate(void *handle, ub8 heap, ub8 size, const char *label, ub4 unit, ub4 alignment, ub8 tag) noexcept;
-    static void *temp_allocate(void *handle, ub8 size, const char *label, ub4 alignment, ub4 zero, ub8 *cookie) noexcept;
+    static void *allocate(void *handle, ub8 heap, ub8 size, const char *label, ub4 unit, ub4 alignment,
+                          ub8 tag) noexcept;
+    static void *temp_allocate(void *handle, ub8 size, const char *label, ub4 alignment, ub4 zero,
+                               ub8 *cookie) noexcept;
     static void temp_release(void *handle, void *block, ub8 cookie) noexcept;
+    static ub4 decode(tavo_spak_ctx *ctx, const ub1 *src, ub1 *dst, ub4 *out_len, ub4 capacity) noexcept;
     friend void keep_raised(void *handle, const char *message) noexcept;
     friend ub4 widen_runs(tavo_host *, tavo_vec *res, tavo_vec *src, tavo_env *env);
 

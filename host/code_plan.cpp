@@ -8,8 +8,8 @@ namespace host {
 
 namespace {
 
-// The codes from begin up to end, without end. An open end says that the predicate leaves the value itself out: the scan
-// then compares with the code just outside, so that `x > 5` runs as a `gt` kernel.
+// The codes from begin up to end, without end. An open end says that the predicate leaves the value itself out: the
+// scan then compares with the code just outside, so that `x > 5` runs as a `gt` kernel.
 struct code_range {
     ub8 begin, end;
     bool low_open, high_open;
@@ -41,9 +41,7 @@ code_plan combine(code_plan::kind what, std::vector<code_plan> parts) {
     return plan;
 }
 
-tavo_variant null_rule(const column *col) {
-    return col->dict().has_null() ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN;
-}
+tavo_variant null_rule(const column *col) { return col->dict().has_null() ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN; }
 
 // Null is code 0, so plain kernels find it and what is not it.
 code_plan null_test(column *col, bool wanted, std::string text) {
@@ -68,8 +66,8 @@ code_plan inside(column *col, const code_range &r, const std::string &text) {
         return scan(col, variant, r.high_open ? TAVO_OP_LT : TAVO_OP_LE, high, 0, text);
     if (r.end == end)
         return scan(col, variant, r.low_open ? TAVO_OP_GT : TAVO_OP_GE, low, 0, text);
-    const tavo_operation op = r.low_open ? (r.high_open ? TAVO_OP_GT_LT : TAVO_OP_GT_LE)
-                                         : (r.high_open ? TAVO_OP_GE_LT : TAVO_OP_GE_LE);
+    const tavo_operation op =
+        r.low_open ? (r.high_open ? TAVO_OP_GT_LT : TAVO_OP_GT_LE) : (r.high_open ? TAVO_OP_GE_LT : TAVO_OP_GE_LE);
     return scan(col, variant, op, low, high, text);
 }
 
@@ -148,16 +146,14 @@ public:
     }
 
 private:
-    column *column_of(const predicate &p) const {
-        return table_.encoded(table_.file().column(p.column));
-    }
+    column *column_of(const predicate &p) const { return table_.encoded(table_.file().column(p.column)); }
 
     static std::string key_of(const column *col, const predicate &p, const literal &value) {
         if (auto key = sort_key(col->dict().type(), value.text))
             return std::move(*key);
         fail_at(*p.source, value.at,
-                fmt::format("'{}' cannot be compared with column {}, whose values are of type {}", value.text, col->name(),
-                            name_of(col->dict().type())));
+                fmt::format("'{}' cannot be compared with column {}, whose values are of type {}", value.text,
+                            col->name(), name_of(col->dict().type())));
     }
 
     // The range of codes that a comparison selects, if it is one range (all but <>, in, is null).
@@ -218,8 +214,8 @@ private:
         if (const auto range = range_of(p, negated))
             return inside(col, *range, text);
         // <> and its like, or a negated range: outside of what the predicate, turned positive, selects.
-        return outside(col, p.kind == predicate_kind::range ? *range_of(p, false) : *range_of(p, p.op == comparison::ne),
-                       text);
+        return outside(
+            col, p.kind == predicate_kind::range ? *range_of(p, false) : *range_of(p, p.op == comparison::ne), text);
     }
 
     code_plan list(const predicate &p, bool negated, const std::string &text) const {

@@ -1,5 +1,6 @@
 // Reading CSV strictly: fields separated by commas, records by LF or CRLF; a field that begins with a quote ends with
-// one, and may hold commas, line breaks and doubled quotes. Anything else about quotes is an error with its line number.
+// one, and may hold commas, line breaks and doubled quotes. Anything else about quotes is an error with its line
+// number.
 #pragma once
 
 #include <cstddef>
@@ -24,9 +25,9 @@ public:
     // The next record; false after the last. Empty lines at the end are no records.
     bool next(std::vector<csv_field> &fields);
 
-    std::size_t line() const { return record_line_; } // on which the record just read begins, from 1
+    std::size_t line() const { return record_line_; }   // on which the record just read begins, from 1
     std::size_t begin() const { return record_begin_; } // where it begins in the text
-    std::size_t end() const { return position_; }     // where the next one begins
+    std::size_t end() const { return position_; }       // where the next one begins
 
 private:
     csv_field quoted_field();
@@ -43,8 +44,8 @@ private:
 // A CSV file in memory. Records are read with records(), which checks that each has as many fields as the header.
 class csv_file {
 public:
-    explicit csv_file(const std::string &path);                // reads the file and its header
-    csv_file(const std::string &name, std::string content);    // content already in memory
+    explicit csv_file(const std::string &path);             // reads the file and its header
+    csv_file(const std::string &name, std::string content); // content already in memory
 
     const std::string &path() const { return path_; }
     const std::vector<std::string> &columns() const { return columns_; }

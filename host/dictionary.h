@@ -1,8 +1,9 @@
 // Order-preserving dictionaries: codes compare as the values do.
 //
 // Symbols are the different texts of a column, ordered by value and, where two texts are one value (1.0 and 1.00), by
-// text. So nothing is lost, every field can be printed as it stood, and a comparison with a value is a comparison with a
-// range of codes. In a column with nulls code 0 is the null code, its symbol is empty, and the values begin at code 1.
+// text. So nothing is lost, every field can be printed as it stood, and a comparison with a value is a comparison with
+// a range of codes. In a column with nulls code 0 is the null code, its symbol is empty, and the values begin at
+// code 1.
 #pragma once
 
 #include <deque>

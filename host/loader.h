@@ -9,8 +9,8 @@
 
 namespace host {
 
-// Where the library is: `asked` if not empty, else the environment variable TAVO_LIB, else beside this executable or one
-// folder up (a build tree) or in ../lib of an installation, else where the dynamic loader finds its plain name.
+// Where the library is: `asked` if not empty, else the environment variable TAVO_LIB, else beside this executable or
+// one folder up (a build tree) or in ../lib of an installation, else where the dynamic loader finds its plain name.
 std::string library_path(const std::string &asked);
 
 // An opened library: closed when the object ends, so no kernel may run and no descriptor be read after that.

@@ -1,5 +1,5 @@
-// Packed codes: W bits each, without gaps, the most significant bit first; code r occupies stream bits r*W to r*W + W - 1,
-// and stream bit 0 is the most significant bit of byte 0.
+// Packed codes: W bits each, without gaps, the most significant bit first; code r occupies stream bits r*W to r*W + W -
+// 1, and stream bit 0 is the most significant bit of byte 0.
 #pragma once
 
 #include <span>

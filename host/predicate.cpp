@@ -97,7 +97,8 @@ private:
             fail("this quote is never closed");
         }
         std::size_t j = i;
-        while (j < text_.size() && !is_space(text_[j]) && std::string_view("(),<>=!'\"").find(text_[j]) == std::string_view::npos)
+        while (j < text_.size() && !is_space(text_[j]) &&
+               std::string_view("(),<>=!'\"").find(text_[j]) == std::string_view::npos)
             j++;
         if (j == i)
             fail("expected a column, a value or an operator");
@@ -168,8 +169,12 @@ private:
     }
 
     static comparison comparison_of(const std::string &op) {
-        return op == "=" ? comparison::eq : op == "<" ? comparison::lt : op == "<=" ? comparison::le
-             : op == ">" ? comparison::gt : op == ">=" ? comparison::ge : comparison::ne;
+        return op == "="    ? comparison::eq
+               : op == "<"  ? comparison::lt
+               : op == "<=" ? comparison::le
+               : op == ">"  ? comparison::gt
+               : op == ">=" ? comparison::ge
+                            : comparison::ne;
     }
 
     predicate condition() {
@@ -218,7 +223,8 @@ private:
         return n;
     }
 
-    // At the operator behind `first`: `column op value`, or `value op column op value` with both ops the same way round.
+    // At the operator behind `first`: `column op value`, or `value op column op value` with both ops the same way
+    // round.
     predicate comparison_behind(const token &first) {
         const comparison op = comparison_of(now_.text);
         advance();

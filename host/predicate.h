@@ -29,13 +29,13 @@ enum class comparison { eq, ne, lt, le, gt, ge };
 
 struct predicate {
     predicate_kind kind = predicate_kind::compare;
-    std::string column;         // of compare, range, in, is_null
+    std::string column; // of compare, range, in, is_null
     std::size_t column_at = 0;
-    comparison op = comparison::eq;          // of compare
-    bool low_open = false, high_open = false; // of range: the end itself is left out
-    std::vector<literal> values;              // compare: one; range: low and high; in: one or more
-    std::vector<predicate> operands;         // of not_ (one), and_, or_ (two or more)
-    std::string text;                        // as it was written
+    comparison op = comparison::eq;            // of compare
+    bool low_open = false, high_open = false;  // of range: the end itself is left out
+    std::vector<literal> values;               // compare: one; range: low and high; in: one or more
+    std::vector<predicate> operands;           // of not_ (one), and_, or_ (two or more)
+    std::string text;                          // as it was written
     std::shared_ptr<const std::string> source; // of a leaf: the whole text, in which the places are
 };
 

@@ -25,7 +25,8 @@ bool has_two_constants(tavo_operation op) { return op >= TAVO_OP_GT_LT; }
 // A constant vector: kernels read one byte at width 8, two at width 16 and four at all other widths up to 32, in the
 // processor's byte order.
 struct code_constant {
-    code_constant(ub4 code, unsigned width) : code4(code), code2(static_cast<ub2>(code)), code1(static_cast<ub1>(code)) {
+    code_constant(ub4 code, unsigned width)
+        : code4(code), code2(static_cast<ub2>(code)), code1(static_cast<ub1>(code)) {
         vec.data = width == 8 ? static_cast<void *>(&code1) : width == 16 ? static_cast<void *>(&code2) : &code4;
     }
     code_constant(const code_constant &) = delete;
@@ -38,7 +39,8 @@ struct code_constant {
 } // namespace
 
 std::string scan_name(tavo_operation op, unsigned width, tavo_variant variant) {
-    return fmt::format("tavo_{}_dict_{}bit{}", operator_names[op], width, variant == TAVO_VARIANT_SECOND ? "_null" : "");
+    return fmt::format("tavo_{}_dict_{}bit{}", operator_names[op], width,
+                       variant == TAVO_VARIANT_SECOND ? "_null" : "");
 }
 
 selection query::all_rows() {
@@ -75,8 +77,8 @@ selection query::run(const code_plan &plan, const selection *among) {
         const ub4 before = rows.count;
         const stopwatch watch;
         ctx_.lbiwvor(rows.bits.data(), &rows.count, rows.bits.data(), more.bits.data(), rows_);
-        steps_.push_back({"tavo_lbiwvor_dydi", "", 0, fmt::format("{} or {} rows", before, more.count), rows_, rows.count,
-                          watch.seconds()});
+        steps_.push_back({"tavo_lbiwvor_dydi", "", 0, fmt::format("{} or {} rows", before, more.count), rows_,
+                          rows.count, watch.seconds()});
     }
     if (among != nullptr && each == nullptr)
         keep_among(rows, *among);
@@ -87,8 +89,8 @@ void query::keep_among(selection &rows, const selection &among) {
     const ub4 before = rows.count;
     const stopwatch watch;
     ctx_.lbiwvand(rows.bits.data(), &rows.count, rows.bits.data(), among.bits.data(), rows_);
-    steps_.push_back({"tavo_lbiwvand_dydi", "", 0, fmt::format("{} and {} rows", before, among.count), rows_, rows.count,
-                      watch.seconds()});
+    steps_.push_back({"tavo_lbiwvand_dydi", "", 0, fmt::format("{} and {} rows", before, among.count), rows_,
+                      rows.count, watch.seconds()});
 }
 
 selection query::scan(const code_plan &plan, const selection *among) {
@@ -115,8 +117,12 @@ selection query::scan(const code_plan &plan, const selection *among) {
     const stopwatch watch;
     const ub4 status = has_two_constants(plan.op) ? kernel.range_scan(&res, col.vec(), &low.vec, &high.vec, &env)
                                                   : kernel.scan(&res, col.vec(), &low.vec, &env);
-    const double seconds = watch.seconds();
+    double seconds = watch.seconds();
     session_.throw_raised();
+    if (const session::decompression done = session_.take_decompression(); done.bytes > 0) {
+        steps_.push_back(decompression_step(col, done));
+        seconds -= done.seconds;
+    }
     if (status != TAVO_DONE && status != TAVO_NONE_SELECTED)
         throw error(fmt::format("{} failed with status {}", name, status));
     rows.count = res.count;
@@ -143,15 +149,26 @@ std::vector<ub4> row_numbers(const tavo_specialized_ctx &ctx, const selection &s
     return numbers;
 }
 
+query_step decompression_step(const column &col, const session::decompression &done) {
+    return {"tavo_spak_decode_dydi",
+            col.name(),
+            col.width(),
+            fmt::format("{} bytes to {}, {:.0f} MB/s", col.encoded_bytes(), done.bytes,
+                        static_cast<double>(done.bytes) / std::max(done.seconds, 1e-9) / 1e6),
+            col.rows(),
+            col.rows(),
+            done.seconds};
+}
+
 std::string explain(const std::vector<query_step> &steps) {
     std::size_t kernel_room = 6, column_room = 6;
     for (const query_step &s : steps) {
         kernel_room = std::max(kernel_room, s.kernel.size());
         column_room = std::max(column_room, s.column.size());
     }
-    std::string text = fmt::format("{:>4}  {:<{}}  {:<{}}  {:>5}  {:>10}  {:>10}  {:>10}  {:>9}  {}\n", "step", "kernel",
-                                   kernel_room, "column", column_room, "width", "rows in", "rows out", "time", "Mrows/s",
-                                   "what");
+    std::string text =
+        fmt::format("{:>4}  {:<{}}  {:<{}}  {:>5}  {:>10}  {:>10}  {:>10}  {:>9}  {}\n", "step", "kernel", kernel_room,
+                    "column", column_room, "width", "rows in", "rows out", "time", "Mrows/s", "what");
     for (std::size_t i = 0; i < steps.size(); i++) {
         const query_step &s = steps[i];
         const std::string width = s.width == 0 ? "" : std::to_string(s.width);

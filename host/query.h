@@ -40,9 +40,7 @@ private:
     selection run(const code_plan &plan, const selection *among);
     selection scan(const code_plan &plan, const selection *among);
     void keep_among(selection &rows, const selection &among);
-    bool is_thin(const selection *s) const {
-        return s != nullptr && static_cast<ub8>(s->count) * sparse_below < rows_;
-    }
+    bool is_thin(const selection *s) const { return s != nullptr && static_cast<ub8>(s->count) * sparse_below < rows_; }
     selection all_rows();
     selection no_rows() const { return {std::vector<ub8>(words()), 0}; }
     std::size_t words() const { return (static_cast<std::size_t>(rows_) + 63) / 64; }
@@ -58,6 +56,9 @@ std::string scan_name(tavo_operation op, unsigned width, tavo_variant variant);
 
 // Row numbers of a selection, ascending, at most `limit` of them.
 std::vector<ub4> row_numbers(const tavo_specialized_ctx &ctx, const selection &s, ub4 rows, ub4 limit);
+
+// The step that shows that a column was decompressed before a kernel read it.
+query_step decompression_step(const column &col, const session::decompression &done);
 
 // The steps as a table of text.
 std::string explain(const std::vector<query_step> &steps);

@@ -1,6 +1,7 @@
 #include "host/recompute.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 
 namespace host {
 
@@ -79,14 +80,13 @@ public:
         default: break;
         }
         const std::string field = row[file_.column(p.column)].value();
-        const bool null = field.empty() || std::find(null_texts_.begin(), null_texts_.end(), field) != null_texts_.end();
+        const bool null =
+            field.empty() || std::find(null_texts_.begin(), null_texts_.end(), field) != null_texts_.end();
         if (p.kind == predicate_kind::is_null)
             return truth_of(null);
         if (null)
             return truth::unknown;
-        auto against = [&](std::size_t i) {
-            return compare_values(types_.at(p.column), field, p.values[i].text);
-        };
+        auto against = [&](std::size_t i) { return compare_values(types_.at(p.column), field, p.values[i].text); };
         if (p.kind == predicate_kind::range)
             return truth_of((p.low_open ? against(0) > 0 : against(0) >= 0) &&
                             (p.high_open ? against(1) < 0 : against(1) <= 0));
@@ -139,6 +139,36 @@ std::vector<ub4> recompute(const csv_file &file, const std::vector<predicate> &a
         row++;
     });
     return rows;
+}
+
+std::string compare_printed(const csv_file &file, const std::vector<ub4> &rows, const std::vector<std::size_t> &columns,
+                            const std::vector<std::string> &null_texts, std::string_view printed) {
+    csv_reader answer(printed, "the answer");
+    std::vector<csv_field> line;
+    answer.next(line); // the header
+    std::string difference;
+    std::size_t next = 0;
+    ub4 row = 0;
+    file.records([&](const std::vector<csv_field> &fields, const csv_reader &reader) {
+        if (row++ != (next < rows.size() ? rows[next] : 0xffffffff) || !difference.empty())
+            return;
+        next++;
+        if (!answer.next(line) || line.size() != columns.size()) {
+            difference = fmt::format("line {} of the file is not printed whole", reader.line());
+            return;
+        }
+        for (std::size_t c = 0; c < columns.size() && difference.empty(); c++) {
+            std::string expected = fields[columns[c]].value();
+            if (std::find(null_texts.begin(), null_texts.end(), expected) != null_texts.end())
+                expected.clear();
+            if (line[c].value() != expected)
+                difference = fmt::format("line {}, column {}: '{}' is printed where the text has '{}'", reader.line(),
+                                         file.columns()[columns[c]], line[c].value(), expected);
+        }
+    });
+    if (difference.empty() && answer.next(line))
+        difference = "more rows are printed than there are";
+    return difference;
 }
 
 } // namespace host

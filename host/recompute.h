@@ -18,6 +18,11 @@ namespace host {
 std::vector<ub4> recompute(const csv_file &file, const std::vector<predicate> &all,
                            const std::map<std::string, value_type> &types, const std::vector<std::string> &null_texts);
 
+// Compares a printed answer, header and lines of CSV, with the text of the file: its lines must be these rows with
+// these columns, nulls printed as empty fields. Returns what differs first, or an empty text.
+std::string compare_printed(const csv_file &file, const std::vector<ub4> &rows, const std::vector<std::size_t> &columns,
+                            const std::vector<std::string> &null_texts, std::string_view printed);
+
 // Below, at or above zero as a's value is below, equal to or above b's. Both must be values of the type.
 int compare_values(value_type, std::string_view a, std::string_view b);
 

@@ -1,4 +1,5 @@
 // The command `tavo` from outside: what it prints, what it says when something is wrong, and its exit status.
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -53,8 +54,9 @@ protected:
 };
 
 TEST_F(Command, Flights) {
-    const std::string query = "query " + flights_ +
-                              " --where 'distance between 500 and 1000' --where 'origin in (SFO, LAX)' --where 'delay > 60'";
+    const std::string query =
+        "query " + flights_ +
+        " --where 'distance between 500 and 1000' --where 'origin in (SFO, LAX)' --where 'delay > 60'";
     outcome o = run(query + " --count");
     EXPECT_EQ(o.status, 0);
     // awk -F, 'NR>1 && $3>=500 && $3<=1000 && ($4=="SFO" || $4=="LAX") && $2>60' flights-100k.csv | wc -l
@@ -74,13 +76,15 @@ TEST_F(Command, Flights) {
 }
 
 TEST_F(Command, NullsAndQuotes) {
-    outcome o = run("query " + airports_ + " --null NA --where 'state is null and country <> USA' --columns iata --check");
+    outcome o =
+        run("query " + airports_ + " --null NA --where 'state is null and country <> USA' --columns iata --check");
     EXPECT_EQ(o.status, 0);
     EXPECT_TRUE(o.out.starts_with("iata\nROP\nROR\nSPN\nYAP\ncheck: 4 of 3376")) << o.out;
     o = run("query " + airports_ + " --where \"name = 'W. H. \\\"Bud\\\" Barron'\"");
     EXPECT_EQ(o.out, "iata,name,city,state,country,latitude,longitude\n"
                      "DBN,\"W. H. \"\"Bud\"\" Barron\",Dublin,GA,USA,32.56445806,-82.98525556\n");
-    const std::string csv = file("q.csv", "\xef\xbb\xbf" "a,\"b c\"\r\n\"x\r\ny\",1\r\n\"\",2\r\nz,3");
+    const std::string csv = file("q.csv", "\xef\xbb\xbf"
+                                          "a,\"b c\"\r\n\"x\r\ny\",1\r\n\"\",2\r\nz,3");
     EXPECT_EQ(run("query " + csv).out, "a,b c\n\"x\r\ny\",1\n,2\nz,3\n");
     EXPECT_EQ(run("query " + csv + " --where 'a is null'").out, "a,b c\n,2\n");
     EXPECT_EQ(run("query " + csv + " --where '\"b c\" >= 3' --columns '\"b c\",a'").out, "b c,a\n3,z\n");
@@ -93,13 +97,41 @@ TEST_F(Command, ValuesPrintAsTheyStood) {
               "v\n007\n-0\ncheck: 2 of 5 rows, recomputed from the text: agrees\n");
 }
 
+TEST_F(Command, FormsOfColumns) {
+    // The same answer, whatever the form, through the kernels of that form.
+    const std::string query = "query " + flights_ + " --where 'delay > 300' --check --explain --encode ";
+    std::string rows;
+    for (const auto &[form, kernel] : {std::pair("plain", "tavo_decode_dict_9bit"),
+                                       {"spak", "tavo_spak_decode_dydi"},
+                                       {"rle", "tavo_decode_unpack_dict_9bit"}}) {
+        const outcome o = run(query + form);
+        EXPECT_EQ(o.status, 0) << o.err;
+        EXPECT_NE(o.out.find(kernel), std::string::npos) << o.out;
+        EXPECT_NE(o.out.find("recomputed from the text: agrees"), std::string::npos);
+        const std::string now = o.out.substr(0, o.out.find("step "));
+        EXPECT_TRUE(rows.empty() || rows == now);
+        rows = now;
+    }
+    EXPECT_EQ(std::count(rows.begin(), rows.end(), '\n'), 1 + 71); // awk -F, '$2>300' | wc -l, and the header
+
+    const outcome o = run("columns " + airports_ + " --null NA --encode state=spak");
+    EXPECT_EQ(o.status, 0);
+    for (const char *part :
+         {"state      text              56    yes      6   spak", "country", "  rle  ", "3376 rows;"})
+        EXPECT_NE(o.out.find(part), std::string::npos) << part << "\n" << o.out;
+    expect_refused("columns " + airports_ + " --encode zip", "the forms are auto, plain, spak and rle");
+    expect_refused("columns " + airports_ + " --encode stat=rle", "did you mean state");
+    expect_refused("query " + file("long.csv", "a,b\n1," + std::string(65536, 'x') + "\n"), "column b does not fit");
+}
+
 TEST_F(Command, BadFiles) {
     expect_refused("query " + folder_ + "/absent.csv", "absent.csv: No such file");
     expect_refused("query " + folder_, "it is a folder");
     expect_refused("query " + file("empty.csv", ""), "empty");
     expect_refused("query " + file("bare.csv", "a,b\n"), "no rows");
     expect_refused("query " + file("twice.csv", "a,a\n1,2\n"), "two columns are named 'a'");
-    expect_refused("query " + file("short.csv", "a,b\n1,2\n3\n") + " --count", "line 3: 1 field where the header has 2");
+    expect_refused("query " + file("short.csv", "a,b\n1,2\n3\n") + " --count",
+                   "line 3: 1 field where the header has 2");
     expect_refused("query " + file("open.csv", "a,b\n1,2\n3,\"x\n") + " --where 'a = 1'", "line 3: a quote is opened");
 }
 
@@ -107,8 +139,9 @@ TEST_F(Command, BadPredicates) {
     expect_refused("query " + flights_ + " --where 'dely > 5'", "there is no column 'dely'; did you mean delay?");
     expect_refused("query " + flights_ + " --columns date,destinatoin", "did you mean destination?");
     expect_refused("query " + flights_ + " --where 'delay > '", "delay > \n          ^\n");
-    expect_refused("query " + flights_ + " --where 'delay > 5' --where 'delay > x1'",
-                   "'x1' cannot be compared with column delay, whose values are of type integer\n  delay > x1\n          ^");
+    expect_refused(
+        "query " + flights_ + " --where 'delay > 5' --where 'delay > x1'",
+        "'x1' cannot be compared with column delay, whose values are of type integer\n  delay > x1\n          ^");
     expect_refused("query " + flights_ + " --where 'date > 2001-02-30'", "date-time");
     expect_refused("query", "FILE");
     expect_refused("query " + flights_ + " --wher x", "--wher");
@@ -123,7 +156,8 @@ TEST_F(Command, BadLibraries) {
     expect_refused(query + " --lib " + folder + "wrong_magic.so", "magic word");
     expect_refused(query, "MRV_22.0", "TAVO_LIB=" + folder + "wrong_version.so");
     expect_refused(query + " --lib " + folder + "no_kernels.so", "has no kernel tavo_eq_dict_1bit");
-    expect_refused(query + " --lib " + folder + "raising.so", "internal error in the library: false_scan: raised on purpose");
+    expect_refused(query + " --lib " + folder + "raising.so",
+                   "internal error in the library: false_scan: raised on purpose");
     const outcome o = run(query + " --check --lib " + folder + "lying.so");
     EXPECT_EQ(o.status, 1);
     EXPECT_EQ(o.out, "");

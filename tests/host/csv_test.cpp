@@ -36,7 +36,9 @@ TEST(Csv, FieldsAndRecords) {
     EXPECT_EQ(read("a,b\r\n1,2\r\n"), (records{{"a", "b"}, {"1", "2"}}));
     EXPECT_EQ(read("a,b\n1,2"), (records{{"a", "b"}, {"1", "2"}}));
     EXPECT_EQ(read("a,b\n1,2\r"), (records{{"a", "b"}, {"1", "2"}}));
-    EXPECT_EQ(read("\xef\xbb\xbf" "a,b\n,\n"), (records{{"a", "b"}, {"", ""}}));
+    EXPECT_EQ(read("\xef\xbb\xbf"
+                   "a,b\n,\n"),
+              (records{{"a", "b"}, {"", ""}}));
     EXPECT_EQ(read("a\n1\n\n\n"), (records{{"a"}, {"1"}})) << "empty lines at the end";
     EXPECT_EQ(read("a\n\n1\n"), (records{{"a"}, {""}, {"1"}})) << "an empty field of a single column";
     EXPECT_EQ(read(" a , b\n"), (records{{" a ", " b"}})) << "spaces belong to the field";
@@ -69,7 +71,9 @@ TEST(Csv, ErrorsNameTheLine) {
     EXPECT_EQ(message_of("a,b,a\n1,2,3\n"), "t.csv: line 1: two columns are named 'a'");
     EXPECT_EQ(message_of("a,,b\n"), "t.csv: line 1: column 2 has no name");
     EXPECT_EQ(message_of(""), "t.csv: the file is empty; its first line must name the columns");
-    EXPECT_NE(message_of("\xff\xfe" "a"), "");
+    EXPECT_NE(message_of("\xff\xfe"
+                         "a"),
+              "");
 }
 
 TEST(Csv, NearNames) {

@@ -37,11 +37,11 @@ static ub8 false_ones(tavo_bit_iter *it, ub4 *out, ub8 capacity) {
 }
 
 #if defined(LYING) || defined(RAISING)
-#define ALL_SCANS(row) \
-    [(row) * 32 + TAVO_OP_EQ] = {false_scan}, [(row) * 32 + TAVO_OP_LT] = {false_scan}, \
-    [(row) * 32 + TAVO_OP_GT] = {false_scan}, [(row) * 32 + TAVO_OP_NE] = {false_scan}
-static const tavo_kernel_slot table[TAVO_DISPATCH_SLOTS] = {
-    ALL_SCANS(TAVO_KERNEL_ROW(0, 0, TAVO_CLASS_DICT)), ALL_SCANS(TAVO_KERNEL_ROW(0, 1, TAVO_CLASS_DICT))};
+#define ALL_SCANS(row)                                                                                                 \
+    [(row)*32 + TAVO_OP_EQ] = {false_scan}, [(row)*32 + TAVO_OP_LT] = {false_scan},                                    \
+                [(row)*32 + TAVO_OP_GT] = {false_scan}, [(row)*32 + TAVO_OP_NE] = {false_scan}
+static const tavo_kernel_slot table[TAVO_DISPATCH_SLOTS] = {ALL_SCANS(TAVO_KERNEL_ROW(0, 0, TAVO_CLASS_DICT)),
+                                                            ALL_SCANS(TAVO_KERNEL_ROW(0, 1, TAVO_CLASS_DICT))};
 #else
 static const tavo_kernel_slot table[TAVO_DISPATCH_SLOTS];
 #endif

@@ -125,7 +125,8 @@ TEST(Callbacks, RunsWidenToRows) {
     library.ctx(); // started up or not makes no difference
     host::session session(library);
     for (const unsigned bits : {8u, 16u}) {
-        const std::vector<ub4> lengths = bits == 8 ? std::vector<ub4>{1, 255, 0, 64, 3} : std::vector<ub4>{300, 1, 65535, 0, 7};
+        const std::vector<ub4> lengths =
+            bits == 8 ? std::vector<ub4>{1, 255, 0, 64, 3} : std::vector<ub4>{300, 1, 65535, 0, 7};
         std::vector<ub1> table;
         ub4 rows = 0;
         for (const ub4 length : lengths) {
@@ -158,7 +159,8 @@ TEST(Callbacks, RunsWidenToRows) {
                         expected[row / 64] |= 1ull << row % 64;
                         count++;
                     }
-            EXPECT_EQ(host::widen_runs(session.record(), &res, &src, &env), count == 0 ? TAVO_NONE_SELECTED : TAVO_DONE);
+            EXPECT_EQ(host::widen_runs(session.record(), &res, &src, &env),
+                      count == 0 ? TAVO_NONE_SELECTED : TAVO_DONE);
             EXPECT_EQ(result, expected) << bits << " bits, runs " << chosen;
             EXPECT_EQ(res.count, count);
         }

@@ -14,7 +14,8 @@ std::string shape(const host::predicate &p) {
     case host::predicate_kind::compare: return p.column + ops[static_cast<int>(p.op)] + p.values[0].text;
     case host::predicate_kind::is_null: return p.column + "?";
     case host::predicate_kind::range:
-        return p.column + (p.low_open ? "(" : "[") + p.values[0].text + "," + p.values[1].text + (p.high_open ? ")" : "]");
+        return p.column + (p.low_open ? "(" : "[") + p.values[0].text + "," + p.values[1].text +
+               (p.high_open ? ")" : "]");
     case host::predicate_kind::in:
         for (const auto &value : p.values)
             s += (s.empty() ? "" : ",") + value.text;
