@@ -18,12 +18,17 @@ flights=host/data/flights-100k.csv airports=host/data/airports.csv
 asked=0 agreed=0
 answer=$(mktemp)
 trap 'rm -f "$log" "$answer"' EXIT
-ask() {
-    local status=0 argument shown=
-    for argument in "$@" --explain --check; do
-        case $argument in *[!a-zA-Z0-9_./-]*) shown+=" \"$argument\"" ;; *) shown+=" $argument" ;; esac
+show() { # as one would type it
+    local argument
+    printf '\n$ tavo'
+    for argument in "$@"; do
+        case $argument in *[!a-zA-Z0-9_./=-]*) printf ' "%s"' "$argument" ;; *) printf ' %s' "$argument" ;; esac
     done
-    printf '\n$ tavo query%s\n' "$shown"
+    echo
+}
+ask() {
+    local status=0
+    show query "$@" --explain --check
     asked=$((asked + 1))
     build/library/host/tavo query "$@" --explain --check </dev/null | tee "$answer" || status=$?
     if [ "$status" -eq 0 ] && grep -q '^check: .* agrees$' "$answer"; then
@@ -37,6 +42,11 @@ ask "$flights" --where "distance between 500 and 1000" --where "origin in (SFO, 
 ask "$flights" --where "date between '2001-03-01 00:00' and '2001-03-01 23:59'" --where "delay > 90 or delay < -30" \
     --limit 5
 ask "$flights" --where "distance >= 2500" --where "delay >= 120" --where "not destination = SFO" --limit 5
+# The same table as compressed streams and as runs: what is printed is decoded from these, not taken from the file.
+forms=(--encode distance=spak --encode delay=spak --encode origin=rle)
+show columns "$flights" "${forms[@]}"
+build/library/host/tavo columns "$flights" "${forms[@]}" </dev/null || exit 1
+ask "$flights" "${forms[@]}" --where "origin = SFO" --where "distance >= 2500" --where "delay > 90" --limit 5
 ask "$airports" --null NA --where "latitude > 48.9" --where "not state = AK" --limit 5
 
 echo

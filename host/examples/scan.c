@@ -31,7 +31,8 @@ int main(int argc, char **argv) {
         if (codes[bit / WIDTH] >> (WIDTH - 1 - bit % WIDTH) & 1)
             stream[bit / 8] |= (ub1)(0x80 >> bit % 8);
     tavo_enc_ctx enc = {.kernel_row = TAVO_KERNEL_ROW(TAVO_VARIANT_PLAIN, WIDTH - 1, TAVO_CLASS_DICT),
-                        .flags = TAVO_DICT, .width_bits = WIDTH};
+                        .flags = TAVO_DICT,
+                        .width_bits = WIDTH};
     tavo_vec column = {.data = stream, .enc = &enc, .size = ROWS};
 
     /* The scan: constants in, one bit a row and the count out. */

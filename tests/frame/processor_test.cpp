@@ -20,29 +20,20 @@ struct feature {
     reg from;
     unsigned bit;
 };
-#define FEATURE(name, leaf, subleaf, from, bit) feature{#name, &name, leaf, subleaf, from, bit}
+#define FEATURE(name, leaf, subleaf, from, bit)                                                                        \
+    feature { #name, &name, leaf, subleaf, from, bit }
 const feature features[] = {
     FEATURE(tavo_has_ifma, 7, 0, eax, 21), // an odd source, and kept
-    FEATURE(tavo_has_vbmi1, 7, 0, ecx, 1),
-    FEATURE(tavo_has_vbmi2, 7, 0, ecx, 6),
-    FEATURE(tavo_has_gfni, 7, 0, ecx, 8),
-    FEATURE(tavo_has_vnni, 7, 0, ecx, 11),
-    FEATURE(tavo_has_bitalg, 7, 0, ecx, 12),
-    FEATURE(tavo_has_vpopcdq, 7, 0, ecx, 14),
-    FEATURE(tavo_has_fsrm, 7, 0, edx, 4),
-    FEATURE(tavo_has_amx_bf16, 7, 0, edx, 22),
-    FEATURE(tavo_has_fp16, 7, 0, edx, 23),
-    FEATURE(tavo_has_amx_tile, 7, 0, edx, 24),
-    FEATURE(tavo_has_amx_int8, 7, 0, edx, 25),
-    FEATURE(tavo_has_avx_vnni, 7, 1, eax, 4),
-    FEATURE(tavo_has_bf16, 7, 1, eax, 5),
-    FEATURE(tavo_has_fsrs, 7, 1, eax, 11),
-    FEATURE(tavo_has_amx_fp16, 7, 1, edx, 21),
-    FEATURE(tavo_has_avx_ifma, 7, 1, eax, 23),
-    FEATURE(tavo_has_avx_vnni_int8, 7, 1, edx, 4),
-    FEATURE(tavo_has_avx10_128, 0x24, 0, ebx, 16),
-    FEATURE(tavo_has_avx10_256, 0x24, 0, ebx, 17),
-    FEATURE(tavo_has_avx10_512, 0x24, 0, ebx, 18),
+    FEATURE(tavo_has_vbmi1, 7, 0, ecx, 1),         FEATURE(tavo_has_vbmi2, 7, 0, ecx, 6),
+    FEATURE(tavo_has_gfni, 7, 0, ecx, 8),          FEATURE(tavo_has_vnni, 7, 0, ecx, 11),
+    FEATURE(tavo_has_bitalg, 7, 0, ecx, 12),       FEATURE(tavo_has_vpopcdq, 7, 0, ecx, 14),
+    FEATURE(tavo_has_fsrm, 7, 0, edx, 4),          FEATURE(tavo_has_amx_bf16, 7, 0, edx, 22),
+    FEATURE(tavo_has_fp16, 7, 0, edx, 23),         FEATURE(tavo_has_amx_tile, 7, 0, edx, 24),
+    FEATURE(tavo_has_amx_int8, 7, 0, edx, 25),     FEATURE(tavo_has_avx_vnni, 7, 1, eax, 4),
+    FEATURE(tavo_has_bf16, 7, 1, eax, 5),          FEATURE(tavo_has_fsrs, 7, 1, eax, 11),
+    FEATURE(tavo_has_amx_fp16, 7, 1, edx, 21),     FEATURE(tavo_has_avx_ifma, 7, 1, eax, 23),
+    FEATURE(tavo_has_avx_vnni_int8, 7, 1, edx, 4), FEATURE(tavo_has_avx10_128, 0x24, 0, ebx, 16),
+    FEATURE(tavo_has_avx10_256, 0x24, 0, ebx, 17), FEATURE(tavo_has_avx10_512, 0x24, 0, ebx, 18),
 };
 #undef FEATURE
 

@@ -90,7 +90,8 @@ TEST(ScanFinish, RunLengthColumnsAreScannedByRunAndWidenedByTheHost) {
     expansion = {};
     expansion.answer = 77;
     EXPECT_EQ(column.ge_le(7, 9, &env), 77u);
-    EXPECT_EQ(runs, column.rows_where([&](std::size_t r) { return column.codes[r] >= 7 && column.codes[r] <= 9 && r != 8; }));
+    EXPECT_EQ(runs,
+              column.rows_where([&](std::size_t r) { return column.codes[r] >= 7 && column.codes[r] <= 9 && r != 8; }));
     EXPECT_EQ(column.bits, untouched);
     EXPECT_EQ(env.result_flags, TAVO_RESULT_SCAN_SELECTED);
     ASSERT_EQ(expansion.calls, 1);
