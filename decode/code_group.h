@@ -3,8 +3,7 @@
 //   group    16 codes of W bits, 2W bytes from a byte boundary on: rows r to r + 15 where r is a multiple of 8
 //   lanes    lane j holds code j, zero-extended
 //
-// A load reads, from the group's first byte on, 16 bytes for W = 8, 32 for W = 16 and 64 for every other width: up to
-// 64 - 2W bytes past the group.
+// A group's own bytes are read and no others: a masked load costs no more than a whole one.
 #pragma once
 
 #include <immintrin.h>
@@ -28,6 +27,11 @@ inline constexpr mask_rows_64<3> swap_selectors = [] {
     return t;
 }();
 
+// The first `bytes` bytes from p on, fewer than 64.
+[[gnu::always_inline]] inline __m512i load_first(unsigned bytes, const ub1 *p) noexcept {
+    return _mm512_maskz_loadu_epi8((1ull << bytes) - 1, p);
+}
+
 // The constants of a width in registers; made once before a loop.
 template <unsigned W>
 class code_group {
@@ -36,7 +40,6 @@ class code_group {
 public:
     static constexpr unsigned rows = 16;
     static constexpr unsigned bytes = 2 * W;
-    static constexpr unsigned bytes_read = W == 8 ? 16 : W == 16 ? 32 : 64;
 
     [[gnu::always_inline]] code_group() noexcept {
         if constexpr (W == 16 || W == 32) {
@@ -66,10 +69,47 @@ public:
 private:
     // Each lane: the bytes that hold its code, the last one lowest.
     [[gnu::always_inline]] __m512i spread(const ub1 *group) const noexcept {
-        return _mm512_shuffle_epi8(_mm512_permutexvar_epi16(words, _mm512_loadu_si512(group)), selectors);
+        return _mm512_shuffle_epi8(_mm512_permutexvar_epi16(words, load_first(bytes, group)), selectors);
     }
     [[gnu::always_inline]] static __m512i load(const ub1 *row) noexcept { return _mm512_load_si512(row); }
 
+    __m512i words, selectors, shifts, code_bits;
+};
+
+// The same with thirty-two codes and 16-bit lanes, at half the cost a code, for the widths whose codes each lie within
+// two bytes.
+template <unsigned W>
+constexpr bool has_short_code_group = W <= 7 || W == 9 || W == 10 || W == 12;
+
+// Row W - 1: how far above bit 0 the codes lie in 16-bit lanes.
+inline constexpr mask_rows_64<12> short_code_shifts = [] {
+    mask_rows_64<12> t{};
+    for (unsigned w = 1; w <= 12; w++)
+        for (unsigned lane = 0; lane < 32; lane++)
+            t.put(w - 1, 2 * lane, 2, code_shift(lane, w));
+    return t;
+}();
+
+template <unsigned W>
+class short_code_group {
+    static_assert(has_short_code_group<W>);
+
+public:
+    static constexpr unsigned rows = 32;
+    static constexpr unsigned bytes = 4 * W;
+
+    [[gnu::always_inline]] short_code_group() noexcept
+        : words(_mm512_load_si512(tavo_avx512_unpack_to_16bit_lane_shuffle_masks.row[W - 1])),
+          selectors(_mm512_load_si512(tavo_avx512_unpack_to_16bit_shuffle_masks.row[W - 1])),
+          shifts(_mm512_load_si512(short_code_shifts.row[W - 1])), code_bits(_mm512_set1_epi16((1 << W) - 1)) {}
+
+    [[gnu::always_inline]] __m512i operator()(const ub1 *group) const noexcept {
+        const __m512i spread =
+            _mm512_shuffle_epi8(_mm512_permutexvar_epi16(words, load_first(bytes, group)), selectors);
+        return _mm512_and_si512(_mm512_srlv_epi16(spread, shifts), code_bits);
+    }
+
+private:
     __m512i words, selectors, shifts, code_bits;
 };
 

@@ -21,14 +21,13 @@
 
 namespace tavo {
 
-// Sixteen rows at a time, as long as their load ends with the codes; the rest one by one.
+// Sixteen rows at a time; the rest one by one.
 template <unsigned W, class Symbols>
 [[gnu::always_inline]] inline void refer_rows(const symbol_refs &refs, const Symbols &symbols, const ub1 *codes,
                                               ub8 rows) noexcept {
     const code_group<W> group;
-    const ub1 *const readable = codes + (rows * W + 7) / 8;
     ub8 row = 0;
-    for (const ub1 *p = codes; p + group.bytes_read <= readable; p += group.bytes, row += group.rows) {
+    for (const ub1 *p = codes; row + group.rows <= rows; p += group.bytes, row += group.rows) {
         __builtin_prefetch(p + 512);
         refs.prefetch(row, 512);
         symbols.template refer<indicators::null_rows>(refs, row, group(p));

@@ -9,7 +9,8 @@
 // A full output is no error: the call ends early, and the next one with the same tavo_env continues at resume_row. The
 // caller is done when that has reached the row count. A position list isn't held against the capacity.
 //
-// How far past the codes is read stands in unpack_block.h. Neither codes nor lists nor run tables are checked.
+// Codes are read up to 3 bytes past the last one, and not at all where a block of 64 rows has none selected. Neither
+// codes nor lists nor run tables are checked.
 #pragma once
 
 #include "bitvec/bitvec.h"

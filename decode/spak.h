@@ -33,7 +33,7 @@ constexpr ub4 spak_head_size = 18;
 constexpr ub4 spak_widest_code = 10;
 
 // Code width of a dictionary of n symbols, ceil(log2 n): 0 for a single one. No symbols at all give 32, too wide.
-constexpr ub4 spak_code_width(ub4 n) { return static_cast<ub4>(std::bit_width(n - 1)); }
+[[gnu::always_inline]] constexpr ub4 spak_code_width(ub4 n) { return static_cast<ub4>(std::bit_width(n - 1)); }
 
 } // namespace tavo
 
@@ -44,9 +44,9 @@ extern "C" {
 // ctx->temp_allocate and is released before return.
 //
 // Once the head has passed, N, C and the lengths are trusted: dst has to have room for the symbols' true sum, and for
-// 7 bytes more only if zero-length symbols make up the end of a stream of more than 63 codes. Read past the end of the
-// stream are at most 4 bytes behind the code count if fewer bytes of codes follow it, and 1 byte behind
-// the last code.
+// 7 bytes more only if zero-length symbols make up the end of a stream of more than 63 codes. What is read past the
+// stream: one byte behind the last code, and, if it ends sooner than that, up to 8 bytes from the start of the last
+// symbol. The loops prefetch 512 bytes ahead on both sides.
 //
 // For W below 3 only the last 32 to 63 codes (all of them, up to 63) are decoded by value: in the blocks before them
 // each code counts as 0. An encoder doesn't send longer streams of such dictionaries.

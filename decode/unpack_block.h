@@ -3,8 +3,8 @@
 //   element   ub1, ub2 or ub4, wide enough for the code; in the processor's byte order
 //   block     64 rows from a multiple of block_alignment on: 8W bytes of codes, 8 bytes of a selection bit vector
 //
-// Codes are read up to 3 bytes past the last one asked for, and a whole block up to 64 - 2W bytes past its last group
-// (code_group.h). Nothing behind the elements written is touched.
+// Codes are read up to 3 bytes past the last one asked for, whole blocks not past their end. Nothing behind the
+// elements written is touched.
 #pragma once
 
 #include <immintrin.h>
@@ -69,14 +69,26 @@ template <class Element>
         _mm512_mask_storeu_epi32(out, low, together);
 }
 
+[[gnu::always_inline]] inline void store_short_codes(ub1 *out, __m512i codes_u16x32) noexcept {
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), _mm512_cvtepi16_epi8(codes_u16x32));
+}
+[[gnu::always_inline]] inline void store_short_codes(ub2 *out, __m512i codes_u16x32) noexcept {
+    _mm512_storeu_si512(out, codes_u16x32);
+}
+
 // All 64 rows of a block.
 template <unsigned W, class Element>
-[[gnu::always_inline]] inline void unpack_block(Element *out, const ub1 *block, const code_group<W> &group) noexcept {
+[[gnu::always_inline]] inline void unpack_block(Element *out, const ub1 *block) noexcept {
     if constexpr (W == 16 && sizeof(Element) == 2) {
         const __m512i swap = _mm512_load_si512(swap_selectors.row[2]);
         _mm512_storeu_si512(out, _mm512_shuffle_epi8(_mm512_loadu_si512(block), swap));
         _mm512_storeu_si512(out + 32, _mm512_shuffle_epi8(_mm512_loadu_si512(block + 64), swap));
+    } else if constexpr (has_short_code_group<W> && sizeof(Element) <= 2) {
+        const short_code_group<W> group;
+        store_short_codes(out, group(block));
+        store_short_codes(out + group.rows, group(block + group.bytes));
     } else {
+        const code_group<W> group;
 #pragma GCC unroll 4
         for (unsigned g = 0; g < 4; g++)
             store_codes(out + g * group.rows, group(block + g * group.bytes));
@@ -102,14 +114,13 @@ template <unsigned W, class Element>
     if constexpr (W == 8 && sizeof(Element) == 1) {
         std::memcpy(out, codes + first, stop - first);
     } else {
-        const code_group<W> group;
         ub8 row = first;
         for (const ub8 start = std::min(next_block_start<W>(row), stop); row < start; row++)
             *out++ = static_cast<Element>(packed_code<W>(codes, row));
         const ub1 *block = block_codes<W>(codes, row);
         for (; row + block_rows <= stop; row += block_rows) {
             prefetch_block(block, out);
-            unpack_block<W>(out, block, group);
+            unpack_block<W>(out, block);
             block += block_rows / 8 * W;
             out += block_rows;
         }

@@ -5,6 +5,7 @@ set -euo pipefail
 seconds=${1:-60}
 root="$(cd "$(dirname "$(readlink -f "$0")")/.." && pwd)"
 build="$root/build/fuzz"
+"$root/scripts/setup.sh" fuzz
 mkdir -p "$build"
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang-14 \
     -DCMAKE_CXX_COMPILER=clang++-14 -DTAVO_WERROR=ON -DTAVO_FUZZ=ON -DTAVO_BUILD_HOST=OFF -DTAVO_BUILD_BENCH=OFF \

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# scripts/setup.sh build|test|bench: installs the Debian packages that are missing for this, and holds the processor
+# scripts/setup.sh build|test|bench|fuzz: installs the Debian packages that are missing for this, and holds the processor
 # against what the kernels need. Says nothing when all is there.
 set -euo pipefail
 
@@ -9,8 +9,9 @@ case $mode in
 build) ;;
 test) packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config clang-14 binutils) ;;
 bench) packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config) ;;
+fuzz) packages+=(libgtest-dev clang-14 libclang-rt-14-dev) ;;
 *)
-    echo "usage: scripts/setup.sh build|test|bench" >&2
+    echo "usage: scripts/setup.sh build|test|bench|fuzz" >&2
     exit 2
     ;;
 esac

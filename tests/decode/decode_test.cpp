@@ -51,10 +51,9 @@ TEST(decode, references) {
         for (ub4 rows : boundary_sizes())
             for (bool cla : {false, true})
                 for (bool listed : {false, true}) {
-                    // All rows: at most 3 bytes behind the last code are read.
                     packed_column column(width,
                                          cla ? dictionary_codes(rows, width, rng) : random_codes(rows, width, rng),
-                                         listed ? 64 : 3);
+                                         code_slack(width));
                     std::vector<ub4> list;
                     for (ub4 row = 0; row < rows; row++)
                         if (!listed || rng() % 3 == 0)
@@ -93,7 +92,7 @@ TEST(decode, references) {
 
 TEST(decode, length_zero_is_null_everywhere) {
     for (unsigned width : decode_widths()) {
-        packed_column column(width, {1, 1}, 3);
+        packed_column column(width, {1, 1}, code_slack(width));
         column.enc.flags |= TAVO_SPAK; // with no slot to look into: the prologue doesn't run
         column.src.data = nullptr;
         ub2 length = 0;
@@ -117,7 +116,7 @@ TEST(decode, length_zero_is_null_everywhere) {
 
 TEST(decode, unknown_dictionary_touches_nothing) {
     for (unsigned width : decode_widths()) {
-        packed_column column(width, {1, 1}, 3);
+        packed_column column(width, {1, 1}, code_slack(width));
         column.enc.dict_kind = 2;
         tavo_vec dst{};
         tavo_env env{};
@@ -132,7 +131,7 @@ TEST(decode, odd_ends_of_lists) {
     for (unsigned width : {1u, 8u, 12u, 32u}) {
         std::vector<ub8> codes(100, 0);
         codes[0] = 1;
-        packed_column column(width, codes, 3);
+        packed_column column(width, codes, code_slack(width));
         ub2 length = __builtin_bswap16(10);
         column.enc.symbol_len = &length;
         const reference_output out(1);

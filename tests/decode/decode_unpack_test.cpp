@@ -15,7 +15,7 @@ namespace {
 // A column as its model says, all its memory guarded, and calls that are held against the model.
 struct unpack_case {
     unpack_case(unpack_model m, bool wide, unsigned entry_bits = 8)
-        : model(std::move(m)), column(model.width, model.codes, unpack_slack(model.width)), wide(wide),
+        : model(std::move(m)), column(model.width, model.codes, code_slack(model.width)), wide(wide),
           run_table(table_bytes(entry_bits)), bits(guarded_copy(words())), list(guarded_copy(model.list)) {
         column.src.size = model.rows();
         if (model.by_runs) {
@@ -310,7 +310,7 @@ TEST(decode_prologue, labels_and_one_decode) {
     std::mt19937_64 rng(427);
     for (unsigned width : decode_widths())
         for (tavo_operation operation : {TAVO_OP_DECODE_UNPACK, TAVO_OP_DECODE}) {
-            packed_column column(width, random_codes(300, width, rng), unpack_slack(width));
+            packed_column column(width, random_codes(300, width, rng), code_slack(width));
             const spak_stream packed = spak_compress(column.stream.bytes());
             const std::vector<ub1> bytes = packed.bytes();
             host_stub host;

@@ -19,13 +19,9 @@ inline std::vector<unsigned> decode_widths() {
     return widths;
 }
 
-// Bytes behind the last code byte that unpacking may read: what a 64-byte load of 16 codes has behind them, or a 4-byte
-// read of one; nothing where codes are whole elements.
-inline std::size_t unpack_slack(unsigned width) {
-    if (width == 8 || width == 16 || width == 32)
-        return 0;
-    return std::max(3u, 64 - std::min(64u, 2 * width));
-}
+// Bytes behind the last code byte that decoding may read: what a 4-byte read of a code has behind it, nothing where
+// codes are bits or whole elements.
+inline std::size_t code_slack(unsigned width) { return width == 1 || width == 8 || width == 16 || width == 32 ? 0 : 3; }
 
 template <class T>
 guarded guarded_copy(const std::vector<T> &content, guard side = guard::behind) {
