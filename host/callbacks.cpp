@@ -74,6 +74,8 @@ void session::temp_release(void *, void *block, ub8) noexcept { std::free(block)
 // The library's decoder, with the clock running: the decompression shows as a step of its own.
 ub4 session::decode(tavo_spak_ctx *ctx, const ub1 *src, ub1 *dst, ub4 *out_len, ub4 capacity) noexcept {
     handle_block &block = of(ctx->handle);
+    if (block.kernels.ctx().spak_decode == nullptr)
+        return TAVO_BAD_INPUT; // the kernel raises an error
     const auto start = std::chrono::steady_clock::now();
     const ub4 status = block.kernels.ctx().spak_decode(ctx, src, dst, out_len, capacity);
     block.decoded_seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

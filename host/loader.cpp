@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <utility>
 
 #include "host/error.h"
 
@@ -64,6 +65,15 @@ void library::check_and_start(const processor &p) {
         if (ctx_->sizes[i] != sizes[i])
             throw error(fmt::format("{}: size word {} of the descriptor is {}, not {}", path_, 4 + i, ctx_->sizes[i],
                                     sizes[i]));
+    // What this host calls without asking again. Kernels and the other operations are looked at where they are used.
+    const std::pair<const char *, bool> operations[] = {
+        {"init_sharedlib", ctx_->init_sharedlib != nullptr}, {"lbiwvand", ctx_->lbiwvand != nullptr},
+        {"lbiwvor", ctx_->lbiwvor != nullptr},               {"lbiwvset_range", ctx_->lbiwvset_range != nullptr},
+        {"lbiwvpopcnt", ctx_->lbiwvpopcnt != nullptr},       {"lbiwvones", ctx_->lbiwvones != nullptr},
+        {"lbiwv_ictx_ini2", ctx_->lbiwv_ictx_ini2 != nullptr}};
+    for (const auto &[operation, present] : operations)
+        if (!present)
+            throw error(fmt::format("{} has no operation tavo_{}_dydi", path_, operation));
     const ub4 host_words[3] = {0, 0, 0}; // copied by the library and read by nobody
     ctx_->init_sharedlib(0, host_words);
 }

@@ -155,6 +155,7 @@ TEST_F(Command, BadLibraries) {
     expect_refused(query + " --lib " + folder_ + "/absent.so", "cannot load the library");
     expect_refused(query + " --lib " + folder + "wrong_magic.so", "magic word");
     expect_refused(query, "MRV_22.0", "TAVO_LIB=" + folder + "wrong_version.so");
+    expect_refused(query + " --lib " + folder + "no_operations.so", "has no operation tavo_lbiwvand_dydi");
     expect_refused(query + " --lib " + folder + "no_kernels.so", "has no kernel tavo_eq_dict_1bit");
     expect_refused(query + " --lib " + folder + "raising.so",
                    "internal error in the library: false_scan: raised on purpose");

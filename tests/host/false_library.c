@@ -24,6 +24,21 @@ static ub4 false_scan(tavo_vec *res, tavo_vec *src, tavo_vec *constant, tavo_env
 }
 #endif
 
+#ifndef NO_OPERATIONS
+static ub4 false_join(void *dst, ub4 *count, const void *a, const void *b, ub8 nbits) {
+    (void)dst, (void)a, (void)b, (void)nbits;
+    *count = 1;
+    return TAVO_DONE;
+}
+#endif
+static ub4 false_set_range(void *bits, ub8 first, ub8 last) {
+    (void)bits, (void)first, (void)last;
+    return TAVO_DONE;
+}
+static ub4 false_count(ub4 *count, const void *bits, ub8 nbits) {
+    (void)bits, (void)nbits;
+    return *count = 1;
+}
 static ub4 false_start(tavo_bit_iter *it, const void *bits, ub8 nbits, ub1 invert, ub8 start) {
     (void)bits, (void)nbits, (void)invert, (void)start;
     memset(it, 0, sizeof *it);
@@ -62,6 +77,12 @@ __attribute__((visibility("default"))) const tavo_specialized_ctx tavo_global_sp
     .sizes = {8, 8, 8, 8, 8, 8, 8, 16, 0, 64},
     .dispatch_table = table,
     .init_sharedlib = false_init,
+#ifndef NO_OPERATIONS
+    .lbiwvand = false_join,
+    .lbiwvor = false_join,
+#endif
+    .lbiwvset_range = false_set_range,
+    .lbiwvpopcnt = false_count,
     .lbiwv_ictx_ini2 = false_start,
     .lbiwvones = false_ones,
 };

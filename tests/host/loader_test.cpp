@@ -122,26 +122,29 @@ TEST(Callbacks, RaisedErrorsComeAfterTheCall) {
 
 TEST(Callbacks, RunsWidenToRows) {
     const host::library library(TAVO_LIBRARY_PATH);
-    library.ctx(); // started up or not makes no difference
     host::session session(library);
     for (const unsigned bits : {8u, 16u}) {
         const std::vector<ub4> lengths =
             bits == 8 ? std::vector<ub4>{1, 255, 0, 64, 3} : std::vector<ub4>{300, 1, 65535, 0, 7};
         std::vector<ub1> table;
+        std::vector<ub4> cumulated = {0}; // big-endian
         ub4 rows = 0;
         for (const ub4 length : lengths) {
             if (bits == 16)
                 table.push_back(static_cast<ub1>(length >> 8));
             table.push_back(static_cast<ub1>(length));
             rows += length;
+            cumulated.push_back(__builtin_bswap32(rows));
         }
         table.resize(table.size() + 64);
-        for (ub8 chosen = 0; chosen < 32; chosen++) {
+        for (ub8 choice = 0; choice < 64; choice++) {
+            const ub8 chosen = choice / 2;
             tavo_enc_ctx enc{};
             enc.flags = TAVO_RLE;
             enc.run_table = table.data();
             enc.run_entry_bits = static_cast<ub1>(bits);
             enc.run_count = 5;
+            enc.run_cla = choice % 2 == 0 ? nullptr : cumulated.data();
             tavo_vec src{}, res{};
             src.enc = &enc;
             src.size = rows;
@@ -161,7 +164,7 @@ TEST(Callbacks, RunsWidenToRows) {
                     }
             EXPECT_EQ(host::widen_runs(session.record(), &res, &src, &env),
                       count == 0 ? TAVO_NONE_SELECTED : TAVO_DONE);
-            EXPECT_EQ(result, expected) << bits << " bits, runs " << chosen;
+            EXPECT_EQ(result, expected) << bits << " bits, choice " << choice;
             EXPECT_EQ(res.count, count);
         }
     }
