@@ -140,17 +140,19 @@ ub4 sparse_dict_scan(tavo_vec *res, tavo_vec *src, scan_constants<W> constants, 
         count += static_cast<ub4>(hit);
         bv[row / 64] |= hit << row % 64;
     };
-    constexpr unsigned batch = 8;
+    // Entering and leaving the iterator costs as much as a few rows do, so a batch is more than the eight that are
+    // visited at a time.
+    constexpr unsigned batch = 64;
     ub4 rows[batch];
     tavo_bit_iter selected;
     tavo_lbiwv_ictx_ini2_dydi(&selected, env->sel_bits, n, 0, 0);
     ub8 got;
-    while ((got = tavo_lbiwvones_dydi(&selected, rows, batch)) == batch)
+    do {
+        got = tavo_lbiwvones_dydi(&selected, rows, batch);
 #pragma GCC unroll 8
-        for (unsigned i = 0; i < batch; i++)
+        for (ub8 i = 0; i < got; i++)
             visit(rows[i]);
-    for (unsigned i = 0; i < got; i++)
-        visit(rows[i]);
+    } while (got == batch);
     return finish_selected_scan(res, src, n, count);
 }
 
