@@ -43,12 +43,12 @@ public:
     // Bit i: code i of the loaded source bytes qualifies.
     [[gnu::always_inline]] ub8 operator()(__m512i source) const noexcept {
         const __m512i fields = codes.fields(source);
-        ub8 hits = compare_lanes<lanes::lane_bits, Op::low>(fields, lo);
+        auto hits = compare_lanes<lanes::lane_bits, Op::low>(fields, lo);
         if constexpr (Op::is_range)
             hits = compare_lanes<lanes::lane_bits, Op::high>(hits, fields, hi);
         if constexpr (Nullable)
             hits = nonzero_lanes<lanes::lane_bits>(hits, fields);
-        return hits;
+        return hits_of_mask(hits);
     }
 
 private:
