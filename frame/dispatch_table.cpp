@@ -17,22 +17,21 @@ consteval dispatch_tables build_dispatch_tables() {
 }
 
 } // namespace
-
-extern constinit const kernel_slots dispatch_table = build_dispatch_tables().slots;
-extern constinit const kernel_names dispatch_func_names = build_dispatch_tables().names;
-
 } // namespace tavo
 
 extern "C" {
 
-ub4 tavo_dispatch_table_size(void) noexcept { return TAVO_DISPATCH_SLOTS; }
+TAVO_KEPT constinit const tavo::kernel_slots tavo_dispatch_table = tavo::build_dispatch_tables().slots;
+TAVO_KEPT constinit const tavo::kernel_names tavo_dispatch_func_names = tavo::build_dispatch_tables().names;
 
-ub4 tavo_convert_width(ub4 width) noexcept {
+TAVO_KEPT ub4 tavo_dispatch_table_size(void) noexcept { return TAVO_DISPATCH_SLOTS; }
+
+TAVO_KEPT ub4 tavo_convert_width(ub4 width) noexcept {
     TAVO_ASSERT(tavo::has_width_code(width));
     return tavo::width_code(width);
 }
 
-ub4 tavo_xlate_convert_width(sb4 element, ub4 form) noexcept {
+TAVO_KEPT ub4 tavo_xlate_convert_width(sb4 element, ub4 form) noexcept {
     switch (element) {
     case -1: return form * 8;
     case -4: return form * 8 + 1;
@@ -42,7 +41,7 @@ ub4 tavo_xlate_convert_width(sb4 element, ub4 form) noexcept {
     }
 }
 
-ub4 tavo_xlate_convert_type(ub4 type) noexcept {
+TAVO_KEPT ub4 tavo_xlate_convert_type(ub4 type) noexcept {
     TAVO_ASSERT(type >= 1 && type <= 3);
     return type - 1;
 }

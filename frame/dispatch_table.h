@@ -44,7 +44,8 @@ struct dispatch_tables {
         }
     }
 
-    // One overload per calling pattern: the kernel's type picks the union's member.
+    // One overload per calling pattern: the kernel's type picks the union's member. Scans, arithmetic and translations
+    // have one type, so the kernels of all three go in through .scan: a slot is one pointer by any member.
     consteval void put(unsigned index, tavo_scan_fn *kernel, const char *name) {
         slots.slot[claim(index, name)].scan = kernel;
     }
@@ -70,12 +71,16 @@ private:
     }
 };
 
-extern const kernel_slots dispatch_table;       // what the descriptor points at
-extern const kernel_names dispatch_func_names;  // parallel to it; empty slots have the text invalid_dispatch
-
 } // namespace tavo
 
+// The table, its names and the functions below are part of the library whether or not a kernel uses them: debuggers and
+// profilers find them in its symbol table. TAVO_KEPT holds them against the linker's removal of unused sections.
+#define TAVO_KEPT [[gnu::used, gnu::retain]]
+
 extern "C" {
+extern const tavo::kernel_slots tavo_dispatch_table;      // what the descriptor points at
+extern const tavo::kernel_names tavo_dispatch_func_names; // parallel to it; empty slots have the text invalid_dispatch
+
 ub4 tavo_dispatch_table_size(void) noexcept; // TAVO_DISPATCH_SLOTS
 ub4 tavo_convert_width(ub4 width) noexcept;  // width code of data kernels; asserts that the width has one
 // Width code of translation kernels: element -1 bit, -4 nib, 1, 2, 4 for ub1, ub2, ub4; form 0 plain, 1 cla, 2 const,

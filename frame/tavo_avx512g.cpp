@@ -1,4 +1,4 @@
-// The descriptor, start-up and the statistics dump.
+// The descriptor and start-up.
 #include "frame/tavo_avx512g.h"
 
 #include <cpuid.h>
@@ -40,7 +40,7 @@ static consteval tavo_specialized_ctx describe_library() {
     ctx.sizes[7] = 16;
     ctx.sizes[8] = 0;
     ctx.sizes[9] = 64;
-    ctx.dispatch_table = tavo::dispatch_table.slot;
+    ctx.dispatch_table = tavo_dispatch_table.slot;
 
 #define OPERATION(name) ctx.name = tavo_##name##_dydi
     OPERATION(init_sharedlib);

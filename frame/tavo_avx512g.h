@@ -46,9 +46,9 @@ typedef union tavo_kernel_slot {
     tavo_scan_fn *scan;             /* eq lt gt le ge ne, set (the set in the constant's place) */
     tavo_range_scan_fn *range_scan; /* gt_lt gt_le ge_lt ge_le */
     tavo_row_move_fn *row_move;     /* decode, decode_unpack, decode_symbol, burst_rle */
-    tavo_minmax_fn *minmax;
-    tavo_arith_fn *arith; /* add sub mul */
-    tavo_xlate_fn *xlate;
+    tavo_minmax_fn *minmax;         /* minmax; sum and distinct, which take its arguments, do nothing and return 0 */
+    tavo_arith_fn *arith;           /* add sub mul */
+    tavo_xlate_fn *xlate;           /* xlate, also to group keys: res holds these, dict is ignored */
 } tavo_kernel_slot;
 
 /* Operation numbers, bits 4 to 0 of a dispatch index. */
@@ -166,63 +166,101 @@ typedef struct tavo_specialized_ctx {
     ub8 (*lbiwvrun)(ub8 a, ub8 b) TAVO_NOEXCEPT;                                                               /* 49 */
     ub8 (*lbiwvruns)(ub8 a, ub8 b, ub8 c, ub8 d) TAVO_NOEXCEPT;                                                /* 50 */
 
+    /* From here on some words are null in this build, as said at the top; the comments say what a word is for. */
+
+    /* Tests hashes, from env->start_row on, against a bloom filter (one bit a row for mode 1, else two): sets the bits of
+     * rows that may match. */
     ub4 (*bloom)(tavo_vec *res, tavo_vec *hashes, tavo_vec *filter, tavo_env *env, ub1 mode) TAVO_NOEXCEPT;    /* 51 */
+    /* Counts the edges of a plane polygon that a ray from one point crosses. */
     ub4 (*spatial_pip)(tavo_vec *res, tavo_vec *xs, tavo_vec *ys, tavo_vec *px, tavo_vec *py) TAVO_NOEXCEPT;   /* 52 */
+    /* For points on the unit sphere one byte each: outside, crossing count, on an edge or on a vertex. a and b are
+     * ignored. */
     ub4 (*spheric_pip)(tavo_vec *res, tavo_vec *polygon, tavo_vec *points, const void *a, const void *b,
                        double tolerance) TAVO_NOEXCEPT;                                                        /* 53 */
+    /* Folds the dictionary codes of several columns into one ub4 group key a row. */
     ub4 (*groupkey)(tavo_vec *keys, ub4 *key_space, tavo_vec *cols, ub4 ncols, tavo_vec *temp, tavo_env *env)
         TAVO_NOEXCEPT;                                                                                         /* 54 */
+    /* Adds one column's codes as a bit field to packed group keys. */
     void (*dgk_concatenate)(void);                                                                             /* 55 */
+    /* Splits packed group keys into their columns' codes. */
     void (*extract_dgk)(void);                                                                                 /* 56 */
+    /* Adds a column's values to per-group accumulators that the keys select. */
     ub4 (*gby_sum)(tavo_vec *acc, tavo_vec *src, tavo_vec *keys, tavo_env *env, const sb2 offsets[2])
         TAVO_NOEXCEPT;                                                                                         /* 57 */
+    /* Converts numbers between comparable and native form, or sums them with TAVO_ENV_SUM. env may be null. */
     ub4 (*convert)(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                                 /* 58 */
     /* Expands a front-coded dictionary: src is its stream, src->size its blocks, the rest in src->enc. dst->data
      * receives prefix_count symbols of prefix_len bytes, back to back. env may be null. */
     ub4 (*prefix_decode)(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                           /* 59 */
+    /* Hashes a column's elements with the host's function: out->data receives one ub8 a row. A seed vector of one row
+     * serves all rows. */
     ub4 (*hash)(tavo_vec *out, tavo_vec *column, tavo_vec *seeds, tavo_hash_fn *hash, tavo_env *env) TAVO_NOEXCEPT; /* 60 */
+    /* Scatters rows by bits of their hashes into the buffers of a radix partitioning. */
     ub4 (*partition)(tavo_partition_ctx *ctx, tavo_vec *hashes_or_keys, tavo_vec *rids, tavo_vec *column,
                      tavo_hash_fn *hash, tavo_env *env) TAVO_NOEXCEPT;                                         /* 61 */
+    /* Copies all elements of the table rows that the codes in src name. */
     ub4 (*gather)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env) TAVO_NOEXCEPT;    /* 62 */
+    /* The same for one column of the table. */
     ub4 (*gather_one_col)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env, ub4 col)
         TAVO_NOEXCEPT;                                                                                         /* 63 */
+    /* The same for a list of columns. */
     ub4 (*gather_cols)(tavo_vec *dst, tavo_vec *src, const ub4 *cols, ub4 ncols, const tavo_gather_spec *spec,
                        tavo_env *env) TAVO_NOEXCEPT;                                                           /* 64 */
+    /* Writes a column of references to src's elements into a row-major table. */
     ub4 (*transpose_reference)(tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;        /* 65 */
+    /* Turns rows first_row to last_row of a reference table into a packed table with the elements' bytes together. */
     ub4 (*transpose_convert)(tavo_gather_spec *spec, const tavo_gather_spec *from, sb4 to_part, sb4 from_part,
                              ub4 first_row, ub4 last_row, tavo_env *env) TAVO_NOEXCEPT;                        /* 66 */
+    /* Writes a column of values into the fixed-width rows of a table. */
     ub4 (*transpose_fixed)(tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;            /* 67 */
+    /* Works out the shape of a key-to-value table, for which the host then allocates memory. */
     ub4 (*layout_kv)(ub8 ndv, ub8 rows, ub4 *flags, tavo_kv *kv, ub4 segment_log2, ub4 lower_rows, ub4 upper_rows,
                      ub4 fill_percent, ub4 force_pointer) TAVO_NOEXCEPT;                                       /* 68 */
+    /* Enters a batch of rows in a table. */
     ub4 (*create_add_kv)(tavo_kv *kv, tavo_vec *hashes, tavo_vec *values, tavo_vec *keys, sb8 segment_id,
                          tavo_env *env, tavo_kv_alloc_fn *alloc, tavo_kv_status *status) TAVO_NOEXCEPT;        /* 69 */
+    /* Finds each row's matches in a table; mode says what is reported of them. */
     ub4 (*probe_kv)(tavo_vec *value_out, void *rid_out, tavo_vec *hashes, tavo_vec *rids, tavo_vec *keys,
                     tavo_kv *kv, ub4 mode, tavo_env *env, tavo_kv_status *status) TAVO_NOEXCEPT;               /* 70 */
+    /* Reports the table's rows that probes have marked, or those that they have not. */
     ub4 (*mut_kv_scan)(tavo_vec *out, tavo_kv *kv, ub4 mode, tavo_kv_scan_position *position, ub4 end_segment)
         TAVO_NOEXCEPT;                                                                                         /* 71 */
+    /* Finds or creates the dense group code of each row's bytes. */
     void (*dgk_symbol2code)(void);                                                                             /* 72 */
+    /* The bytes and length of each dense group code. */
     void (*dgk_code2symbol)(void);                                                                             /* 73 */
+    /* Sets the bits of rows whose elements in two columns of one layout are equal. */
     ub4 (*eq_stream)(tavo_vec *res, tavo_vec *left, tavo_vec *right, tavo_env *env) TAVO_NOEXCEPT;             /* 74 */
+    /* Copies the selected rows of a column; goes on where it stopped when the output was full. */
     ub4 (*selective)(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                               /* 75 */
     /* Decodes a spak stream; to be stored in tavo_host.spak_decode. *out_len receives the bytes written, also when
      * they are not what the head promised; a refused head leaves it and dst untouched. */
     tavo_spak_decode_fn *spak_decode;                                                                          /* 76 */
     ub4 (*thread_ctx_init)(void) TAVO_NOEXCEPT;                                                                /* 77: 0 */
     ub4 (*thread_ctx_fini)(void) TAVO_NOEXCEPT;                                                                /* 78: 0 */
+    /* Adds up 8- or 16-bit values into the ub4 at res->data. */
     ub4 (*sum_vec)(tavo_vec *res, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                                 /* 79 */
+    /* Compares two ub4 code columns row by row, each through a table of ub4 values or, where that is null, directly. */
     ub4 (*lookup_and_compare)(tavo_vec *res, tavo_vec *left, tavo_vec *right, tavo_vec *left_table,
                               tavo_vec *right_table, tavo_vec *op, tavo_env *env) TAVO_NOEXCEPT;               /* 80 */
+    /* Running sums of n ub4 values, wrapping: n + 1 elements, the first 0, the last the total. */
     ub4 (*prefix_sum_vec)(tavo_vec *res, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                          /* 81 */
+    /* Distances of a vector column's rows to one query vector or to a second column's rows. */
     ub4 (*vector_distance)(tavo_vec *res, tavo_vec *col, tavo_vec *query, ub8 metric, ub8 layout, tavo_env *env,
                            void *scratch) TAVO_NOEXCEPT;                                                       /* 82 */
+    /* The k rows nearest to the query, nearest first; k must be at least 1. */
     ub4 (*vector_topk)(tavo_vec *res, tavo_vec *col, tavo_vec *query, ub8 metric, ub8 layout, tavo_env *env,
                        void *scratch) TAVO_NOEXCEPT;                                                           /* 83 */
+    /* The kernel of a metric for two operands' types and forms, or null. */
     tavo_distance_kernel *(*vector_pick_metric)(ub4 metric, ub4 left_type, ub4 left_comparable, ub4 left_layout,
                                                 ub4 right_type, ub4 right_comparable, ub4 right_layout)
         TAVO_NOEXCEPT;                                                                                         /* 84 */
+    /* Parses the text form of vectors into packed elements and, on request, their norms. */
     ub4 (*vector_parse)(tavo_vec *res, tavo_vec *norms, tavo_vec *text, ub8 *bad_rows, tavo_env *env) TAVO_NOEXCEPT; /* 85 */
+    /* Converts dense vectors from one element type to another and, on request, computes their norms. */
     ub4 (*vector_convert_fp)(tavo_vec *res, tavo_vec *norms, tavo_vec *src, ub8 *bad_rows, tavo_env *env)
         TAVO_NOEXCEPT;                                                                                         /* 86 */
+    /* Element-wise sum, difference, product or quotient of vectors, or of vectors and a number. */
     ub4 (*vector_arith)(tavo_vec *res, tavo_vec *norms, tavo_vec *a, tavo_vec *b, ub4 op, tavo_env *env,
                         void *scratch) TAVO_NOEXCEPT;                                                          /* 87 */
 } tavo_specialized_ctx;

@@ -18,7 +18,8 @@ struct tavo_env {
     ub8 *sel_bits;        /* row selection of this call, or null (run-level for TAVO_RLE scans) */
     ub1 flags;            /* TAVO_ENV_... */
     ub1 flags2;           /* TAVO_ENV2_... */
-    ub8 sel_count;        /* bits set in sel_bits, where the caller knows it (read by the burst kernels) */
+    ub8 sel_count;        /* bits set in sel_bits, where the caller knows it: a scan sets it for rle_expand, the burst
+                             kernels read it */
     ub4 full_partition;   /* out: partition that had no room */
     ub4 resume_row;       /* in-out: next row or position to process */
     ub4 run_index;        /* in-out: run reached, in kernels that walk runs */
@@ -68,18 +69,18 @@ struct tavo_host {
     ub8 heap;                            /* opaque, passed to allocate */
     tavo_allocate_fn *allocate;          /* buffers that outlive the call (decompressed columns) */
     tavo_temp_allocate_fn *temp_allocate; /* scratch, released before the call returns */
-    tavo_temp_release_fn *temp_release;
+    tavo_temp_release_fn *temp_release;  /* gives back a block of temp_allocate, with the cookie that came with it */
     tavo_spak_decode_fn *spak_decode;    /* the host stores the descriptor's spak_decode here */
     ub1 flags;                           /* 0x10 or 0x20 set: tavo_spak_ctx.flag is 1 */
 };
 
 /* What the decoder receives from a kernel's prologue. */
 struct tavo_spak_ctx {
-    void *handle;
-    ub8 heap; /* not used by the decoder */
-    tavo_temp_allocate_fn *temp_allocate;
-    tavo_temp_release_fn *temp_release;
-    ub4 flag; /* not read by the decoder */
+    void *handle;                         /* tavo_host.handle: first argument of the two callbacks */
+    ub8 heap;                             /* tavo_host.heap; not used by the decoder */
+    tavo_temp_allocate_fn *temp_allocate; /* tavo_host.temp_allocate: the decoder's scratch */
+    tavo_temp_release_fn *temp_release;   /* tavo_host.temp_release: called before the decoder returns */
+    ub4 flag;                             /* 1 if tavo_host.flags has 0x10 or 0x20, else 0; not read by the decoder */
 };
 
 /* Provided by the host process, the one symbol that the library imports from it: raises an internal error. word72 is

@@ -4,8 +4,10 @@
  * outputs, and keeps no pointer beyond a call (the decompressed buffer behind decomp_slot stays with the host).
  *
  * Bit vectors are arrays of ub8 words; row r is bit r mod 64, counted from the least significant bit, of word r / 64.
- * A vector of n rows occupies (n + 63) / 64 words. Set means selected, and bits above the row count in the last word
- * are zero in everything that a kernel hands back.
+ * A vector of n rows occupies (n + 63) / 64 words. Set means selected. Bits above the row count in the last word are
+ * zero in everything that a column kernel hands back. The bitwise operations (lbivand and the like) write (n + 7) / 8
+ * bytes and no further: they clear the spare bits of the last byte and leave the bytes behind it, so zero the last word
+ * of a fresh vector before it is their dst.
  *
  * Packed codes run the other way: the code of row r of a W-bit column occupies stream bits r*W to r*W + W - 1, where
  * stream bit 0 is the most significant bit of byte 0 and a code's most significant bit comes first. The buffer must be
@@ -37,19 +39,24 @@ typedef ub4 tavo_rle_expand_fn(tavo_host *host, tavo_vec *res, tavo_vec *src, ta
 struct tavo_vec {
     void *data;          /* column data as enc states, or a spak stream; output array; constant. Any alignment for codes */
     ub2 *lengths;        /* element lengths of TAVO_LV_SEP / TAVO_LP_SEP columns; lengths output of a decode;
-                            in dynp and _tz scans a byte stream of control or tz fields */
+                            in dynp and _tz scans a byte stream of control or tz fields; constant vector of a _tz
+                            scan: the tz byte */
     ub2 *indicators;     /* decode output: 2 for a null row, else 0 */
     tavo_enc_ctx *enc;   /* encoding of a source */
-    ub8 *sel;            /* source: rows that count, or null; a scan ANDs its result with it */
-    ub8 *bits;           /* result: the bit vector that a scan writes, (size + 63) / 64 words */
+    ub8 *sel;            /* source: rows that count, or null; a scan ANDs its result with it. Runs that count for
+                            TAVO_RLE: a run-level bit vector of run_count bits */
+    ub8 *bits;           /* result: the bit vector that a scan writes, (size + 63) / 64 words. Constant's place of a
+                            set kernel: the set, one bit a code */
     ub4 count;           /* out: rows selected by a scan, elements written by a decode */
-    ub4 size;            /* rows; on an output of a row-moving kernel its capacity in elements */
+    ub4 size;            /* rows; on an output of a row-moving kernel its capacity in elements. selective and the
+                            hash-table kernels write the elements written here, decode kernels into count */
     ub4 decomp_size;     /* bytes of the column data after spak decompression */
     void **decomp_slot;  /* caches the decompressed buffer; null contents: not yet decompressed. Filled without a guard:
                             a column not yet decompressed belongs to one thread */
     ub8 decomp_tag;      /* passed on as last argument of tavo_host.allocate */
     ub8 first_row;       /* row id of the first row (flag TAVO_ROWID_BASE) */
-    ub8 byte_size;       /* variable-length output: capacity of data in bytes on entry, bytes used on return */
+    ub8 byte_size;       /* variable-length output: capacity of data in bytes on entry, bytes used on return;
+                            single text row: its length */
 };
 
 struct tavo_enc_ctx {
@@ -59,7 +66,7 @@ struct tavo_enc_ctx {
     ub4 *cla;             /* cla dictionary: symbol_count + 1 cumulative lengths, big-endian; symbol c is the bytes from
                              symbols + cla[c] up to symbols + cla[c + 1] */
     ub4 symbol_count;     /* symbols in the dictionary */
-    ub4 dict_kind;        /* TAVO_DICT_ONE_LEN or TAVO_DICT_CLA */
+    ub4 dict_kind;        /* TAVO_DICT_ONE_LEN or TAVO_DICT_CLA; any other value is refused with status 24 */
     void *run_table;      /* TAVO_RLE: rows of each run, ub1 or big-endian ub2 entries */
     ub1 run_entry_bits;   /* 8 or 16 */
     ub4 run_count;        /* TAVO_RLE: runs, and so codes in the stream */
@@ -69,10 +76,11 @@ struct tavo_enc_ctx {
     ub1 prefix_block;     /* front-coded dictionary: symbols a block, 16 */
     sb2 prefix_len;       /* front-coded dictionary: symbol length, 1 to 8 */
     ub4 prefix_count;     /* front-coded dictionary: symbols */
-    ub1 segmented;        /* bloom filter addressing */
-    ub4 hash_mask;        /* bloom filter addressing */
-    ub4 segment_shift;    /* bloom filter addressing */
-    ub4 bit_mask;         /* bloom filter addressing */
+    ub1 segmented;        /* bloom filter: non-zero if bits is a table of segment addresses, 0 if it is the one array */
+    ub4 hash_mask;        /* bloom filter: the bits that count of a row's byte-swapped hash */
+    ub4 segment_shift;    /* bloom filter: the masked hash shifted right by this is the segment's number */
+    ub4 bit_mask;         /* bloom filter: masked hash AND this is the bit's position in its segment, bit p & 7 of
+                             byte p >> 3 */
     ub4 flags;            /* flag word, below */
     ub4 width_bits;       /* element width of a TAVO_FIXED column, code width of a packed column; the low byte counts */
     ub1 width_code;       /* width code of the elements: 7, 15, 21, 22 for 8, 16, 32, 64 bits */

@@ -53,7 +53,7 @@ struct burst_case {
 };
 
 void run_and_compare(const member &m, const burst_case &c, bool behind_set = false) {
-    SCOPED_TRACE(std::string(dispatch_func_names.name[m.index()]) + ", " + std::to_string(c.runs()) + " runs, " +
+    SCOPED_TRACE(std::string(tavo_dispatch_func_names.name[m.index()]) + ", " + std::to_string(c.runs()) + " runs, " +
                  std::to_string(c.runs_selected()) + " selected, " + std::to_string(c.rows()) + " rows");
     std::vector<ub1> table, cumulative;
     auto put = [](std::vector<ub1> &out, ub4 value, unsigned bytes) {
@@ -111,7 +111,7 @@ TEST(BurstRle, StandsInTheTable) {
     const char *names[] = {"tavo_burst_rle_8bit", "tavo_burst_rle_8bit_cla", "tavo_burst_rle_16bit",
                            "tavo_burst_rle_16bit_cla"};
     for (unsigned i = 0; i < 4; i++)
-        EXPECT_STREQ(dispatch_func_names.name[members[i].index()], names[i]);
+        EXPECT_STREQ(tavo_dispatch_func_names.name[members[i].index()], names[i]);
 }
 
 TEST(BurstRle, EveryPlanAtEveryRunCount) {

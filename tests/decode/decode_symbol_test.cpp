@@ -30,7 +30,7 @@ struct symbol_case {
         src.data = from == source::in_order ? nullptr : memory[0].data();
         env.flags = from == source::wide ? TAVO_ENV_WIDE : 0;
     }
-    std::string name() const { return dispatch_func_names.name[index()]; }
+    std::string name() const { return tavo_dispatch_func_names.name[index()]; }
     unsigned index() const { return dispatch_index(TAVO_OP_DECODE_SYMBOL, TAVO_CLASS_DICT, width_code(width), 0); }
     ub4 call(tavo_vec *dst) { return tavo_global_specialized_ctx.dispatch_table[index()].row_move(dst, &src, &env); }
 

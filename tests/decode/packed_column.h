@@ -46,7 +46,7 @@ struct packed_column {
         return tavo_global_specialized_ctx.dispatch_table[index].row_move(dst, &src, env);
     }
     std::string name(tavo_operation operation) const {
-        return dispatch_func_names.name[TAVO_DISPATCH_INDEX(enc.kernel_row, operation)];
+        return tavo_dispatch_func_names.name[TAVO_DISPATCH_INDEX(enc.kernel_row, operation)];
     }
 
     unsigned width;

@@ -16,9 +16,6 @@
 
 namespace {
 
-using tavo::dispatch_func_names;
-using tavo::dispatch_table;
-
 ub8 word(unsigned i) {
     ub8 value;
     std::memcpy(&value, reinterpret_cast<const char *>(&tavo_global_specialized_ctx) + 8 * i, 8);
@@ -29,7 +26,7 @@ const char *text(unsigned i) { return reinterpret_cast<const char *>(word(i)); }
 // A slot as the host sees it: one pointer, whatever its calling pattern.
 ub8 slot_word(unsigned i) {
     ub8 value;
-    std::memcpy(&value, &dispatch_table.slot[i], 8);
+    std::memcpy(&value, &tavo_dispatch_table.slot[i], 8);
     return value;
 }
 
@@ -72,7 +69,7 @@ TEST(Descriptor, IdentificationByPosition) {
     EXPECT_EQ(word(11), 16u);
     EXPECT_EQ(word(12), 0u);
     EXPECT_EQ(word(13), 64u);
-    EXPECT_EQ(word(14), reinterpret_cast<ub8>(&dispatch_table));
+    EXPECT_EQ(word(14), reinterpret_cast<ub8>(&tavo_dispatch_table));
 }
 
 // Each operation stands in its own word; a name in the wrong place would be called with the wrong arguments.
@@ -173,8 +170,8 @@ TEST(Descriptor, CallsThatDoNothing) {
 
 TEST(DispatchTable, KernelsStandWhereHostsLookForThem) {
     EXPECT_EQ(tavo_dispatch_table_size(), 8192u);
-    EXPECT_EQ(sizeof dispatch_table, 8192u * 8);
-    const auto name = [](unsigned i) { return std::string(dispatch_func_names.name[i]); };
+    EXPECT_EQ(sizeof tavo_dispatch_table, 8192u * 8);
+    const auto name = [](unsigned i) { return std::string(tavo_dispatch_func_names.name[i]); };
     EXPECT_EQ(slot_word(0), 0u);
     EXPECT_EQ(name(0), "tavo_invalid_dispatch");
     EXPECT_EQ(name(32), "tavo_eq_dict_1bit");
@@ -196,7 +193,7 @@ TEST(DispatchTable, EverySlotHoldsTheFunctionOfItsName) {
     ASSERT_TRUE(functions.contains("tavo_eq_dict_1bit")) << "this executable has no symbol table";
     std::map<std::string, unsigned> slot_of;
     for (unsigned i = 0; i < TAVO_DISPATCH_SLOTS; i++) {
-        const std::string name = dispatch_func_names.name[i];
+        const std::string name = tavo_dispatch_func_names.name[i];
         if (slot_word(i) == 0) {
             EXPECT_EQ(name, "tavo_invalid_dispatch") << "empty slot " << i;
             continue;
@@ -207,7 +204,7 @@ TEST(DispatchTable, EverySlotHoldsTheFunctionOfItsName) {
         ASSERT_NE(function, functions.end()) << "slot " << i << ": no function is called " << name;
         EXPECT_EQ(slot_word(i), function->second) << "slot " << i << ": not " << name;
     }
-    EXPECT_GE(slot_of.size(), 460u);
+    EXPECT_EQ(slot_of.size(), 511u); // the kernels of this build; a new family adds its own
     EXPECT_FALSE(functions.contains("tavo_invalid_dispatch"));
 }
 

@@ -100,21 +100,28 @@ TEST_F(Prologue, HostFlagsReachTheDecoder) {
     }
 }
 
+// Any status but 0 is a failure.
 TEST_F(Prologue, FailingDecoderIsRaisedAndTheScanGoesOn) {
-    compressed[0] = TAVO_BAD_INPUT;
-    EXPECT_EQ(column.eq(5, &env), TAVO_DONE);
-    ASSERT_EQ(raised_errors().size(), 1u);
-    const raised_error &e = raised_errors()[0];
-    EXPECT_EQ(e.message, "tavo_eq_dict_12bit: tavo_spak_decode failed");
-    EXPECT_EQ(e.handle, host.record()->handle);
-    EXPECT_EQ(e.word72, stub_word72);
-    EXPECT_EQ(e.zero, 0u);
-    EXPECT_EQ(column.bits, rows_equal(5)); // over what the decoder left in the buffer
-    EXPECT_EQ(slot, host.allocations[0].block());
-    // The slot keeps the buffer: it is not tried again.
-    EXPECT_EQ(column.eq(7, &env), TAVO_DONE);
-    EXPECT_EQ(raised_errors().size(), 1u);
-    EXPECT_EQ(decoder_calls.size(), 1u);
+    for (int status : {1, 2, 24, 255}) {
+        SCOPED_TRACE(status);
+        compressed[0] = static_cast<ub1>(status);
+        slot = nullptr;
+        decoder_calls.clear();
+        raised_errors().clear();
+        EXPECT_EQ(column.eq(5, &env), TAVO_DONE);
+        ASSERT_EQ(raised_errors().size(), 1u);
+        const raised_error &e = raised_errors()[0];
+        EXPECT_EQ(e.message, "tavo_eq_dict_12bit: tavo_spak_decode failed");
+        EXPECT_EQ(e.handle, host.record()->handle);
+        EXPECT_EQ(e.word72, stub_word72);
+        EXPECT_EQ(e.zero, 0u);
+        EXPECT_EQ(column.bits, rows_equal(5)); // over what the decoder left in the buffer
+        EXPECT_EQ(slot, host.allocations.back().block());
+        // The slot keeps the buffer: it is not tried again.
+        EXPECT_EQ(column.eq(7, &env), TAVO_DONE);
+        EXPECT_EQ(raised_errors().size(), 1u);
+        EXPECT_EQ(decoder_calls.size(), 1u);
+    }
 }
 
 TEST_F(Prologue, PlainColumnNeedsNoEnvironmentAndNoSlot) {

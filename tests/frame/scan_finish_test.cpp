@@ -1,4 +1,6 @@
 // The end of a scan: selections, the count, the status, and run-length columns.
+#include <cstring>
+
 #include "tests/frame/coded_column.h"
 
 namespace {
@@ -82,11 +84,13 @@ TEST(ScanFinish, RunLengthColumnsAreScannedByRunAndWidenedByTheHost) {
     column.src.size = column.res.size = 100000; // ... of many more rows, which the scan itself leaves alone
     const std::vector<ub8> untouched = column.bits;
     auto selected_runs = column.rows_where([](std::size_t r) { return r != 8; });
-    tavo_env env{};
+    // The caller's record is full of noise, none of which may reach the expansion; what a scan acts on is set.
+    tavo_env env;
+    std::memset(&env, 0x5a, sizeof env);
     env.host = host.record();
     env.sel_bits = selected_runs.data();
-    env.flags = TAVO_ENV_WIDE; // a flag that must not reach the expansion
-    env.resume_row = 5;
+    env.flags = 0x5a & ~TAVO_ENV_SPARSE;
+    env.result_flags = 0;
     expansion = {};
     expansion.answer = 77;
     EXPECT_EQ(column.ge_le(7, 9, &env), 77u);
@@ -104,12 +108,29 @@ TEST(ScanFinish, RunLengthColumnsAreScannedByRunAndWidenedByTheHost) {
     tavo_env expected{};
     expected.sel_bits = runs.data();
     expected.sel_count = 5;
-    EXPECT_EQ(expansion.env.sel_bits, expected.sel_bits);
-    EXPECT_EQ(expansion.env.sel_count, expected.sel_count);
-    EXPECT_EQ(expansion.env.host, nullptr);
-    EXPECT_EQ(expansion.env.flags, 0u);
-    EXPECT_EQ(expansion.env.resume_row, 0u);
-    EXPECT_EQ(expansion.env.ones_vec, nullptr);
+#define SAME(field) EXPECT_EQ(expansion.env.field, expected.field)
+    SAME(host);
+    SAME(sel_bits);
+    SAME(flags);
+    SAME(flags2);
+    SAME(sel_count);
+    SAME(full_partition);
+    SAME(resume_row);
+    SAME(run_index);
+    SAME(run_end);
+    SAME(parsed_rows);
+    SAME(resume_offset);
+    SAME(ones_vec);
+    SAME(ones_vec_size);
+    SAME(start_row);
+    SAME(valid_rows);
+    SAME(result_flags);
+    SAME(result_flags2);
+    SAME(symbol_refs);
+    SAME(xlate_ctx);
+    SAME(xlate_out);
+    SAME(aux);
+#undef SAME
 
     // Without any run the host is asked all the same: the rows are its to clear.
     EXPECT_EQ(column.eq(100, &env), 77u);

@@ -24,6 +24,16 @@ exports) # one symbol, whatever way a host may look
     [ "$(printf '%s\n' "$symbols" | awk '{print $1, $2}')" = "tavo_global_specialized_ctx D" ] ||
         wrong "must export tavo_global_specialized_ctx and nothing else" "$symbols"
     ;;
+kept) # hidden, but part of the library: in the symbol table, whether or not anything in the library uses them
+    symbols=$(run "$NM" --defined-only --format=posix "$library" | awk '{print $1, $2}') || exit 1
+    for object in tavo_dispatch_table tavo_dispatch_func_names; do
+        some "$symbols" "^$object [dr]\$" "has no table $object"
+    done
+    for function in tavo_dispatch_table_size tavo_convert_width tavo_xlate_convert_width tavo_xlate_convert_type \
+        tavo_stats_dump; do
+        some "$symbols" "^$function t\$" "has no function $function"
+    done
+    ;;
 imports) # the host's one function, and the C library's
     symbols=$(run "$NM" -D --undefined-only --format=posix "$library" | awk '{print $1}') || exit 1
     some "$symbols" '^hostraiseierr$' "does not import hostraiseierr"

@@ -5,6 +5,6 @@
 
 int main() {
     for (unsigned i = 0; i < TAVO_DISPATCH_SLOTS; i++)
-        if (tavo::dispatch_table.slot[i].scan != nullptr)
-            std::printf("%4u %s\n", i, tavo::dispatch_func_names.name[i]);
+        if (tavo_dispatch_table.slot[i].scan != nullptr)
+            std::printf("%4u %s\n", i, tavo_dispatch_func_names.name[i]);
 }

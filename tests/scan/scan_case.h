@@ -19,7 +19,7 @@ struct scan_member {
 
     unsigned index() const { return dispatch_index(operation, TAVO_CLASS_DICT, width_code(width), nullable); }
     bool is_range() const { return operation >= TAVO_OP_GT_LT; }
-    std::string name() const { return dispatch_func_names.name[index()]; }
+    std::string name() const { return tavo_dispatch_func_names.name[index()]; }
 
     bool qualifies(ub8 x, ub8 lo, ub8 hi) const {
         if (nullable && x == 0)
