@@ -36,16 +36,20 @@ template <unsigned W, class Symbols>
         symbols.template refer<indicators::null_rows>(refs, row, packed_code<W>(codes, row));
 }
 
-// Bit positions of listed rows wrap at 2^32 bits.
+// A listed row's bit position is a number of 32 bits and wraps; widths of whole bytes are read by row number and have
+// none.
+template <unsigned W>
+using listed_position = std::conditional_t<W % 8 == 0, ub8, ub4>;
+
 template <unsigned W, class Symbols>
 [[gnu::always_inline]] inline void refer_listed_rows(const symbol_refs &refs, const Symbols &symbols, const ub1 *codes,
                                                      const ub4 *list, ub8 n) noexcept {
-    const auto code = [&](ub8 i) { return packed_code<W, ub4>(codes, list[i]); };
+    const auto code = [&](ub8 i) { return packed_code<W, listed_position<W>>(codes, list[i]); };
     ub8 i = 0;
     for (; Symbols::looks_up && i + 16 < n; i++) {
         if constexpr (Symbols::looks_up)
             symbols.prefetch(code(i + 8));
-        __builtin_prefetch(codes + static_cast<ub4>(list[i + 16] * W) / 8);
+        __builtin_prefetch(codes + static_cast<listed_position<W>>(ub8{list[i + 16]} * W) / 8);
         symbols.template refer<indicators::null_rows>(refs, i, code(i));
     }
     for (; i < n; i++)

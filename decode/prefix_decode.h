@@ -7,7 +7,8 @@
 //            zeros; any alignment
 //   result   TAVO_DONE, or TAVO_BAD_INPUT if prefix_block isn't 16 or w is out of range
 //
-// Nothing outside the stream is read.
+// TAVO_SPAK in src.enc says that the stream itself is compressed; it then takes an env with a host. A block's k is not
+// checked. Nothing outside the stream is read.
 #pragma once
 
 #include "frame/tavo_env.h"

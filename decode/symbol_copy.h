@@ -24,7 +24,7 @@ namespace tavo {
     const auto sixteen = [&](__m512i codes_u32x16) {
         return _mm_shuffle_epi8(repeated, _mm512_cvtusepi32_epi8(codes_u32x16));
     };
-    ub4 row = 0;
+    ub8 row = 0;
     for (; rows - row >= 64; row += 64) {
         __builtin_prefetch(out + row + 640, 1);
 #pragma GCC unroll 4
@@ -32,7 +32,7 @@ namespace tavo {
             _mm_storeu_si128(reinterpret_cast<__m128i *>(out + row + i), sixteen(_mm512_loadu_si512(codes + row + i)));
     }
     for (; row < rows; row += 16) {
-        const auto left = static_cast<__mmask16>(_bzhi_u32(~0u, rows - row));
+        const auto left = static_cast<__mmask16>(_bzhi_u32(~0u, static_cast<ub4>(rows - row)));
         _mm_mask_storeu_epi8(out + row, left, sixteen(_mm512_maskz_loadu_epi32(left, codes + row)));
     }
 }
@@ -71,7 +71,7 @@ inline void copy_symbols(ub1 *out, const ub4 *codes, ub4 rows, const ub1 *symbol
         return;
     if (codes == nullptr)
         std::memcpy(out, symbols, static_cast<ub8>(rows) * length);
-    else if (length == 1 && symbol_count <= 16)
+    else if (length == 1 && symbol_count - 1 < 16) // a host that leaves the count 0 gets the lookup
         copy_symbols_of_small_dictionary(out, codes, rows, symbols, symbol_count);
     else if (length == 1)
         copy_symbols_by_lookup<ub1>(out, codes, rows, symbols);

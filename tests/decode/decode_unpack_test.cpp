@@ -1,5 +1,6 @@
 // Unpacking against its plain meaning: every width, output width and path, drained with random capacities.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <cstring>
 #include <tuple>
@@ -25,6 +26,7 @@ struct unpack_case {
             column.enc.run_count = static_cast<ub4>(model.codes.size());
         }
         env.host = host.record();
+        env.result_flags = 0x82; // what other kernels have left
         env.flags = static_cast<ub1>((wide ? TAVO_ENV_WIDE : 0) | (model.sparse ? TAVO_ENV_SPARSE : 0));
         env.sel_bits = model.selected.empty() ? nullptr : bits.as<ub8>();
         static ub4 nothing;
@@ -276,6 +278,72 @@ TEST(decode_unpack, range_cut_within_a_run) {
     EXPECT_EQ(std::tuple(c.env.resume_row, c.env.run_index, c.env.run_end), std::tuple(14u, 1u, 14u));
     c.call(8);
     EXPECT_EQ(std::tuple(c.env.resume_row, c.env.run_index, c.env.run_end), std::tuple(16u, 2u, 16u));
+}
+
+// A walk over runs goes on from a saved run only if both the row and the run's end are there.
+TEST(decode_unpack, stale_run_state) {
+    std::mt19937_64 rng(428);
+    for (unsigned one_in : {0u, 2u})
+        for (bool listed : {false, true}) {
+            unpack_model m = run_model(11, 60, 9, 1, rng);
+            if (one_in != 0)
+                m.selected = random_selection(m.rows(), one_in, rng);
+            m.has_list = listed;
+            m.list = random_list(m.rows(), rng);
+            const ub4 middle = m.rows() / 2;
+            const auto [run, end] = m.run_of(middle);
+            struct {
+                ub4 resume_row, run_index, run_end;
+            } const states[] = {{0, run, end}, {middle, 0, 0}, {middle, 7, 0}, {middle, run, end}};
+            for (const auto &state : states) {
+                unpack_case c(m, false);
+                if (listed && state.resume_row != 0) // a list is walked from the saved run on
+                    std::erase_if(c.model.list, [&](ub4 row) { return state.run_end != 0 && row < middle; });
+                c.list = guarded_copy(c.model.list);
+                c.env.ones_vec = listed ? c.list.as<ub4>() : nullptr;
+                c.env.ones_vec_size = static_cast<ub4>(c.model.list.size());
+                c.env.resume_row = state.resume_row;
+                c.env.run_index = state.run_index;
+                c.env.run_end = state.run_end;
+                c.call(m.rows());
+            }
+        }
+}
+
+// Far down a column a row's bit position takes more than 32 bits, on every path.
+TEST(decode_unpack, rows_beyond_four_billion_bits) {
+    constexpr unsigned width = 20;
+    constexpr ub4 first = static_cast<ub4>((1ull << 32) / width) / 64 * 64, rows = first + 256;
+    constexpr std::size_t bytes = std::size_t{rows} * width / 8 + 64;
+    auto *codes = static_cast<ub1 *>(
+        mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+    ASSERT_NE(static_cast<void *>(codes), MAP_FAILED);
+    std::mt19937_64 rng(429);
+    const std::vector<ub8> last = random_codes(256, width, rng);
+    const std::vector<ub1> packed = pack_codes(last, width);
+    std::memcpy(codes + std::size_t{first} * width / 8, packed.data(), packed.size());
+    packed_column column(width, {0}, 3);
+    column.src.data = codes;
+    column.src.size = rows;
+    std::vector<ub8> bits(rows / 64 + 1, 0);
+    std::fill_n(bits.begin() + first / 64, 4, ~0ull);
+    std::vector<ub4> list(256);
+    std::iota(list.begin(), list.end(), first);
+    for (int path = 0; path < 4; path++) { // range, blocks, sparse walk, list
+        std::vector<ub4> out(256);
+        tavo_vec dst{};
+        dst.data = out.data();
+        dst.size = 256;
+        tavo_env env{};
+        env.resume_row = path == 3 ? 0 : first;
+        env.sel_bits = path == 1 || path == 2 ? bits.data() : nullptr;
+        env.flags = path == 2 ? TAVO_ENV_SPARSE : 0;
+        env.ones_vec = path == 3 ? list.data() : nullptr;
+        env.ones_vec_size = 256;
+        EXPECT_EQ(column.call(TAVO_OP_DECODE_UNPACK, &dst, &env), TAVO_DONE);
+        EXPECT_TRUE(std::equal(out.begin(), out.end(), last.begin(), last.end())) << "path " << path;
+    }
+    munmap(codes, bytes);
 }
 
 TEST(decode_unpack, empty_list_over_runs_is_raised) {

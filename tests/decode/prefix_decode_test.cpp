@@ -7,6 +7,7 @@
 #include "frame/tavo.h"
 #include "tests/kit/guarded.h"
 #include "tests/kit/host_stub.h"
+#include "tests/kit/spak_stream.h"
 
 namespace tavo::test {
 namespace {
@@ -70,6 +71,28 @@ TEST(prefix_decode, every_length_prefix_and_count) {
                     }
                 }
             }
+}
+
+// A compressed stream is decompressed first, under this operation's name.
+TEST(prefix_decode, compressed_stream) {
+    std::mt19937_64 rng(452);
+    front_coded f(5, 40, 2, rng);
+    const std::vector<ub1> compressed = spak_compress(f.stream).bytes();
+    host_stub host;
+    void *slot = nullptr;
+    f.enc.flags = TAVO_SPAK;
+    f.src.data = const_cast<ub1 *>(compressed.data());
+    f.src.decomp_slot = &slot;
+    f.src.decomp_size = static_cast<ub4>(f.stream.size());
+    const guarded out(f.symbols.size());
+    tavo_vec dst{};
+    dst.data = out.data();
+    tavo_env env{};
+    env.host = host.record();
+    EXPECT_EQ(prefix_decode(&dst, &f.src, &env), TAVO_DONE);
+    EXPECT_EQ(std::memcmp(out.data(), f.symbols.data(), f.symbols.size()), 0);
+    ASSERT_EQ(host.allocations.size(), 1u);
+    EXPECT_EQ(host.allocations[0].label, "tavo_prefix_decode_dydi: vec1_decomp");
 }
 
 TEST(prefix_decode, refused) {

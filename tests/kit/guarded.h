@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "frame/tavo_types.h"
@@ -24,7 +25,13 @@ public:
     guarded(guarded &&other) noexcept;
     guarded(const guarded &) = delete;
     guarded &operator=(const guarded &) = delete;
-    guarded &operator=(guarded &&) = delete;
+    guarded &operator=(guarded &&other) noexcept {
+        std::swap(map_, other.map_);
+        std::swap(map_size_, other.map_size_);
+        std::swap(data_, other.data_);
+        std::swap(size_, other.size_);
+        return *this;
+    }
     ~guarded();
 
     ub1 *data() const { return data_; }
