@@ -55,7 +55,8 @@ struct tavo_env {
 #define TAVO_RESULT_UNPACK_SELECTED 64u /* decode_unpack has honoured the selection; the resume fields are current */
 
 /* Long-lived allocation: heap, label and tag are passed through; the constants are 8 and the alignment 64. Must return
- * a block of size bytes or not return: the result is not tested. */
+ * a block of size bytes or not return: the result is not tested. 3 bytes behind the block must be readable too: kernels
+ * read the packed codes there as in any column. */
 typedef void *tavo_allocate_fn(void *handle, ub8 heap, ub8 size, const char *label, ub4 unit, ub4 alignment, ub8 tag);
 /* Scratch allocation; the cookie goes back to temp_release. The fifth argument is 0. The result is not tested. */
 typedef void *tavo_temp_allocate_fn(void *handle, ub8 size, const char *label, ub4 alignment, ub4 zero, ub8 *cookie);

@@ -67,8 +67,9 @@ private:
     tavo_vec vec_{};
 };
 
-// The form that a column is to have, by its name; of the name "" for all others. Without an entry it is chosen.
-using forms = std::map<std::string, column_form>;
+// The form that a column is to have, by its name; of the name "" for all others. Where that is nothing, or there is no
+// entry at all, it is chosen.
+using forms = std::map<std::string, std::optional<column_form>>;
 
 struct read_options {
     forms form_of;

@@ -101,7 +101,7 @@ host::forms forms_of(const std::vector<std::string> &asked, const host::csv_file
         else if (form == "rle")
             forms[column] = host::column_form::rle;
         else if (form == "auto")
-            forms.erase(column);
+            forms[column] = std::nullopt; // also where another form is asked for all others
         else
             throw host::error(fmt::format("--encode {}: the forms are auto, plain, spak and rle", text));
     }
@@ -304,7 +304,9 @@ int main(int argc, char **argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
-        return app.exit(e) == 0 ? 0 : bad_input;
+        if (app.exit(e) != 0)
+            return bad_input;
+        return std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? 0 : bad_input; // help on a full disk
     }
     try {
         if (*query)
