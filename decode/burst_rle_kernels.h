@@ -10,6 +10,11 @@
     K(tavo_burst_rle_16bit, 14)                                                                                        \
     K(tavo_burst_rle_16bit_cla, 15)
 
+// env->sel_bits has a bit per run, of which env->sel_count are set. Written are res->bits, a bit per row in
+// (res->size + 63) / 64 words, and res->count, the rows set. Rows that no run covers are clear if at most half of the
+// runs are selected, else set. Where few runs are selected (fewer than 2%), or few are not, a run table is not read
+// behind the last of these. Runs of more rows than res->size are the caller's fault: all of their rows are counted, and
+// those beyond the last word are written there.
 extern "C" {
 #define TAVO_DECLARE(name, code) tavo_row_move_fn name;
 TAVO_EACH_BURST_RLE(TAVO_DECLARE)

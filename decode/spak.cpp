@@ -2,6 +2,7 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "decode/spak_masks.h"
@@ -17,7 +18,6 @@ ub2 load_big_endian_2(const ub1 *p) noexcept { return static_cast<ub2>(p[0] << 8
 
 constexpr unsigned block_codes = 32; // codes of a fast block
 constexpr unsigned prefetch_ahead = 512;
-constexpr unsigned narrowest_read = 3; // narrower codes count as 0 in a block
 
 constexpr ub4 blocks_of(ub4 count) { return count > block_codes ? count / block_codes - 1 : 0; }
 
@@ -42,7 +42,7 @@ template <unsigned W>
 template <unsigned W>
 [[gnu::always_inline]] inline code_block<W> extract_block(const ub1 *codes) noexcept {
     code_block<W> block{};
-    if constexpr (W < narrowest_read) {
+    if constexpr (W == 0) {
         // All zero.
     } else if constexpr (W == 8) {
         std::memcpy(block.word, codes, sizeof block.word);
@@ -64,11 +64,11 @@ template <unsigned W>
     return block;
 }
 
-// Reads the codes that no block takes, one by one: at most one byte past the last of them.
+// Reads codes one by one, from the given one on: at most one byte past the last of them.
 template <unsigned W>
 class code_reader {
 public:
-    explicit code_reader(const ub1 *codes) : codes_(codes) {}
+    code_reader(const ub1 *codes, ub4 first) : codes_(codes + static_cast<ub8>(first) * W / 8), bit_(first * W % 8) {}
 
     [[gnu::always_inline]] ub4 next() noexcept {
         if constexpr (W == 0) {
@@ -86,41 +86,60 @@ public:
 
 private:
     const ub1 *codes_;
-    ub4 bit_ = 0; // of the next code, from the top of *codes_
+    ub4 bit_; // of the next code, from the top of *codes_
 };
 
+// The blocks whose codes are followed by 8 bytes of output or more: all of them, unless many of the last 32 codes are
+// empty symbols.
+template <unsigned W>
+[[gnu::always_inline]] inline ub4 blocks_inside(const ub1 *codes, ub4 count, const ub1 *lengths) noexcept {
+    ub4 front = count;
+    for (ub4 behind = 0; behind < 8 && front > 0;)
+        behind += lengths[code_reader<W>(codes, --front).next()];
+    return std::min(blocks_of(count), front / block_codes);
+}
+
+// Writes exactly the symbol's bytes; returns the position behind them.
+[[gnu::always_inline]] inline ub1 *put_symbol(const ub8 *symbol, ub4 length, ub1 *out) noexcept {
+    const auto symbol_bytes = static_cast<__mmask16>(_bzhi_u32(0xffff, length));
+    _mm_mask_storeu_epi8(out, symbol_bytes, _mm_maskz_loadu_epi8(symbol_bytes, symbol));
+    return out + length;
+}
+
 // Blocks of 32 codes with one 8-byte store a code, whatever the symbol's length: the next store overwrites the surplus.
-// The last 32 codes at least are written exactly, so that no surplus is left behind the output.
+// The codes behind the blocks are written exactly, and come to 8 bytes at least, so that no store passes the output.
 template <unsigned W>
 [[gnu::always_inline]] inline ub8 decode_codes(const ub1 *codes, ub4 count, const ub8 *symbols, const ub1 *lengths,
                                                ub1 *dst) noexcept {
+    if (W == 0 && lengths[0] == 0)
+        return 0;
     ub1 *out = dst;
-    ub4 blocks = blocks_of(count);
-    const ub4 exact = count - block_codes * blocks;
-    if (W < narrowest_read && lengths[0] == 0) { // the blocks emit nothing
-        codes += blocks * (block_codes / 8 * W);
-        blocks = 0;
-    }
-    for (ub4 b = 0; b < blocks; b++, codes += block_codes / 8 * W) {
-        __builtin_prefetch(codes + prefetch_ahead, 0, 3);
-        __builtin_prefetch(out + prefetch_ahead, 0, 3);
-        const code_block<W> block = extract_block<W>(codes);
+    const ub4 blocks = W < 3 ? blocks_of(count) : blocks_inside<W>(codes, count, lengths);
+    const ub4 in_blocks = blocks * block_codes;
+    if constexpr (W == 1 || W == 2) {
+        // Each code of a block counts as 0. It is written exactly, since the codes behind may come to nothing.
+        for (ub4 n = in_blocks; n > 0; n--)
+            out = put_symbol(symbols, lengths[0], out);
+    } else {
+        const ub1 *next = codes;
+        for (ub4 b = 0; b < blocks; b++, next += block_codes / 8 * W) {
+            __builtin_prefetch(next + prefetch_ahead, 0, 3);
+            __builtin_prefetch(out + prefetch_ahead, 0, 3);
+            const code_block<W> block = extract_block<W>(next);
 #pragma GCC unroll 8
-        for (unsigned w = 0; w < block.words; w++)
+            for (unsigned w = 0; w < block.words; w++)
 #pragma GCC unroll 8
-            for (unsigned bit = 0; bit < 64; bit += block.lane_bits) {
-                const ub8 code = block.word[w] >> bit & ((1u << block.lane_bits) - 1);
-                std::memcpy(out, &symbols[code], 8);
-                out += lengths[code];
-            }
+                for (unsigned bit = 0; bit < 64; bit += block.lane_bits) {
+                    const ub8 code = block.word[w] >> bit & ((1u << block.lane_bits) - 1);
+                    std::memcpy(out, &symbols[code], 8);
+                    out += lengths[code];
+                }
+        }
     }
-    code_reader<W> rest(codes);
-    for (ub4 n = exact; n > 0; n--) {
+    code_reader<W> rest(codes, in_blocks);
+    for (ub4 n = count - in_blocks; n > 0; n--) {
         const ub4 code = rest.next();
-        const ub4 length = lengths[code];
-        const auto symbol_bytes = static_cast<__mmask16>(_bzhi_u32(0xffff, length));
-        _mm_mask_storeu_epi8(out, symbol_bytes, _mm_maskz_loadu_epi8(symbol_bytes, &symbols[code]));
-        out += length;
+        out = put_symbol(&symbols[code], lengths[code], out);
     }
     return static_cast<ub8>(out - dst);
 }
@@ -133,20 +152,6 @@ bool head_is_sound(const ub1 *src, ub4 capacity) noexcept {
            && (src[5] & tavo::spak_flags_refused) == 0 //
            && load_big_endian_4(src + 12) <= capacity  //
            && tavo::spak_code_width(load_big_endian_2(src + 16)) <= tavo::spak_widest_code;
-}
-
-// The count without the empty symbols that end the stream: they emit nothing, but their stores would start behind the
-// output. Every other store starts inside it, and so passes its end by 7 bytes at the most.
-ub4 without_empty_end(const ub1 *codes, ub4 count, ub4 width, const ub1 *lengths) noexcept {
-    if (width < narrowest_read)
-        return count; // the number of blocks, and with it what their codes count as, hangs on the whole count
-    for (; count > 0; count--) {
-        const ub8 bit = static_cast<ub8>(count - 1) * width;
-        const ub4 word = static_cast<ub4>(codes[bit / 8] << 8 | codes[(bit + width - 1) / 8]);
-        if (lengths[word >> (16 - width - bit % 8) & ((1u << width) - 1)] != 0)
-            break;
-    }
-    return count;
 }
 
 // Fills the slots of the n symbols, whose length nibbles and bytes are given; returns the position behind their bytes.
@@ -194,7 +199,7 @@ ub4 tavo_spak_decode_dydi(tavo_spak_ctx *ctx, const ub1 *src, ub1 *dst, ub4 *out
     if (has_aux)
         codes += load_big_endian_4(codes) >> 7;
     const ub4 width = tavo::spak_code_width(n);
-    const ub4 count = without_empty_end(codes, load_big_endian_4(code_count), width, lengths);
+    const ub4 count = load_big_endian_4(code_count);
 
     ub8 written = 0;
     switch (width) {

@@ -43,17 +43,18 @@ extern "C" {
 // symbols decoded didn't add up to raw_length (*out_len is what they came to, dst holds them). Scratch comes from
 // ctx->temp_allocate and is released before return.
 //
-// Once the head has passed, N, C and the lengths are trusted: dst has to have room for the symbols' true sum, and for
-// 7 bytes more only if zero-length symbols make up the end of a stream of more than 63 codes. What is read past the
-// stream: one byte behind the last code, and, if it ends sooner than that, up to 8 bytes from the start of the last
-// symbol. The loops prefetch 512 bytes ahead on both sides.
+// Once the head has passed, N, C and the lengths are trusted: dst has to have room for the symbols' true sum, which is
+// raw_length in a sound stream; nothing behind it is written. What is read past the stream: one byte behind the last
+// code, and, if it ends sooner than that, up to 8 bytes from the start of the last symbol. The loops prefetch 512 bytes
+// ahead on both sides.
 //
 // For W below 3 only the last 32 to 63 codes (all of them, up to 63) are decoded by value: in the blocks before them
 // each code counts as 0. An encoder doesn't send longer streams of such dictionaries.
 tavo_spak_decode_fn tavo_spak_decode_dydi;
 
 // The code loops of the wide codes: decode `count` codes of 8, 9, 10 bits to dst and return the bytes written. symbols
-// and lengths are indexed by code; only the first lengths[c] bytes of symbols[c] belong to the symbol.
+// and lengths are indexed by code; only the first lengths[c] bytes of symbols[c] belong to the symbol. Nothing is
+// written behind the bytes returned.
 typedef ub8 tavo_spak_codes_fn(const ub1 *codes, ub4 count, const ub8 *symbols, const ub1 *lengths,
                                ub1 *dst) TAVO_NOEXCEPT;
 tavo_spak_codes_fn spak_decode_dict_8_bit;

@@ -32,41 +32,45 @@ constexpr member members[] = {{6, 1, false}, {7, 1, true}, {14, 2, false}, {15, 
 struct burst_case {
     std::vector<ub4> lengths;
     std::vector<bool> selected;
-    ub4 uncovered = 0; // rows of the result behind the last run
+    ub4 uncovered = 0;            // rows of the result behind the last run
+    ub4 before = 0;               // rows of the result before the first run (cumulative arrays only)
+    std::size_t table_runs = ~0u; // the run table ends behind so many of the runs
 
     ub4 runs() const { return static_cast<ub4>(lengths.size()); }
-    ub4 rows() const { return std::accumulate(lengths.begin(), lengths.end(), 0u) + uncovered; }
+    ub4 rows() const { return std::accumulate(lengths.begin(), lengths.end(), before) + uncovered; }
     ub4 runs_selected() const { return static_cast<ub4>(std::count(selected.begin(), selected.end(), true)); }
 
-    std::vector<ub8> row_bits(bool behind) const {
+    std::vector<ub8> row_bits(bool uncovered_set) const {
         std::vector<ub8> words((rows() + 63) / 64, 0);
         ub4 row = 0;
         auto put = [&](ub4 n, bool set) {
             for (; n > 0; n--, row++)
                 words[row / 64] |= static_cast<ub8>(set) << row % 64;
         };
+        put(before, uncovered_set);
         for (ub4 i = 0; i < runs(); i++)
             put(lengths[i], selected[i]);
-        put(uncovered, behind);
+        put(uncovered, uncovered_set);
         return words;
     }
 };
 
-void run_and_compare(const member &m, const burst_case &c, bool behind_set = false) {
-    SCOPED_TRACE(std::string(tavo_dispatch_func_names.name[m.index()]) + ", " + std::to_string(c.runs()) + " runs, " +
+void run_and_compare(const member &m, const burst_case &c, bool uncovered_set = false) {
+    SCOPED_TRACE(std::string(dispatch_func_names.name[m.index()]) + ", " + std::to_string(c.runs()) + " runs, " +
                  std::to_string(c.runs_selected()) + " selected, " + std::to_string(c.rows()) + " rows");
     std::vector<ub1> table, cumulative;
     auto put = [](std::vector<ub1> &out, ub4 value, unsigned bytes) {
         while (bytes-- > 0)
             out.push_back(static_cast<ub1>(value >> 8 * bytes));
     };
-    ub4 row = 0;
+    ub4 row = c.before;
     put(cumulative, row, 4);
     for (ub4 length : c.lengths) {
         put(table, length, m.entry_bytes);
         put(cumulative, row += length, 4);
     }
-    const std::vector<ub8> want = c.row_bits(behind_set);
+    table.resize(std::min(table.size(), c.table_runs * m.entry_bytes));
+    const std::vector<ub8> want = c.row_bits(uncovered_set);
     for (guard side : {guard::behind, guard::before}) {
         const guarded run_table(table, side), run_cla(cumulative, side);
         const guarded run_bits((c.runs() + 63) / 64 * 8, side, 0), row_bits(want.size() * 8, side);
@@ -111,7 +115,7 @@ TEST(BurstRle, StandsInTheTable) {
     const char *names[] = {"tavo_burst_rle_8bit", "tavo_burst_rle_8bit_cla", "tavo_burst_rle_16bit",
                            "tavo_burst_rle_16bit_cla"};
     for (unsigned i = 0; i < 4; i++)
-        EXPECT_STREQ(tavo_dispatch_func_names.name[members[i].index()], names[i]);
+        EXPECT_STREQ(dispatch_func_names.name[members[i].index()], names[i]);
 }
 
 TEST(BurstRle, EveryPlanAtEveryRunCount) {
@@ -148,17 +152,72 @@ TEST(BurstRle, SixtyFourRunsOfMoreRowsThanSixteenBitsCount) {
             }
 }
 
-// Rows that no run covers show from what the plan started: zeros up to half of the runs, ones beyond; and where
-// a fiftieth of the runs is less than one, none of them is few.
+// Rows that no run covers show what the plan started from: zeros up to half of the runs, ones beyond.
 TEST(BurstRle, PlansStartFromTheRarerBit) {
     for (const member &m : members)
         for (ub4 runs : {1u, 2u, 3u, 49u, 50u, 100u, 129u})
             for (ub4 selected = 0; selected <= runs; selected++) {
-                burst_case c{std::vector<ub4>(runs, 3), std::vector<bool>(runs, false), 70};
+                burst_case c{std::vector<ub4>(runs, 3), std::vector<bool>(runs, false), 70, m.cla ? 70u : 0};
                 std::fill_n(c.selected.begin(), selected, true);
-                const bool nearly_full = !m.cla && selected > static_cast<ub4>(runs * 0.98);
-                run_and_compare(m, c, selected > runs / 2 || nearly_full);
+                run_and_compare(m, c, selected > runs / 2);
             }
+}
+
+// Many runs, of which the first ones are the exceptions, and a run table that ends long before the last run: enough for
+// the walks from one exception to the next, not for those along the words.
+burst_case exceptions_first(ub4 runs, ub4 exceptions, bool selected) {
+    burst_case c{std::vector<ub4>(runs, 5), std::vector<bool>(runs, !selected)};
+    for (ub4 i = 0; i < exceptions; i++)
+        c.selected[i < 10 ? i : 2 * i] = selected;
+    c.table_runs = 64;
+    return c;
+}
+
+TEST(BurstRle, RunsBehindTheLastOfFewExceptionsAreNotRead) {
+    for (const member &m : members)
+        if (!m.cla)
+            for (bool selected : {true, false}) {
+                run_and_compare(m, exceptions_first(1000, 19, selected));
+                run_and_compare(m, exceptions_first(149, selected ? 1 : 2, selected));
+            }
+}
+
+// One exception more is not few: 2% of 149 runs are 2.98, cut off to 2, and 98% are 146.02, cut off to 146.
+TEST(BurstRleDeathTest, EveryRunIsReadUnlessTheExceptionsAreFew) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    for (const member &m : members)
+        if (!m.cla)
+            for (bool selected : {true, false}) {
+                EXPECT_DEATH(run_and_compare(m, exceptions_first(1000, 20, selected)), "");
+                EXPECT_DEATH(run_and_compare(m, exceptions_first(149, selected ? 2 : 3, selected)), "");
+            }
+}
+
+// The caller's fault: runs of more rows than the result has. Inside the last word nothing is checked, and rows that are
+// counted need not exist.
+TEST(BurstRle, RunsBeyondTheResultAreCounted) {
+    ub1 table_8[] = {20, 0, 0}, table_16[] = {0, 20, 0, 0, 0, 0};
+    ub4 cumulative[] = {0, __builtin_bswap32(20), __builtin_bswap32(20), __builtin_bswap32(20)};
+    for (const member &m : members)
+        for (bool set : {true, false}) {
+            SCOPED_TRACE(std::string(dispatch_func_names.name[m.index()]) + (set ? ", set" : ", clear"));
+            ub8 run_bits = set ? 0b001 : 0b110, row_bits = 0;
+            tavo_enc_ctx enc{};
+            tavo_vec src{}, res{};
+            tavo_env env{};
+            enc.flags = TAVO_RLE;
+            enc.run_count = 3;
+            enc.run_table = m.entry_bytes == 1 ? table_8 : table_16;
+            enc.run_cla = cumulative;
+            src.enc = &enc;
+            res.bits = &row_bits;
+            res.size = 10;
+            env.sel_bits = &run_bits;
+            env.sel_count = set ? 1 : 2;
+            EXPECT_EQ(m(&res, &src, &env), TAVO_DONE);
+            EXPECT_EQ(res.count, set ? 20u : 10u - 20u);
+            EXPECT_EQ(row_bits & 0x3ff, set ? 0x3ffu : 0u);
+        }
 }
 
 TEST(BurstRleDeathTest, CallersBugs) {

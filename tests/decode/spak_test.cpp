@@ -112,17 +112,50 @@ TEST(Spak, EmptySymbolsEmitNothing) {
         for (std::size_t codes : code_counts) {
             SCOPED_TRACE(std::to_string(symbols) + " symbols, " + std::to_string(codes) + " codes");
             spak_stream s = random_stream(symbols, codes, 0, rng);
-            // Half of the streams end in empty symbols: the surplus of the block stores is then 7 bytes at the most.
-            if (rng() % 2 != 0) {
+            // Half of the streams end in empty symbols, half of these with any code behind them.
+            if (rng() % 2 != 0 && codes > 0) {
+                const ub4 last = s.codes.back();
                 s.symbols[0].clear();
                 std::fill(s.codes.begin() + static_cast<std::ptrdiff_t>(codes / 2), s.codes.end(), 0);
+                if (rng() % 2 != 0)
+                    s.codes.back() = last;
             }
             const std::vector<ub1> want = as_understood(s).decoded();
             const ub4 length = static_cast<ub4>(want.size());
-            const decoded d(readable(s, s.bytes(length)), length, length + (codes > 63 ? 7 : 0));
+            const decoded d(readable(s, s.bytes(length)), length, length);
             ASSERT_EQ(d.status, TAVO_DONE);
-            ASSERT_TRUE(std::equal(want.begin(), want.end(), d.bytes.begin()));
+            ASSERT_EQ(d.bytes, want);
         }
+}
+
+// The last 32 codes come to fewer bytes than a store of a block: the blocks have to end before the output does.
+TEST(Spak, NothingIsWrittenBehindTheOutputWhateverItsEnd) {
+    auto check = [](spak_stream s, const std::vector<ub1> &want) {
+        const ub4 length = static_cast<ub4>(want.size());
+        const decoded d(readable(s, s.bytes(length)), length, length);
+        EXPECT_EQ(d.status, TAVO_DONE);
+        EXPECT_EQ(d.bytes, want);
+    };
+    spak_stream narrow; // one bit a code; those of the block count as 0, the rest is 31 empty symbols and a byte
+    narrow.symbols = {{'a'}, {}};
+    narrow.codes.assign(64, 1);
+    std::fill_n(narrow.codes.begin(), 32, 0);
+    narrow.codes.back() = 0;
+    check(narrow, std::vector<ub1>(33, 'a'));
+
+    for (unsigned symbols : {5u, 9u, 17u, 33u, 65u, 129u, 257u, 513u})
+        for (std::size_t codes : {64u, 96u, 107u})
+            for (unsigned bytes = 0; bytes < 10; bytes++) { // behind the first 32 codes, at the end of the stream
+                SCOPED_TRACE(std::to_string(symbols) + " symbols, " + std::to_string(codes) + " codes, " +
+                             std::to_string(bytes) + " bytes behind the first block");
+                spak_stream s;
+                s.symbols.assign(symbols, {'a'});
+                s.symbols[0].clear();
+                s.codes.assign(codes, 0);
+                std::fill_n(s.codes.begin(), 32, symbols - 1);
+                std::fill_n(s.codes.rbegin(), bytes, symbols - 1);
+                check(s, std::vector<ub1>(32 + bytes, 'a'));
+            }
 }
 
 TEST(Spak, CompressedBytesComeBack) {
@@ -206,6 +239,14 @@ TEST(Spak, AuxiliaryAreasAreSkippedOnlyIfTheirCountIsPositive) {
                 EXPECT_EQ(d.status, TAVO_DONE) << aux_count << " " << body << " " << symbols;
                 EXPECT_EQ(d.bytes, want) << aux_count << " " << body << " " << symbols;
             }
+
+    spak_stream far = random_stream(37, 150, 1, rng); // a distance of more than 16 bits
+    far.aux_count = 1;
+    far.aux_body.assign(70000, 0x99);
+    const std::vector<ub1> want = far.decoded();
+    const decoded d(readable(far, far.bytes()), static_cast<ub4>(want.size()), want.size());
+    EXPECT_EQ(d.status, TAVO_DONE);
+    EXPECT_EQ(d.bytes, want);
 }
 
 // An encoder doesn't send long streams of codes below 3 bits: what becomes of one is a limit that is kept.
