@@ -56,7 +56,7 @@ struct burst_case {
 };
 
 void run_and_compare(const member &m, const burst_case &c, bool uncovered_set = false) {
-    SCOPED_TRACE(std::string(dispatch_func_names.name[m.index()]) + ", " + std::to_string(c.runs()) + " runs, " +
+    SCOPED_TRACE(std::string(tavo_dispatch_func_names.name[m.index()]) + ", " + std::to_string(c.runs()) + " runs, " +
                  std::to_string(c.runs_selected()) + " selected, " + std::to_string(c.rows()) + " rows");
     std::vector<ub1> table, cumulative;
     auto put = [](std::vector<ub1> &out, ub4 value, unsigned bytes) {
@@ -115,7 +115,7 @@ TEST(BurstRle, StandsInTheTable) {
     const char *names[] = {"tavo_burst_rle_8bit", "tavo_burst_rle_8bit_cla", "tavo_burst_rle_16bit",
                            "tavo_burst_rle_16bit_cla"};
     for (unsigned i = 0; i < 4; i++)
-        EXPECT_STREQ(dispatch_func_names.name[members[i].index()], names[i]);
+        EXPECT_STREQ(tavo_dispatch_func_names.name[members[i].index()], names[i]);
 }
 
 TEST(BurstRle, EveryPlanAtEveryRunCount) {
@@ -200,7 +200,7 @@ TEST(BurstRle, RunsBeyondTheResultAreCounted) {
     ub4 cumulative[] = {0, __builtin_bswap32(20), __builtin_bswap32(20), __builtin_bswap32(20)};
     for (const member &m : members)
         for (bool set : {true, false}) {
-            SCOPED_TRACE(std::string(dispatch_func_names.name[m.index()]) + (set ? ", set" : ", clear"));
+            SCOPED_TRACE(std::string(tavo_dispatch_func_names.name[m.index()]) + (set ? ", set" : ", clear"));
             ub8 run_bits = set ? 0b001 : 0b110, row_bits = 0;
             tavo_enc_ctx enc{};
             tavo_vec src{}, res{};
