@@ -143,12 +143,18 @@ ub4 sparse_dict_scan(tavo_vec *res, tavo_vec *src, scan_constants<W> constants, 
     // Entering and leaving the iterator costs as much as a few rows do, so a batch is more than the eight that are
     // visited at a time.
     constexpr unsigned batch = 64;
+    const bool is_long = static_cast<ub8>(n) * W / 8 > 4u << 20; // more than a second-level cache holds
     ub4 rows[batch];
     tavo_bit_iter selected;
     tavo_lbiwv_ictx_ini2_dydi(&selected, env->sel_bits, n, 0, 0);
     ub8 got;
     do {
         got = tavo_lbiwvones_dydi(&selected, rows, batch);
+        // In a long column the lines of a whole batch are on their way before the first is needed.
+        for (ub8 i = 0; is_long && i < got; i++) {
+            __builtin_prefetch(codes + static_cast<ub8>(rows[i]) * W / 8);
+            __builtin_prefetch(bv + rows[i] / 64, 1);
+        }
 #pragma GCC unroll 8
         for (ub8 i = 0; i < got; i++)
             visit(rows[i]);
