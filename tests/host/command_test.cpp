@@ -33,7 +33,8 @@ protected:
         text << std::ifstream(path, std::ios::binary).rdbuf();
         return text.str();
     }
-    outcome run(const std::string &arguments, const std::string &environment = "TAVO_LIB=" TAVO_LIBRARY_PATH) const {
+    outcome run(const std::string &arguments,
+                const std::string &environment = "TAVO_LIB='" TAVO_LIBRARY_PATH "'") const {
         const std::string out = folder_ + "/out", err = folder_ + "/err";
         const std::string command =
             "env " + environment + " '" TAVO_COMMAND "' " + arguments + " >'" + out + "' 2>'" + err + "' </dev/null";
@@ -42,7 +43,7 @@ protected:
     }
     // Status 2, nothing on standard output, and the message.
     void expect_refused(const std::string &arguments, const std::string &message,
-                        const std::string &environment = "TAVO_LIB=" TAVO_LIBRARY_PATH) const {
+                        const std::string &environment = "TAVO_LIB='" TAVO_LIBRARY_PATH "'") const {
         const outcome o = run(arguments, environment);
         EXPECT_EQ(o.status, 2) << arguments << "\n" << o.err;
         EXPECT_EQ(o.out, "") << arguments;
@@ -50,7 +51,8 @@ protected:
     }
 
     std::string folder_;
-    const std::string flights_ = TAVO_DATA "/flights-100k.csv", airports_ = TAVO_DATA "/airports.csv";
+    // As words of a shell's command: the tests may stand in a folder whose name has a space.
+    const std::string flights_ = "'" TAVO_DATA "/flights-100k.csv'", airports_ = "'" TAVO_DATA "/airports.csv'";
 };
 
 TEST_F(Command, Flights) {
@@ -155,15 +157,15 @@ TEST_F(Command, BadPredicates) {
 
 TEST_F(Command, BadLibraries) {
     const std::string query = "query " + file("t.csv", "x\n1\n2\n") + " --where 'x = 2'";
-    const std::string folder = TAVO_FALSE_LIBRARIES "/false_";
+    const auto library = [](const std::string &name) { return "'" TAVO_FALSE_LIBRARIES "/false_" + name + ".so'"; };
     expect_refused(query + " --lib " + folder_ + "/absent.so", "cannot load the library");
-    expect_refused(query + " --lib " + folder + "wrong_magic.so", "magic word");
-    expect_refused(query, "MRV_22.0", "TAVO_LIB=" + folder + "wrong_version.so");
-    expect_refused(query + " --lib " + folder + "no_operations.so", "has no operation tavo_lbiwvand_dydi");
-    expect_refused(query + " --lib " + folder + "no_kernels.so", "has no kernel tavo_eq_dict_1bit");
-    expect_refused(query + " --lib " + folder + "raising.so",
+    expect_refused(query + " --lib " + library("wrong_magic"), "magic word");
+    expect_refused(query, "MRV_22.0", "TAVO_LIB=" + library("wrong_version"));
+    expect_refused(query + " --lib " + library("no_operations"), "has no operation tavo_lbiwvand_dydi");
+    expect_refused(query + " --lib " + library("no_kernels"), "has no kernel tavo_eq_dict_1bit");
+    expect_refused(query + " --lib " + library("raising"),
                    "internal error in the library: false_scan: raised on purpose");
-    const outcome o = run(query + " --check --lib " + folder + "lying.so");
+    const outcome o = run(query + " --check --lib " + library("lying"));
     EXPECT_EQ(o.status, 1);
     EXPECT_EQ(o.out, "");
     EXPECT_NE(o.err.find("the check fails"), std::string::npos) << o.err;
@@ -173,7 +175,7 @@ TEST_F(Command, FindsTheLibraryByItself) {
     const outcome o = run("info", "-u TAVO_LIB");
     EXPECT_EQ(o.status, 0) << o.err;
     EXPECT_NE(o.out.find("MRV_23.0"), std::string::npos);
-    EXPECT_NE(run(std::string("info ") + TAVO_FALSE_LIBRARIES "/false_no_kernels.so").out.find("kernels: 0 of 925"),
+    EXPECT_NE(run("info '" TAVO_FALSE_LIBRARIES "/false_no_kernels.so'").out.find("kernels: 0 of 925"),
               std::string::npos);
 }
 
