@@ -28,8 +28,8 @@ typedef struct tavo_kv_scan_position tavo_kv_scan_position;
 
 typedef ub8 tavo_hash_fn(const void *data, ub8 length, ub8 seed);
 typedef ub4 tavo_kv_alloc_fn(tavo_kv_region *region, ub4 count, ub8 *id);
-typedef ub8 tavo_distance_kernel(ub4 dims, const void *left, const void *right, ub4 metric, double *result)
-    TAVO_NOEXCEPT;
+typedef ub8 tavo_distance_kernel(ub4 dims, const void *left, const void *right, ub4 metric,
+                                 double *result) TAVO_NOEXCEPT;
 
 /* ---- Column kernels: the dispatch table ---- */
 
@@ -96,14 +96,16 @@ enum tavo_variant { TAVO_VARIANT_PLAIN = 0, TAVO_VARIANT_SECOND = 1 };
 #define TAVO_WIDTH_CODE_64 22u
 
 /* Bits 12 to 5 of a dispatch index, which a host keeps in tavo_enc_ctx.kernel_row. */
-#define TAVO_KERNEL_ROW(variant, width_code, encoding_class) \
+#define TAVO_KERNEL_ROW(variant, width_code, encoding_class)                                                           \
     ((ub1)(((unsigned)(variant) << 7) | ((unsigned)(width_code) << 2) | (unsigned)(encoding_class)))
-#define TAVO_DISPATCH_INDEX(kernel_row, operation) ((unsigned)(ub1)(kernel_row) * 32u + (unsigned)(operation))
+#define TAVO_DISPATCH_INDEX(kernel_row, operation) ((unsigned)(ub1)(kernel_row)*32u + (unsigned)(operation))
 
 /* ---- The descriptor: 88 words of 8 bytes ---- */
 
 #define TAVO_MAGIC 0xc16182c0ull
 
+/* One operation a line, its word behind it. */
+/* clang-format off */
 typedef struct tavo_specialized_ctx {
     ub8 magic;                              /*  0: TAVO_MAGIC */
     const char *version;                    /*  1: "MRV_23.0" */
@@ -264,6 +266,7 @@ typedef struct tavo_specialized_ctx {
     ub4 (*vector_arith)(tavo_vec *res, tavo_vec *norms, tavo_vec *a, tavo_vec *b, ub4 op, tavo_env *env,
                         void *scratch) TAVO_NOEXCEPT;                                                          /* 87 */
 } tavo_specialized_ctx;
+/* clang-format on */
 
 #define TAVO_FIRST_OPERATION_WORD 15u
 #define TAVO_OPERATIONS 73u

@@ -14,39 +14,39 @@ typedef struct tavo_aux_info tavo_aux_info;
 /* Per-call environment; belongs to one thread during a call. It carries the state of a resumable kernel: a caller
  * leaves the resume fields untouched between calls of one pass and zeroes them before a new pass. */
 struct tavo_env {
-    tavo_host *host;      /* callback record; needed for spak and run-length columns */
-    ub8 *sel_bits;        /* row selection of this call, or null (run-level for TAVO_RLE scans) */
-    ub1 flags;            /* TAVO_ENV_... */
-    ub1 flags2;           /* TAVO_ENV2_... */
-    ub8 sel_count;        /* bits set in sel_bits, where the caller knows it: a scan sets it for rle_expand, the burst
-                             kernels read it */
-    ub4 full_partition;   /* out: partition that had no room */
-    ub4 resume_row;       /* in-out: next row or position to process */
-    ub4 run_index;        /* in-out: run reached, in kernels that walk runs */
-    ub4 run_end;          /* in-out: row at which that run ends */
-    ub4 parsed_rows;      /* out: rows parsed well */
-    ub8 resume_offset;    /* in-out: byte offset reached in a variable-length source */
-    ub4 *ones_vec;        /* position list: rows to process, ascending, or null; replaces sel_bits unless a kernel says
-                             otherwise */
-    ub4 ones_vec_size;    /* entries in ones_vec */
-    ub4 start_row;        /* first row to process (bloom, translation); input only */
-    ub8 *valid_rows;      /* a per-row failure of a flexible vector operation clears the row's bit */
-    ub1 result_flags;     /* out: TAVO_RESULT_... bits ORed in; never cleared by a kernel */
-    ub1 result_flags2;    /* out: value 1: a translation kernel has applied sel_bits */
-    void *symbol_refs;    /* optional output of prefix decode: 16-byte records, ub8 address, ub2 length, zeros */
-    void *xlate_ctx;      /* translation context */
-    void *xlate_out;      /* output array of the _c2d translation kernels */
-    tavo_aux_info *aux;   /* probe: chain position and bit vectors that survive between calls, or null */
+    tavo_host *host;    /* callback record; needed for spak and run-length columns */
+    ub8 *sel_bits;      /* row selection of this call, or null (run-level for TAVO_RLE scans) */
+    ub1 flags;          /* TAVO_ENV_... */
+    ub1 flags2;         /* TAVO_ENV2_... */
+    ub8 sel_count;      /* bits set in sel_bits, where the caller knows it: a scan sets it for rle_expand, the burst
+                           kernels read it */
+    ub4 full_partition; /* out: partition that had no room */
+    ub4 resume_row;     /* in-out: next row or position to process */
+    ub4 run_index;      /* in-out: run reached, in kernels that walk runs */
+    ub4 run_end;        /* in-out: row at which that run ends */
+    ub4 parsed_rows;    /* out: rows parsed well */
+    ub8 resume_offset;  /* in-out: byte offset reached in a variable-length source */
+    ub4 *ones_vec;      /* position list: rows to process, ascending, or null; replaces sel_bits unless a kernel says
+                           otherwise */
+    ub4 ones_vec_size;  /* entries in ones_vec */
+    ub4 start_row;      /* first row to process (bloom, translation); input only */
+    ub8 *valid_rows;    /* a per-row failure of a flexible vector operation clears the row's bit */
+    ub1 result_flags;   /* out: TAVO_RESULT_... bits ORed in; never cleared by a kernel */
+    ub1 result_flags2;  /* out: value 1: a translation kernel has applied sel_bits */
+    void *symbol_refs;  /* optional output of prefix decode: 16-byte records, ub8 address, ub2 length, zeros */
+    void *xlate_ctx;    /* translation context */
+    void *xlate_out;    /* output array of the _c2d translation kernels */
+    tavo_aux_info *aux; /* probe: chain position and bit vectors that survive between calls, or null */
 };
 
 /* tavo_env.flags */
-#define TAVO_ENV_SPARSE 2u        /* walk sel_bits row by row instead of scanning all rows and masking afterwards */
-#define TAVO_ENV_WIDE 4u          /* decode_unpack: ub4 elements at every width; decode_symbol: src.data is ub4 */
+#define TAVO_ENV_SPARSE 2u         /* walk sel_bits row by row instead of scanning all rows and masking afterwards */
+#define TAVO_ENV_WIDE 4u           /* decode_unpack: ub4 elements at every width; decode_symbol: src.data is ub4 */
 #define TAVO_ENV_MULTIPLY_KEYS 16u /* group keys by the multiply rule */
-#define TAVO_ENV_SUM 128u         /* sum while converting */
+#define TAVO_ENV_SUM 128u          /* sum while converting */
 /* tavo_env.flags2 */
-#define TAVO_ENV2_BIG_ENDIAN 1u   /* big-endian integer source */
-#define TAVO_ENV2_COPY 2u         /* copy form of symbol decode */
+#define TAVO_ENV2_BIG_ENDIAN 1u /* big-endian integer source */
+#define TAVO_ENV2_COPY 2u       /* copy form of symbol decode */
 /* tavo_env.result_flags */
 #define TAVO_RESULT_SCAN_SELECTED 2u    /* a scan has applied sel_bits: the caller need not AND again */
 #define TAVO_RESULT_DECODE_SELECTED 4u  /* decode has honoured the row selection */
@@ -65,14 +65,14 @@ typedef void tavo_temp_release_fn(void *handle, void *block, ub8 cookie);
 typedef ub4 tavo_spak_decode_fn(tavo_spak_ctx *ctx, const ub1 *src, ub1 *dst, ub4 *out_len, ub4 capacity) TAVO_NOEXCEPT;
 
 struct tavo_host {
-    void *handle;                        /* first argument of every callback. Points at a block of at least 72 ub8
-                                            words: the 72nd is handed to hostraiseierr */
-    ub8 heap;                            /* opaque, passed to allocate */
-    tavo_allocate_fn *allocate;          /* buffers that outlive the call (decompressed columns) */
+    void *handle;                         /* first argument of every callback. Points at a block of at least 72 ub8
+                                             words: the 72nd is handed to hostraiseierr */
+    ub8 heap;                             /* opaque, passed to allocate */
+    tavo_allocate_fn *allocate;           /* buffers that outlive the call (decompressed columns) */
     tavo_temp_allocate_fn *temp_allocate; /* scratch, released before the call returns */
-    tavo_temp_release_fn *temp_release;  /* gives back a block of temp_allocate, with the cookie that came with it */
-    tavo_spak_decode_fn *spak_decode;    /* the host stores the descriptor's spak_decode here */
-    ub1 flags;                           /* 0x10 or 0x20 set: tavo_spak_ctx.flag is 1 */
+    tavo_temp_release_fn *temp_release;   /* gives back a block of temp_allocate, with the cookie that came with it */
+    tavo_spak_decode_fn *spak_decode;     /* the host stores the descriptor's spak_decode here */
+    ub1 flags;                            /* 0x10 or 0x20 set: tavo_spak_ctx.flag is 1 */
 };
 
 /* What the decoder receives from a kernel's prologue. */

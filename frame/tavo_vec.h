@@ -37,80 +37,80 @@ typedef ub4 tavo_rle_expand_fn(tavo_host *host, tavo_vec *res, tavo_vec *src, ta
  * row-moving kernel (dst), or constant: data points at one value in the width of the kernel, in the processor's byte
  * order (1 byte for 8-bit codes, 2 for 16, 8 for 64, 4 for every other width). */
 struct tavo_vec {
-    void *data;          /* column data as enc states, or a spak stream; output array; constant. Any alignment for codes */
-    ub2 *lengths;        /* element lengths of TAVO_LV_SEP / TAVO_LP_SEP columns; lengths output of a decode;
-                            in dynp and _tz scans a byte stream of control or tz fields; constant vector of a _tz
-                            scan: the tz byte */
-    ub2 *indicators;     /* decode output: 2 for a null row, else 0 */
-    tavo_enc_ctx *enc;   /* encoding of a source */
-    ub8 *sel;            /* source: rows that count, or null; a scan ANDs its result with it. Runs that count for
-                            TAVO_RLE: a run-level bit vector of run_count bits */
-    ub8 *bits;           /* result: the bit vector that a scan writes, (size + 63) / 64 words. Constant's place of a
-                            set kernel: the set, one bit a code */
-    ub4 count;           /* out: rows selected by a scan, elements written by a decode */
-    ub4 size;            /* rows; on an output of a row-moving kernel its capacity in elements. selective and the
-                            hash-table kernels write the elements written here, decode kernels into count */
-    ub4 decomp_size;     /* bytes of the column data after spak decompression */
-    void **decomp_slot;  /* caches the decompressed buffer; null contents: not yet decompressed. Filled without a guard:
-                            a column not yet decompressed belongs to one thread */
-    ub8 decomp_tag;      /* passed on as last argument of tavo_host.allocate */
-    ub8 first_row;       /* row id of the first row (flag TAVO_ROWID_BASE) */
-    ub8 byte_size;       /* variable-length output: capacity of data in bytes on entry, bytes used on return;
-                            single text row: its length */
+    void *data;      /* column data as enc states, or a spak stream; output array; constant. Any alignment for codes */
+    ub2 *lengths;    /* element lengths of TAVO_LV_SEP / TAVO_LP_SEP columns; lengths output of a decode;
+                        in dynp and _tz scans a byte stream of control or tz fields; constant vector of a _tz
+                        scan: the tz byte */
+    ub2 *indicators; /* decode output: 2 for a null row, else 0 */
+    tavo_enc_ctx *enc;  /* encoding of a source */
+    ub8 *sel;           /* source: rows that count, or null; a scan ANDs its result with it. Runs that count for
+                           TAVO_RLE: a run-level bit vector of run_count bits */
+    ub8 *bits;          /* result: the bit vector that a scan writes, (size + 63) / 64 words. Constant's place of a
+                           set kernel: the set, one bit a code */
+    ub4 count;          /* out: rows selected by a scan, elements written by a decode */
+    ub4 size;           /* rows; on an output of a row-moving kernel its capacity in elements. selective and the
+                           hash-table kernels write the elements written here, decode kernels into count */
+    ub4 decomp_size;    /* bytes of the column data after spak decompression */
+    void **decomp_slot; /* caches the decompressed buffer; null contents: not yet decompressed. Filled without a guard:
+                           a column not yet decompressed belongs to one thread */
+    ub8 decomp_tag;     /* passed on as last argument of tavo_host.allocate */
+    ub8 first_row;      /* row id of the first row (flag TAVO_ROWID_BASE) */
+    ub8 byte_size;      /* variable-length output: capacity of data in bytes on entry, bytes used on return;
+                           single text row: its length */
 };
 
 struct tavo_enc_ctx {
-    ub1 kernel_row;       /* dispatch index of an operation on this column is kernel_row * 32 + operation */
-    ub8 symbols;          /* address of the dictionary's symbol bytes */
-    ub2 *symbol_len;      /* one_len dictionary: the symbol length, big-endian */
-    ub4 *cla;             /* cla dictionary: symbol_count + 1 cumulative lengths, big-endian; symbol c is the bytes from
-                             symbols + cla[c] up to symbols + cla[c + 1] */
-    ub4 symbol_count;     /* symbols in the dictionary */
-    ub4 dict_kind;        /* TAVO_DICT_ONE_LEN or TAVO_DICT_CLA; any other value is refused with status 24 */
-    void *run_table;      /* TAVO_RLE: rows of each run, ub1 or big-endian ub2 entries */
-    ub1 run_entry_bits;   /* 8 or 16 */
-    ub4 run_count;        /* TAVO_RLE: runs, and so codes in the stream */
-    ub4 *run_cla;         /* _cla burst kernels: run i covers rows run_cla[i] to run_cla[i + 1] - 1, big-endian */
+    ub1 kernel_row;     /* dispatch index of an operation on this column is kernel_row * 32 + operation */
+    ub8 symbols;        /* address of the dictionary's symbol bytes */
+    ub2 *symbol_len;    /* one_len dictionary: the symbol length, big-endian */
+    ub4 *cla;           /* cla dictionary: symbol_count + 1 cumulative lengths, big-endian; symbol c is the bytes from
+                           symbols + cla[c] up to symbols + cla[c + 1] */
+    ub4 symbol_count;   /* symbols in the dictionary */
+    ub4 dict_kind;      /* TAVO_DICT_ONE_LEN or TAVO_DICT_CLA; any other value is refused with status 24 */
+    void *run_table;    /* TAVO_RLE: rows of each run, ub1 or big-endian ub2 entries */
+    ub1 run_entry_bits; /* 8 or 16 */
+    ub4 run_count;      /* TAVO_RLE: runs, and so codes in the stream */
+    ub4 *run_cla;       /* _cla burst kernels: run i covers rows run_cla[i] to run_cla[i + 1] - 1, big-endian */
     tavo_rle_expand_fn *rle_expand; /* the host's; called at the end of a scan of a TAVO_RLE column */
-    ub8 *run_bits;        /* TAVO_RLE: where a scan writes its run-level result, (run_count + 63) / 64 words */
-    ub1 prefix_block;     /* front-coded dictionary: symbols a block, 16 */
-    sb2 prefix_len;       /* front-coded dictionary: symbol length, 1 to 8 */
-    ub4 prefix_count;     /* front-coded dictionary: symbols */
-    ub1 segmented;        /* bloom filter: non-zero if bits is a table of segment addresses, 0 if it is the one array */
-    ub4 hash_mask;        /* bloom filter: the bits that count of a row's byte-swapped hash */
-    ub4 segment_shift;    /* bloom filter: the masked hash shifted right by this is the segment's number */
-    ub4 bit_mask;         /* bloom filter: masked hash AND this is the bit's position in its segment, bit p & 7 of
-                             byte p >> 3 */
-    ub4 flags;            /* flag word, below */
-    ub4 width_bits;       /* element width of a TAVO_FIXED column, code width of a packed column; the low byte counts */
-    ub1 width_code;       /* width code of the elements: 7, 15, 21, 22 for 8, 16, 32, 64 bits */
-    ub4 vec_dims;         /* dimensions of a uniform vector column */
-    ub1 value_type;       /* TAVO_VALUE_... */
-    ub1 vec_charset;      /* vector text: 0 single-byte, 1 big-endian UTF-16 */
-    ub2 max_len;          /* longest element of a variable-length column, in bytes */
-    void *side_table;     /* values or hashes unpacked per code, for the kernels that say so */
+    ub8 *run_bits;     /* TAVO_RLE: where a scan writes its run-level result, (run_count + 63) / 64 words */
+    ub1 prefix_block;  /* front-coded dictionary: symbols a block, 16 */
+    sb2 prefix_len;    /* front-coded dictionary: symbol length, 1 to 8 */
+    ub4 prefix_count;  /* front-coded dictionary: symbols */
+    ub1 segmented;     /* bloom filter: non-zero if bits is a table of segment addresses, 0 if it is the one array */
+    ub4 hash_mask;     /* bloom filter: the bits that count of a row's byte-swapped hash */
+    ub4 segment_shift; /* bloom filter: the masked hash shifted right by this is the segment's number */
+    ub4 bit_mask;      /* bloom filter: masked hash AND this is the bit's position in its segment, bit p & 7 of
+                          byte p >> 3 */
+    ub4 flags;         /* flag word, below */
+    ub4 width_bits;    /* element width of a TAVO_FIXED column, code width of a packed column; the low byte counts */
+    ub1 width_code;    /* width code of the elements: 7, 15, 21, 22 for 8, 16, 32, 64 bits */
+    ub4 vec_dims;      /* dimensions of a uniform vector column */
+    ub1 value_type;    /* TAVO_VALUE_... */
+    ub1 vec_charset;   /* vector text: 0 single-byte, 1 big-endian UTF-16 */
+    ub2 max_len;       /* longest element of a variable-length column, in bytes */
+    void *side_table;  /* values or hashes unpacked per code, for the kernels that say so */
 };
 
 /* tavo_enc_ctx.flags */
-#define TAVO_NATIVE 0x01u           /* numbers in native form; clear: comparable form */
-#define TAVO_CONSTANT 0x04u         /* the operand is a constant or a scalar */
-#define TAVO_VEC_BY_POINTER 0x20u   /* vectors: data is one pointer per row ... */
-#define TAVO_VEC_IMAGES 0x10u       /* ... and, with the former, each leads to a stored image */
-#define TAVO_HASHES 0x80u           /* the vector holds hashes */
-#define TAVO_PACKED_KEYS 0x100u     /* bit-packed dictionary codes, fit for group keys */
-#define TAVO_RLE 0x200u             /* data holds one code per run; rows are run_table expansions */
-#define TAVO_FIXED 0x800u           /* fixed-width elements, width_bits / 8 bytes each, back to back */
-#define TAVO_LV_SEP 0x1000u         /* element bytes back to back, their lengths in lengths */
-#define TAVO_LV 0x2000u             /* each element a native ub2 length and that many bytes, back to back */
-#define TAVO_LP_SEP 0x4000u         /* data is an array of 8-byte element addresses, their lengths in lengths */
-#define TAVO_LP 0x8000u             /* data is an array of 10-byte packed records: ub2 length, 8-byte address */
-#define TAVO_SPAK 0x10000u          /* data is a spak stream that decompresses to decomp_size bytes */
-#define TAVO_ROWID_BASE 0x20000u    /* row ids are made from first_row: id of row r is first_row + r */
-#define TAVO_OVERREAD_OK 0x40000u   /* 8 bytes may be read at the start of any element, however short */
-#define TAVO_TZ 0x80000u            /* all rows share one tz value, in the first byte of lengths */
-#define TAVO_DICT 0x100000u         /* dictionary-coded: data holds codes, dict_kind says how symbols are found */
-#define TAVO_ACCUMULATORS 0x200000u /* accumulator vector in record layout */
-#define TAVO_SIDE_TABLE 0x800000u   /* codes with values unpacked in side_table */
+#define TAVO_NATIVE 0x01u              /* numbers in native form; clear: comparable form */
+#define TAVO_CONSTANT 0x04u            /* the operand is a constant or a scalar */
+#define TAVO_VEC_BY_POINTER 0x20u      /* vectors: data is one pointer per row ... */
+#define TAVO_VEC_IMAGES 0x10u          /* ... and, with the former, each leads to a stored image */
+#define TAVO_HASHES 0x80u              /* the vector holds hashes */
+#define TAVO_PACKED_KEYS 0x100u        /* bit-packed dictionary codes, fit for group keys */
+#define TAVO_RLE 0x200u                /* data holds one code per run; rows are run_table expansions */
+#define TAVO_FIXED 0x800u              /* fixed-width elements, width_bits / 8 bytes each, back to back */
+#define TAVO_LV_SEP 0x1000u            /* element bytes back to back, their lengths in lengths */
+#define TAVO_LV 0x2000u                /* each element a native ub2 length and that many bytes, back to back */
+#define TAVO_LP_SEP 0x4000u            /* data is an array of 8-byte element addresses, their lengths in lengths */
+#define TAVO_LP 0x8000u                /* data is an array of 10-byte packed records: ub2 length, 8-byte address */
+#define TAVO_SPAK 0x10000u             /* data is a spak stream that decompresses to decomp_size bytes */
+#define TAVO_ROWID_BASE 0x20000u       /* row ids are made from first_row: id of row r is first_row + r */
+#define TAVO_OVERREAD_OK 0x40000u      /* 8 bytes may be read at the start of any element, however short */
+#define TAVO_TZ 0x80000u               /* all rows share one tz value, in the first byte of lengths */
+#define TAVO_DICT 0x100000u            /* dictionary-coded: data holds codes, dict_kind says how symbols are found */
+#define TAVO_ACCUMULATORS 0x200000u    /* accumulator vector in record layout */
+#define TAVO_SIDE_TABLE 0x800000u      /* codes with values unpacked in side_table */
 #define TAVO_ELEMENT_CLASS 0x7f000000u /* element class of a record stream */
 
 /* tavo_enc_ctx.dict_kind. An empty symbol is the null symbol; code 0 is the null code of the _null kernels. */
@@ -130,7 +130,7 @@ struct tavo_enc_ctx {
 #define TAVO_VEC_ENC_CTX(vec) ((vec)->enc)
 #define TAVO_ENC_CTX_FLAG(ctx, flag) (((ctx)->flags & (flag)) != 0)
 
-#define TAVO_OFFSET(type, field, bytes) \
+#define TAVO_OFFSET(type, field, bytes)                                                                                \
     TAVO_STATIC_ASSERT(offsetof(type, field) == (bytes), #type "." #field " stands at a fixed offset")
 
 TAVO_STATIC_ASSERT(sizeof(tavo_vec) == 96, "size of tavo_vec");

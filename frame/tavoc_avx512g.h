@@ -9,7 +9,7 @@ extern "C" void __assert_fail(const char *condition, const char *file, unsigned 
     __attribute__((__noreturn__));
 
 // A caller's bug: aborts with the standard assertion text, the source name tavoc_avx512g and the condition as written.
-#define TAVO_ASSERT(condition) \
+#define TAVO_ASSERT(condition)                                                                                         \
     ((condition) ? static_cast<void>(0) : __assert_fail(#condition, "tavoc_avx512g", __LINE__, __func__))
 
 namespace tavo {
@@ -19,7 +19,7 @@ struct kernel_texts {
     const char *decomp_label;  // label of the long-lived allocation
     const char *decode_failed; // raised when the stream cannot be decoded
 };
-#define TAVO_KERNEL_TEXTS(name) \
+#define TAVO_KERNEL_TEXTS(name)                                                                                        \
     ::tavo::kernel_texts { #name ": vec1_decomp", #name ": tavo_spak_decode failed" }
 
 // Reports an internal error to the host. It may return: the caller goes on with its next statement.

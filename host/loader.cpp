@@ -66,11 +66,13 @@ void library::check_and_start(const processor &p) {
             throw error(fmt::format("{}: size word {} of the descriptor is {}, not {}", path_, 4 + i, ctx_->sizes[i],
                                     sizes[i]));
     // What this host calls without asking again. Kernels and the other operations are looked at where they are used.
-    const std::pair<const char *, bool> operations[] = {
-        {"init_sharedlib", ctx_->init_sharedlib != nullptr}, {"lbiwvand", ctx_->lbiwvand != nullptr},
-        {"lbiwvor", ctx_->lbiwvor != nullptr},               {"lbiwvset_range", ctx_->lbiwvset_range != nullptr},
-        {"lbiwvpopcnt", ctx_->lbiwvpopcnt != nullptr},       {"lbiwvones", ctx_->lbiwvones != nullptr},
-        {"lbiwv_ictx_ini2", ctx_->lbiwv_ictx_ini2 != nullptr}};
+    const std::pair<const char *, bool> operations[] = {{"init_sharedlib", ctx_->init_sharedlib != nullptr},
+                                                        {"lbiwvand", ctx_->lbiwvand != nullptr},
+                                                        {"lbiwvor", ctx_->lbiwvor != nullptr},
+                                                        {"lbiwvset_range", ctx_->lbiwvset_range != nullptr},
+                                                        {"lbiwvpopcnt", ctx_->lbiwvpopcnt != nullptr},
+                                                        {"lbiwvones", ctx_->lbiwvones != nullptr},
+                                                        {"lbiwv_ictx_ini2", ctx_->lbiwv_ictx_ini2 != nullptr}};
     for (const auto &[operation, present] : operations)
         if (!present)
             throw error(fmt::format("{} has no operation tavo_{}_dydi", path_, operation));

@@ -46,9 +46,8 @@ inline std::vector<ub8> random_codes(std::size_t n, unsigned width, std::mt19937
 
 // Row counts around every block and word boundary.
 inline const std::vector<ub4> &boundary_sizes() {
-    static const std::vector<ub4> sizes = {0,   1,   15,  16,  17,  31,  32,  33,  63,   64,
-                                           65,  127, 128, 129, 255, 256, 257, 511, 512,  513,
-                                           767, 1023, 1024, 1025, 4097};
+    static const std::vector<ub4> sizes = {0,   1,   15,  16,  17,  31,  32,  33,  63,   64,   65,   127, 128,
+                                           129, 255, 256, 257, 511, 512, 513, 767, 1023, 1024, 1025, 4097};
     return sizes;
 }
 

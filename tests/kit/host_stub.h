@@ -34,7 +34,7 @@ public:
         ub8 heap, size;
         std::string label;
         ub4 unit, alignment;
-        ub8 tag; // of temp_allocate: the cookie that was handed out
+        ub8 tag;                                  // of temp_allocate: the cookie that was handed out
         std::unique_ptr<ub1, free_memory> memory; // 64-byte aligned
         ub1 *block() const { return memory.get(); }
     };
