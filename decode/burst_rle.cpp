@@ -148,38 +148,37 @@ ub4 finish_burst(tavo_vec *res, ub8 selected) noexcept {
     return selected == 0 ? TAVO_NONE_SELECTED : TAVO_DONE;
 }
 
+// The run bit vector of a call whose column has runs and whose result is another vector.
+const ub8 *checked_run_bits(const tavo_vec *res, const tavo_vec *src, const tavo_env *env) noexcept {
+    TAVO_ASSERT(TAVO_ENC_CTX_FLAG(TAVO_VEC_ENC_CTX(src), TAVO_RLE));
+    const ub8 *tavo_bv_res = res->bits, *tavo_bv_aux = env->sel_bits;
+    TAVO_ASSERT(tavo_bv_res != tavo_bv_aux);
+    return tavo_bv_aux;
+}
+
 // Only the exceptions are walked: selected runs on a clear vector, or the others on a set one.
 template <class Entry>
 [[gnu::always_inline]] inline ub4 burst_run_table(tavo_vec *res, tavo_vec *src, tavo_env *env) noexcept {
-    TAVO_ASSERT(TAVO_ENC_CTX_FLAG(TAVO_VEC_ENC_CTX(src), TAVO_RLE));
-    ub8 *tavo_bv_res = res->bits;
-    const ub8 *tavo_bv_aux = env->sel_bits;
-    TAVO_ASSERT(tavo_bv_res != tavo_bv_aux);
-
+    const ub8 *run_bits = checked_run_bits(res, src, env);
     const tavo_enc_ctx *enc = TAVO_VEC_ENC_CTX(src);
     const ub4 rows = TAVO_VEC_SIZE(res), runs = enc->run_count;
     const ub8 selected = env->sel_count;
     if (selected < static_cast<ub8>(runs * 0.02))
-        return finish_burst(res, mark_by_iterator<Entry>(enc, tavo_bv_aux, row_marker<true>(tavo_bv_res, rows)));
+        return finish_burst(res, mark_by_iterator<Entry>(enc, run_bits, row_marker<true>(res->bits, rows)));
     if (selected > static_cast<ub8>(runs * 0.98))
-        return finish_burst(res,
-                            rows - mark_by_iterator<Entry>(enc, tavo_bv_aux, row_marker<false>(tavo_bv_res, rows)));
+        return finish_burst(res, rows - mark_by_iterator<Entry>(enc, run_bits, row_marker<false>(res->bits, rows)));
     if (selected <= runs / 2)
-        return finish_burst(res, mark_by_words<Entry>(enc, tavo_bv_aux, row_marker<true>(tavo_bv_res, rows)));
-    return finish_burst(res, rows - mark_by_words<Entry>(enc, tavo_bv_aux, row_marker<false>(tavo_bv_res, rows)));
+        return finish_burst(res, mark_by_words<Entry>(enc, run_bits, row_marker<true>(res->bits, rows)));
+    return finish_burst(res, rows - mark_by_words<Entry>(enc, run_bits, row_marker<false>(res->bits, rows)));
 }
 
 [[gnu::always_inline]] inline ub4 burst_cla(tavo_vec *res, tavo_vec *src, tavo_env *env) noexcept {
-    TAVO_ASSERT(TAVO_ENC_CTX_FLAG(TAVO_VEC_ENC_CTX(src), TAVO_RLE));
-    ub8 *tavo_bv_res = res->bits;
-    const ub8 *tavo_bv_aux = env->sel_bits;
-    TAVO_ASSERT(tavo_bv_res != tavo_bv_aux);
-
+    const ub8 *run_bits = checked_run_bits(res, src, env);
     const tavo_enc_ctx *enc = TAVO_VEC_ENC_CTX(src);
     const ub4 rows = TAVO_VEC_SIZE(res);
     if (enc->run_count / 2 >= env->sel_count)
-        return finish_burst(res, mark_by_cla(enc, tavo_bv_aux, row_marker<true>(tavo_bv_res, rows)));
-    return finish_burst(res, rows - mark_by_cla(enc, tavo_bv_aux, row_marker<false>(tavo_bv_res, rows)));
+        return finish_burst(res, mark_by_cla(enc, run_bits, row_marker<true>(res->bits, rows)));
+    return finish_burst(res, rows - mark_by_cla(enc, run_bits, row_marker<false>(res->bits, rows)));
 }
 
 } // namespace

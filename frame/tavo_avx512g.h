@@ -201,20 +201,20 @@ typedef struct tavo_specialized_ctx {
     ub4 (*partition)(tavo_partition_ctx *ctx, tavo_vec *hashes_or_keys, tavo_vec *rids, tavo_vec *column,
                      tavo_hash_fn *hash, tavo_env *env) TAVO_NOEXCEPT;                                         /* 61 */
     /* Copies all elements of the table rows that the codes in src name. */
-    ub4 (*gather)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env) TAVO_NOEXCEPT;    /* 62 */
+    ub4 (*gather)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *table, tavo_env *env) TAVO_NOEXCEPT;    /* 62 */
     /* The same for one column of the table. */
-    ub4 (*gather_one_col)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env, ub4 col)
+    ub4 (*gather_one_col)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *table, tavo_env *env, ub4 col)
         TAVO_NOEXCEPT;                                                                                         /* 63 */
     /* The same for a list of columns. */
-    ub4 (*gather_cols)(tavo_vec *dst, tavo_vec *src, const ub4 *cols, ub4 ncols, const tavo_gather_spec *spec,
+    ub4 (*gather_cols)(tavo_vec *dst, tavo_vec *src, const ub4 *cols, ub4 ncols, const tavo_gather_spec *table,
                        tavo_env *env) TAVO_NOEXCEPT;                                                           /* 64 */
     /* Writes a column of references to src's elements into a row-major table. */
-    ub4 (*transpose_reference)(tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;        /* 65 */
+    ub4 (*transpose_reference)(tavo_gather_spec *table, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;        /* 65 */
     /* Turns rows first_row to last_row of a reference table into a packed table with the elements' bytes together. */
-    ub4 (*transpose_convert)(tavo_gather_spec *spec, const tavo_gather_spec *from, sb4 to_part, sb4 from_part,
+    ub4 (*transpose_convert)(tavo_gather_spec *table, const tavo_gather_spec *from, sb4 to_part, sb4 from_part,
                              ub4 first_row, ub4 last_row, tavo_env *env) TAVO_NOEXCEPT;                        /* 66 */
     /* Writes a column of values into the fixed-width rows of a table. */
-    ub4 (*transpose_fixed)(tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;            /* 67 */
+    ub4 (*transpose_fixed)(tavo_gather_spec *table, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;            /* 67 */
     /* Works out the shape of a key-to-value table, for which the host then allocates memory. */
     ub4 (*layout_kv)(ub8 ndv, ub8 rows, ub4 *flags, tavo_kv *kv, ub4 segment_log2, ub4 lower_rows, ub4 upper_rows,
                      ub4 fill_percent, ub4 force_pointer) TAVO_NOEXCEPT;                                       /* 68 */

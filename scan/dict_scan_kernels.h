@@ -3,13 +3,13 @@
 
 #include "frame/dispatch_table.h"
 
+// clang-format off
 #define TAVO_EACH_SCAN_WIDTH(K, ...)                                                                                   \
-    K(1, __VA_ARGS__)                                                                                                  \
-    K(2, __VA_ARGS__)                                                                                                  \
-    K(3, __VA_ARGS__) K(4, __VA_ARGS__) K(5, __VA_ARGS__) K(6, __VA_ARGS__) K(7, __VA_ARGS__) K(8, __VA_ARGS__)        \
-        K(9, __VA_ARGS__) K(10, __VA_ARGS__) K(11, __VA_ARGS__) K(12, __VA_ARGS__) K(13, __VA_ARGS__)                  \
-            K(14, __VA_ARGS__) K(15, __VA_ARGS__) K(16, __VA_ARGS__) K(17, __VA_ARGS__) K(18, __VA_ARGS__)             \
-                K(19, __VA_ARGS__) K(20, __VA_ARGS__) K(24, __VA_ARGS__) K(32, __VA_ARGS__) K(64, __VA_ARGS__)
+    K(1, __VA_ARGS__) K(2, __VA_ARGS__) K(3, __VA_ARGS__) K(4, __VA_ARGS__) K(5, __VA_ARGS__) K(6, __VA_ARGS__)        \
+    K(7, __VA_ARGS__) K(8, __VA_ARGS__) K(9, __VA_ARGS__) K(10, __VA_ARGS__) K(11, __VA_ARGS__) K(12, __VA_ARGS__)     \
+    K(13, __VA_ARGS__) K(14, __VA_ARGS__) K(15, __VA_ARGS__) K(16, __VA_ARGS__) K(17, __VA_ARGS__)                     \
+    K(18, __VA_ARGS__) K(19, __VA_ARGS__) K(20, __VA_ARGS__) K(24, __VA_ARGS__) K(32, __VA_ARGS__) K(64, __VA_ARGS__)
+// clang-format on
 
 // K(width, operator, operation number, null tag, variant)
 #define TAVO_EACH_ONE_CONSTANT_SCAN(K, null_tag, variant)                                                              \
