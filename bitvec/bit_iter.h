@@ -8,9 +8,8 @@
 // of its bit 0; base + 64 does not wrap even where base itself lies below 0 (first word of a byte vector).
 #pragma once
 
-#include <immintrin.h>
-
 #include "frame/tavo_bit_iter.h"
+#include "portable/intrinsics.h"
 
 namespace tavo::bit_iter {
 

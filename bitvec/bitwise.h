@@ -8,9 +8,8 @@
 // depends on the counting method, so that no body compiled with the instruction can stand in for one without it.
 #pragma once
 
-#include <immintrin.h>
-
 #include "frame/tavo_types.h"
+#include "portable/intrinsics.h"
 
 namespace tavo::bitwise {
 

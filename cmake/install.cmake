@@ -24,7 +24,7 @@ string(REGEX REPLACE "/$" "" tavo_prefix_from_pc "${tavo_prefix_from_pc}")
 configure_file(cmake/tavo.pc.in ${PROJECT_BINARY_DIR}/cmake/tavo.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/cmake/tavo.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# It finds the library by its own place, see host/loader.h.
+# It finds the library by its own place, see host/link/loader.h.
 if(TARGET tavo)
     install(TARGETS tavo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

@@ -1,4 +1,3 @@
-#include <immintrin.h>
 
 #include <algorithm>
 #include <bit>
@@ -8,6 +7,7 @@
 #include "decode/row_marker.h"
 #include "decode/run_table.h"
 #include "frame/tavoc_avx512g.h"
+#include "portable/intrinsics.h"
 #include "scan/packed_code.h"
 
 namespace {

@@ -6,9 +6,8 @@
 // A group's own bytes are read and no others: a masked load costs no more than a whole one.
 #pragma once
 
-#include <immintrin.h>
-
 #include "frame/tavo_types.h"
+#include "portable/intrinsics.h"
 #include "tables/unpack_masks.h"
 
 namespace tavo {

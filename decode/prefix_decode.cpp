@@ -1,12 +1,11 @@
 #include "decode/prefix_decode.h"
 
-#include <immintrin.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "decode/prefix_masks.h"
 #include "frame/tavoc_avx512g.h"
+#include "portable/intrinsics.h"
 
 namespace tavo {
 namespace {

@@ -1,10 +1,9 @@
 #include "decode/rle_expand.h"
 
-#include <immintrin.h>
-
 #include <cstring>
 
 #include "decode/run_table.h"
+#include "portable/intrinsics.h"
 
 namespace {
 

@@ -1,11 +1,10 @@
 // Marking ascending, disjoint stretches of rows in a bit vector that is otherwise all clear or all set.
 #pragma once
 
-#include <immintrin.h>
-
 #include <cstring>
 
 #include "frame/tavo_types.h"
+#include "portable/intrinsics.h"
 
 namespace tavo {
 

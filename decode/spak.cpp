@@ -1,13 +1,12 @@
 #include "decode/spak.h"
 
-#include <immintrin.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "decode/spak_masks.h"
 #include "frame/tavo_avx512g.h"
 #include "frame/tavo_status.h"
+#include "portable/intrinsics.h"
 #include "scan/packed_code.h"
 
 namespace {

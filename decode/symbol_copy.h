@@ -4,11 +4,10 @@
 // whole.
 #pragma once
 
-#include <immintrin.h>
-
 #include <cstring>
 
 #include "frame/tavo_types.h"
+#include "portable/intrinsics.h"
 
 namespace tavo {
 

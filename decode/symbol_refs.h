@@ -4,10 +4,9 @@
 // Both dictionary forms turn codes into references one by one, which is the definition, and sixteen at a time.
 #pragma once
 
-#include <immintrin.h>
-
 #include "decode/code_group.h"
 #include "frame/tavo_vec.h"
+#include "portable/intrinsics.h"
 #include "scan/packed_code.h"
 
 namespace tavo {

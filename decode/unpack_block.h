@@ -7,13 +7,12 @@
 // elements written is touched.
 #pragma once
 
-#include <immintrin.h>
-
 #include <algorithm>
 #include <cstring>
 #include <numeric>
 
 #include "decode/code_group.h"
+#include "portable/intrinsics.h"
 #include "scan/packed_code.h"
 
 namespace tavo {

@@ -1,8 +1,7 @@
 #include "frame/tavoc_avx512g.h"
 
-#include <immintrin.h>
-
 #include "bitvec/bitvec.h"
+#include "portable/intrinsics.h"
 
 namespace tavo {
 

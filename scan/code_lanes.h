@@ -6,8 +6,7 @@
 // then those of the codes.
 #pragma once
 
-#include <immintrin.h>
-
+#include "portable/intrinsics.h"
 #include "scan/dict_scan_masks.h"
 #include "scan/packed_code.h"
 

@@ -1,9 +1,8 @@
 // The ten comparison operators, unsigned, and the null rule: what a scan means for one row.
 #pragma once
 
-#include <immintrin.h>
-
 #include "frame/tavo_types.h"
+#include "portable/intrinsics.h"
 
 namespace tavo {
 

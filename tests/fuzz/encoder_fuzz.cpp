@@ -12,12 +12,12 @@
 #include "decode/rle_expand.h"
 #include "decode/spak.h"
 #include "frame/tavo_status.h"
-#include "host/column.h"
+#include "host/column/column.h"
+#include "host/column/packing.h"
+#include "host/column/run_length.h"
+#include "host/column/spak_encoder.h"
+#include "host/column/symbol_table.h"
 #include "host/error.h"
-#include "host/packing.h"
-#include "host/run_length.h"
-#include "host/spak_encoder.h"
-#include "host/symbol_table.h"
 #include "tests/kit/guarded.h"
 
 using tavo::test::guarded;

@@ -1,10 +1,10 @@
-#include "host/column.h"
+#include "host/column/column.h"
 
 #include <gtest/gtest.h>
 #include <random>
 
+#include "host/column/packing.h"
 #include "host/error.h"
-#include "host/packing.h"
 #include "tests/kit/codes.h"
 
 namespace {

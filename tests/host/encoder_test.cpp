@@ -4,11 +4,11 @@
 #include <random>
 #include <sys/mman.h>
 
-#include "host/callbacks.h"
+#include "host/column/packing.h"
+#include "host/column/spak_encoder.h"
+#include "host/column/symbol_table.h"
 #include "host/error.h"
-#include "host/packing.h"
-#include "host/spak_encoder.h"
-#include "host/symbol_table.h"
+#include "host/link/callbacks.h"
 
 namespace {
 

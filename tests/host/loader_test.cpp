@@ -1,11 +1,11 @@
-#include "host/loader.h"
+#include "host/link/loader.h"
 
 #include <gtest/gtest.h>
 
-#include "host/callbacks.h"
-#include "host/column.h"
+#include "host/column/column.h"
+#include "host/command/info.h"
 #include "host/error.h"
-#include "host/info.h"
+#include "host/link/callbacks.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Queries through the kernels against the plain recomputation, and the recomputation against answers given by hand.
-#include "host/query.h"
+#include "host/query/query.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 #include <set>
 
 #include "host/error.h"
-#include "host/recompute.h"
-#include "host/value_reader.h"
+#include "host/query/recompute.h"
+#include "host/query/value_reader.h"
 
 namespace {
 

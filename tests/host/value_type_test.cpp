@@ -1,9 +1,9 @@
-#include "host/value_type.h"
+#include "host/column/value_type.h"
 
 #include <gtest/gtest.h>
 
-#include "host/dictionary.h"
-#include "host/recompute.h"
+#include "host/column/dictionary.h"
+#include "host/query/recompute.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "host/callbacks.h"
-#include "host/column.h"
-#include "host/query.h"
+#include "host/column/column.h"
+#include "host/link/callbacks.h"
+#include "host/query/query.h"
 
 namespace host {
 

@@ -1,8 +1,8 @@
-#include "host/run_length.h"
+#include "host/column/run_length.h"
 
 #include <algorithm>
 
-#include "host/packing.h"
+#include "host/column/packing.h"
 
 namespace host {
 

@@ -1,4 +1,4 @@
-#include "host/code_plan.h"
+#include "host/query/code_plan.h"
 
 #include <algorithm>
 #include <fmt/format.h>

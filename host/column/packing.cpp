@@ -1,4 +1,4 @@
-#include "host/packing.h"
+#include "host/column/packing.h"
 
 namespace host {
 

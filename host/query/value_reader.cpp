@@ -1,12 +1,12 @@
-#include "host/value_reader.h"
+#include "host/query/value_reader.h"
 
 #include <algorithm>
 #include <bit>
 #include <chrono>
 #include <fmt/format.h>
 
+#include "host/column/packing.h"
 #include "host/error.h"
-#include "host/packing.h"
 
 namespace host {
 

@@ -1,4 +1,4 @@
-#include "host/loader.h"
+#include "host/link/loader.h"
 
 #include <cstdlib>
 #include <dlfcn.h>

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "host/callbacks.h"
-#include "host/code_plan.h"
+#include "host/link/callbacks.h"
+#include "host/query/code_plan.h"
 
 namespace host {
 

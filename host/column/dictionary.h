@@ -14,7 +14,7 @@
 
 #include <tavo/tavo.h>
 
-#include "host/value_type.h"
+#include "host/column/value_type.h"
 
 namespace host {
 

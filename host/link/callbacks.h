@@ -5,7 +5,7 @@
 
 #include <tavo/tavo.h>
 
-#include "host/loader.h"
+#include "host/link/loader.h"
 
 namespace host {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "host/loader.h"
+#include "host/link/loader.h"
 
 namespace host {
 

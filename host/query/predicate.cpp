@@ -1,4 +1,4 @@
-#include "host/predicate.h"
+#include "host/query/predicate.h"
 
 #include <algorithm>
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-#include "host/query.h"
+#include "host/query/query.h"
 
 #include <algorithm>
 #include <chrono>

@@ -7,9 +7,9 @@
 
 #include <tavo/tavo.h>
 
-#include "host/csv.h"
-#include "host/predicate.h"
-#include "host/value_type.h"
+#include "host/column/csv.h"
+#include "host/column/value_type.h"
+#include "host/query/predicate.h"
 
 namespace host {
 

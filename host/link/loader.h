@@ -5,7 +5,7 @@
 
 #include <tavo/tavo.h>
 
-#include "host/processor.h"
+#include "host/link/processor.h"
 
 namespace host {
 

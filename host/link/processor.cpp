@@ -1,4 +1,4 @@
-#include "host/processor.h"
+#include "host/link/processor.h"
 
 #include <cpuid.h>
 

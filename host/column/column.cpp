@@ -1,11 +1,11 @@
-#include "host/column.h"
+#include "host/column/column.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 
-#include "host/callbacks.h"
+#include "host/column/packing.h"
 #include "host/error.h"
-#include "host/packing.h"
+#include "host/link/callbacks.h"
 
 namespace host {
 

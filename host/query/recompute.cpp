@@ -1,4 +1,4 @@
-#include "host/recompute.h"
+#include "host/query/recompute.h"
 
 #include <algorithm>
 #include <fmt/format.h>

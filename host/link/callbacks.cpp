@@ -1,4 +1,4 @@
-#include "host/callbacks.h"
+#include "host/link/callbacks.h"
 
 #include <chrono>
 #include <cstdio>
@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "host/column/packing.h"
 #include "host/error.h"
-#include "host/packing.h"
 
 namespace host {
 

@@ -10,11 +10,11 @@
 
 #include <tavo/tavo.h>
 
-#include "host/csv.h"
-#include "host/dictionary.h"
-#include "host/run_length.h"
-#include "host/spak_encoder.h"
-#include "host/symbol_table.h"
+#include "host/column/csv.h"
+#include "host/column/dictionary.h"
+#include "host/column/run_length.h"
+#include "host/column/spak_encoder.h"
+#include "host/column/symbol_table.h"
 
 namespace host {
 

@@ -1,4 +1,4 @@
-#include "host/csv.h"
+#include "host/column/csv.h"
 
 #include <algorithm>
 #include <cerrno>

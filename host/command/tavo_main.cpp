@@ -10,16 +10,16 @@
 #include <numeric>
 #include <unistd.h>
 
-#include "host/callbacks.h"
-#include "host/code_plan.h"
-#include "host/csv.h"
+#include "host/column/csv.h"
+#include "host/command/info.h"
 #include "host/error.h"
-#include "host/info.h"
-#include "host/loader.h"
-#include "host/predicate.h"
-#include "host/query.h"
-#include "host/recompute.h"
-#include "host/value_reader.h"
+#include "host/link/callbacks.h"
+#include "host/link/loader.h"
+#include "host/query/code_plan.h"
+#include "host/query/predicate.h"
+#include "host/query/query.h"
+#include "host/query/recompute.h"
+#include "host/query/value_reader.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "host/value_type.h"
+#include "host/column/value_type.h"
 
 #include <algorithm>
 

@@ -1,11 +1,11 @@
-#include "host/symbol_table.h"
+#include "host/column/symbol_table.h"
 
 #include <algorithm>
 #include <bit>
 #include <fmt/format.h>
 
+#include "host/column/packing.h"
 #include "host/error.h"
-#include "host/packing.h"
 
 namespace host {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "host/column.h"
-#include "host/predicate.h"
+#include "host/column/column.h"
+#include "host/query/predicate.h"
 
 namespace host {
 

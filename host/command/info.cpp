@@ -1,4 +1,4 @@
-#include "host/info.h"
+#include "host/command/info.h"
 
 #include <cstring>
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-#include "host/dictionary.h"
+#include "host/column/dictionary.h"
 
 #include <algorithm>
 #include <numeric>

@@ -1,11 +1,11 @@
-#include "host/spak_encoder.h"
+#include "host/column/spak_encoder.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <unordered_map>
 
-#include "host/packing.h"
+#include "host/column/packing.h"
 
 namespace host {
 
