@@ -1,11 +1,17 @@
 # What `cmake --install` lays down: library, headers, command, and how other projects find them.
 include(CMakePackageConfigHelpers)
 
-# tavo::tavo are the headers, as most hosts load the library; tavo::avx512g is the library for those that link it.
+# tavo::tavo are the headers, as most hosts load the library; tavo::avx512g and tavo::portable are the libraries for those
+# that link one.
 set_target_properties(tavo_headers PROPERTIES EXPORT_NAME tavo)
-set_target_properties(tavo_avx512g PROPERTIES EXPORT_NAME avx512g)
-target_link_libraries(tavo_avx512g INTERFACE tavo_headers)
-install(TARGETS tavo_avx512g tavo_headers EXPORT tavoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS tavo_headers EXPORT tavoTargets)
+set(export_name_native avx512g)
+set(export_name_portable portable)
+foreach(form ${tavo_forms})
+    set_target_properties(${tavo_library_${form}} PROPERTIES EXPORT_NAME ${export_name_${form}})
+    target_link_libraries(${tavo_library_${form}} INTERFACE tavo_headers)
+    install(TARGETS ${tavo_library_${form}} EXPORT tavoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endforeach()
 install(EXPORT tavoTargets NAMESPACE tavo:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavo)
 list(TRANSFORM tavo_public_headers PREPEND frame/ OUTPUT_VARIABLE installed_headers)
 install(FILES ${installed_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tavo)

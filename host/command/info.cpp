@@ -1,6 +1,7 @@
 #include "host/command/info.h"
 
 #include <cstring>
+#include <filesystem>
 #include <fmt/format.h>
 
 namespace host {
@@ -80,14 +81,20 @@ std::string wrapped(const std::string &words, std::size_t indent) {
 
 } // namespace
 
-std::string describe(const library &lib, const processor &p) {
+std::string describe(const library &lib, const processor &p, const std::string &why) {
     const tavo_specialized_ctx &ctx = lib.ctx();
-    std::string text = fmt::format("library    {}\nversion    {} ({})\nbuild      {}\nmagic      {:#x}\nsize words ",
+    const std::string missing = lib.missing_here(p), file = std::filesystem::path(lib.path()).filename().string();
+    std::string text =
+        missing.empty() ? fmt::format("{} runs here{}\n\n", file, why.empty() ? "" : ": " + why)
+                        : fmt::format("{} does not run here: this processor lacks {}\n\n", file, missing);
+    text += fmt::format("library    {}\nversion    {} ({})\nbuild      {}\nmagic      {:#x}\nsize words ",
                                    lib.path(), ctx.version, ctx.version_number, ctx.build_name, ctx.magic);
     for (ub8 size : ctx.sizes)
         text += fmt::format(" {}", size);
 
-    text += "\n\nprocessor features needed";
+    text += lib.form() == library_form::portable
+                ? "\n\nThe portable form: it needs no processor features. For libtavo_avx512g.so"
+                : "\n\nprocessor features needed";
     for (const feature &f : needed_features(p))
         text += fmt::format("\n  {:<8}  {}", f.present ? "present" : "MISSING", f.name);
 

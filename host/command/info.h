@@ -7,6 +7,7 @@
 
 namespace host {
 
-std::string describe(const library &, const processor &);
+// `why`: what the library was chosen for, where it was; its first line says whether it runs here.
+std::string describe(const library &, const processor &, const std::string &why = {});
 
 } // namespace host
