@@ -17,8 +17,9 @@ list(TRANSFORM tavo_public_headers PREPEND frame/ OUTPUT_VARIABLE installed_head
 install(FILES ${installed_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tavo)
 
 set(tavo_library ${CMAKE_INSTALL_LIBDIR}/libtavo_avx512g.so.${PROJECT_VERSION_MAJOR})
+set(tavo_portable_library ${CMAKE_INSTALL_LIBDIR}/libtavo_portable.so.${PROJECT_VERSION_MAJOR})
 configure_package_config_file(cmake/tavoConfig.cmake.in ${PROJECT_BINARY_DIR}/cmake/tavoConfig.cmake
-    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavo PATH_VARS tavo_library)
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavo PATH_VARS tavo_library tavo_portable_library)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/cmake/tavoConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/cmake/tavoConfig.cmake ${PROJECT_BINARY_DIR}/cmake/tavoConfigVersion.cmake
@@ -27,6 +28,8 @@ install(FILES ${PROJECT_BINARY_DIR}/cmake/tavoConfig.cmake ${PROJECT_BINARY_DIR}
 # Found from the file's own place, so that the tree can be moved.
 file(RELATIVE_PATH tavo_prefix_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" tavo_prefix_from_pc "${tavo_prefix_from_pc}")
+list(GET tavo_forms 0 form)
+set(tavo_linked_library ${tavo_library_${form}})
 configure_file(cmake/tavo.pc.in ${PROJECT_BINARY_DIR}/cmake/tavo.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/cmake/tavo.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

@@ -43,6 +43,8 @@ inline std::uint32_t _cvtmask16_u32(__mmask16 mask) { return mask; }
 inline std::uint32_t _cvtmask32_u32(__mmask32 mask) { return mask; }
 inline unsigned long long _cvtmask64_u64(__mmask64 mask) { return mask; }
 // a above b.
-inline __mmask16 _mm512_kunpackb(__mmask16 a, __mmask16 b) { return static_cast<__mmask16>((a & 0xff) << 8 | (b & 0xff)); }
+inline __mmask16 _mm512_kunpackb(__mmask16 a, __mmask16 b) {
+    return static_cast<__mmask16>((a & 0xff) << 8 | (b & 0xff));
+}
 inline __mmask32 _mm512_kunpackw(__mmask32 a, __mmask32 b) { return (a & 0xffff) << 16 | (b & 0xffff); }
 inline __mmask64 _mm512_kunpackd(__mmask64 a, __mmask64 b) { return (a & 0xffffffff) << 32 | (b & 0xffffffff); }

@@ -89,9 +89,7 @@ inline auto testn(Vector a, Vector b) {
         return static_cast<std::remove_const_t<decltype(all)>>(all & mask);                                            \
     }
 #define TAVO_COMPARE_BY_NAME(prefix, V, Lane, type, name, predicate)                                                   \
-    inline auto prefix##_cmp##name##_##type##_mask(V a, V b) {                                                         \
-        return prefix##_cmp_##type##_mask(a, b, predicate);                                                            \
-    }                                                                                                                  \
+    inline auto prefix##_cmp##name##_##type##_mask(V a, V b) { return prefix##_cmp_##type##_mask(a, b, predicate); }   \
     inline auto prefix##_mask_cmp##name##_##type##_mask(std::uint64_t mask, V a, V b) {                                \
         return prefix##_mask_cmp_##type##_mask(mask, a, b, predicate);                                                 \
     }

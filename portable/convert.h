@@ -23,9 +23,9 @@ inline Result saturate(Vector v) {
     return from_lanes<Result, To>([&](unsigned i) {
         if (i >= from.size())
             return To{0};
-        return from[i] > static_cast<From>(high)                                   ? high
+        return from[i] > static_cast<From>(high)                            ? high
                : std::is_signed_v<From> && from[i] < static_cast<From>(low) ? low
-                                                                                   : static_cast<To>(from[i]);
+                                                                            : static_cast<To>(from[i]);
     });
 }
 
@@ -33,7 +33,8 @@ inline Result saturate(Vector v) {
 template <class From>
 inline std::int32_t to_int32(From rounded) {
     constexpr auto indefinite = std::numeric_limits<std::int32_t>::min();
-    return rounded >= From{-2147483648.0} && rounded < From{2147483648.0} ? static_cast<std::int32_t>(rounded) : indefinite;
+    return rounded >= From{-2147483648.0} && rounded < From{2147483648.0} ? static_cast<std::int32_t>(rounded)
+                                                                          : indefinite;
 }
 
 } // namespace tavo::portable

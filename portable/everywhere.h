@@ -1,6 +1,6 @@
 // The intrinsics without their instructions. from_simde.h lists what SIMDe supplies; what it lacks, or does otherwise
-// than the instruction, stands in the other files: each function once, by its plain meaning, lane by lane. A kernel that
-// needs one more adds its line, or its function, here, and a line to tests/portable/operations.inc, which holds it
+// than the instruction, stands in the other files: each function once, by its plain meaning, lane by lane. A kernel
+// that needs one more adds its line, or its function, here, and a line to tests/portable/operations.inc, which holds it
 // against the instruction.
 #pragma once
 

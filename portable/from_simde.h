@@ -1,5 +1,5 @@
-// What SIMDe supplies: the intrinsics that kernels use of it, by their names. A line is a promise that SIMDe does here what
-// the instruction does, bit for bit, which tests/portable holds against the instruction.
+// What SIMDe supplies: the intrinsics that kernels use of it, by their names. A line is a promise that SIMDe does here
+// what the instruction does, bit for bit, which tests/portable holds against the instruction.
 #pragma once
 
 #include <simde/x86/avx512.h>

@@ -118,7 +118,7 @@ inline __m512i _mm512_maskz_shuffle_i32x4(std::uint64_t mask, __m512i a, __m512i
 }
 
 // One part of a register: of 128 bits in four, or of 256 bits in two.
-#define TAVO_EXTRACT(name, Part, V512)                                                                              \
+#define TAVO_EXTRACT(name, Part, V512)                                                                                 \
     inline Part name(V512 v, int part) {                                                                               \
         const auto from = tavo::portable::lanes<std::uint64_t>(v);                                                     \
         constexpr unsigned n = tavo::portable::lanes_in<std::uint64_t, Part>;                                          \

@@ -1,5 +1,5 @@
-// Lanes folded into one number. Sums of floats are not among these: compilers differ in the order of their additions, so
-// kernels write the order out.
+// Lanes folded into one number. Sums of floats are not among these: compilers differ in the order of their additions,
+// so kernels write the order out.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ TAVO_REDUCE(add_epi32, int, std::uint32_t, a + b)
 TAVO_REDUCE(add_epi64, long long, std::uint64_t, a + b)
 TAVO_REDUCE(or_epi32, int, std::uint32_t, a | b)
 TAVO_REDUCE(or_epi64, long long, std::uint64_t, a | b)
-TAVO_REDUCE(and_epi64, long long, std::uint64_t, a & b)
+TAVO_REDUCE(and_epi64, long long, std::uint64_t, a &b)
 TAVO_REDUCE(min_epi32, int, std::int32_t, a < b ? a : b)
 TAVO_REDUCE(max_epi32, int, std::int32_t, a < b ? b : a)
 TAVO_REDUCE(min_epu32, unsigned, std::uint32_t, a < b ? a : b)

@@ -64,22 +64,22 @@ library_choice choose_library(const std::string &asked, const processor &p) {
     return {portable.empty() ? portable_file : portable, fmt::format("this processor lacks {}", missing)};
 }
 
-library::library(const std::string &path) : path_(path) {
+library::library(const library_choice &choice) : path_(choice.path), why_(choice.why) {
     // All symbols now: a process without hostraiseierr is told here and not in the middle of a query. A plain file name
     // in the current folder is meant as that file.
     std::error_code unreadable;
-    std::string name = path;
+    std::string name = path_;
     if (name.find('/') == std::string::npos && std::filesystem::exists(name, unreadable))
         name = "./" + name;
     handle_ = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle_ == nullptr) {
         const char *why = dlerror();
-        throw error(fmt::format("cannot load the library {}: {}", path, why == nullptr ? "unknown reason" : why));
+        throw error(fmt::format("cannot load the library {}: {}", path_, why == nullptr ? "unknown reason" : why));
     }
     ctx_ = static_cast<const tavo_specialized_ctx *>(dlsym(handle_, "tavo_global_specialized_ctx"));
     if (ctx_ == nullptr || ctx_->magic != TAVO_MAGIC) {
         dlclose(handle_);
-        throw error(fmt::format("{} is not a kernel library: {}", path,
+        throw error(fmt::format("{} is not a kernel library: {}", path_,
                                 ctx_ == nullptr ? "it has no tavo_global_specialized_ctx"
                                                 : "its descriptor does not begin with the magic word"));
     }

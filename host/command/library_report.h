@@ -7,7 +7,7 @@
 
 namespace host {
 
-// `why`: what the library was chosen for, where it was; its first line says whether it runs here.
-std::string describe(const library &, const processor &, const std::string &why = {});
+// Its first line says whether the library runs here.
+std::string describe(const library &, const processor &);
 
 } // namespace host
