@@ -19,9 +19,9 @@ struct operands {
 };
 
 struct result {
-    ub1 value[64];    // what the operation returned
-    unsigned size;    // bytes of it
-    ub1 memory[2048]; // what it stored, behind what was there
+    ub1 value[64];                // what the operation returned
+    unsigned size;                // bytes of it
+    alignas(64) ub1 memory[2048]; // what it stored, behind what was there
 };
 
 struct operation {

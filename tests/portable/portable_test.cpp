@@ -122,7 +122,7 @@ TEST(Portable, DoesWhatTheInstructionsDo) {
     std::mt19937_64 rng(20261123);
     for (unsigned i = 0; i < native_operation_count; i++) {
         ASSERT_STREQ(native_operations[i].text, portable_operations[i].text);
-        for (unsigned round = 0; round < 400; round++) {
+        for (unsigned round = 0; round < 200; round++) {
             const operands in = make_operands(round, rng);
             result expected{}, got{};
             std::memset(expected.memory, 0x5a, sizeof expected.memory);
