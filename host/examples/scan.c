@@ -1,7 +1,7 @@
 /* The smallest host: loads the library, scans a column of 12-bit codes for 500 <= code <= 1000, prints the rows.
  *
- *   cc -std=c11 -rdynamic scan.c $(pkg-config --cflags tavo) -o scan && LD_LIBRARY_PATH=$(pkg-config --variable=libdir
- * tavo) ./scan */
+ *   cc -std=c11 -rdynamic scan.c $(pkg-config --cflags tavo) -o scan
+ *   LD_LIBRARY_PATH=$(pkg-config --variable=libdir tavo) ./scan */
 #ifdef __x86_64__
 #include <cpuid.h>
 #endif
