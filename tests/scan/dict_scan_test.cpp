@@ -38,7 +38,7 @@ void expect_agreement(const scan_member &member, const std::vector<ub8> &codes, 
 }
 
 TEST(DictScan, TableHasAllMembers) {
-    const auto members = all_scan_members();
+    const auto members = all_dict_members();
     EXPECT_EQ(members.size(), 460u);
     for (const scan_member &m : members)
         EXPECT_NE(tavo_global_specialized_ctx.dispatch_table[m.index()].scan, nullptr) << m.name();
@@ -47,7 +47,7 @@ TEST(DictScan, TableHasAllMembers) {
 // Sizes on both sides of every block, compare and word; the column ends, or begins, at an unreadable page.
 TEST(DictScan, AgreesWithPlainReading) {
     std::mt19937_64 rng(3101);
-    for (const scan_member &member : all_scan_members())
+    for (const scan_member &member : all_dict_members())
         for (ub4 rows : boundary_sizes()) {
             const auto codes = random_codes(rows, member.width, rng);
             const auto side = rng() % 2 ? guard::behind : guard::before;
@@ -59,7 +59,7 @@ TEST(DictScan, AgreesWithPlainReading) {
 // Every code of the narrow widths against every constant: no neighbour's bits leak into a compare.
 TEST(DictScan, EveryCodeAgainstEveryConstant) {
     std::mt19937_64 rng(3102);
-    for (const scan_member &member : all_scan_members()) {
+    for (const scan_member &member : all_dict_members()) {
         if (member.width > 7)
             continue;
         std::vector<ub8> codes(600);

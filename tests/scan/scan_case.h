@@ -1,7 +1,8 @@
-// A member of the dictionary scans as the dispatch table has it, the plain meaning of its operator, and one call of it.
+// A member of the scans as the dispatch table has it, the plain meaning of its operator, and one call of it.
 #pragma once
 
 #include <bit>
+#include <compare>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,17 +14,38 @@
 
 namespace tavo::test {
 
+// What a row holds: a code or a number, and where the member has one, its tz. Order goes by the number first. A dynp
+// element's length is its tz plus one.
+struct scan_value {
+    ub8 number;
+    int tz;
+    scan_value(ub8 of = 0, int tz_of = 0) : number(of), tz(tz_of) {}
+    auto operator<=>(const scan_value &) const = default;
+};
+
 struct scan_member {
     unsigned operation, width;
-    bool nullable;
+    bool second; // _null or _tz
+    unsigned encoding = TAVO_CLASS_DICT;
+    unsigned width_bits = width; // of a fixed column's elements
+    bool common_tz = false;      // one tz for all rows
 
-    unsigned index() const { return dispatch_index(operation, TAVO_CLASS_DICT, width_code(width), nullable); }
+    unsigned index() const { return dispatch_index(operation, encoding, width_code(width), second); }
     bool is_range() const { return operation >= TAVO_OP_GT_LT; }
-    std::string name() const { return tavo_dispatch_func_names.name[index()]; }
+    bool is_dict() const { return encoding == TAVO_CLASS_DICT; }
+    bool is_dynp() const { return encoding == TAVO_CLASS_DYNP; }
+    bool has_tz() const { return second && !is_dict() && width != 8; }
+    unsigned control_bits() const { return width == 16 ? 1 : width == 32 ? 2 : 4; }
+    std::string name() const {
+        return tavo_dispatch_func_names.name[index()] + (width_bits != width ? "/" + std::to_string(width_bits) : "") +
+               (common_tz ? "/common tz" : "");
+    }
 
-    bool qualifies(ub8 x, ub8 lo, ub8 hi) const {
-        if (nullable && x == 0)
+    bool qualifies(scan_value x, scan_value lo, scan_value hi) const {
+        if (is_dict() && second && x.number == 0)
             return false;
+        if (!has_tz())
+            x.tz = lo.tz = hi.tz = 0;
         switch (operation) {
         case TAVO_OP_EQ: return x == lo;
         case TAVO_OP_LT: return x < lo;
@@ -38,25 +60,76 @@ struct scan_member {
         }
     }
 
-    // Constants are handed over in exactly the bytes that the width names.
-    ub4 operator()(tavo_vec *res, tavo_vec *src, ub8 lo, ub8 hi, tavo_env *env) const {
+    // Constants are handed over in exactly the bytes that the width names: in the processor's order for codes, as the
+    // column stores them for numbers, with noise behind a narrow one. A tz byte is there for those that read it alone.
+    std::vector<ub1> constant_bytes(ub8 number) const {
         const std::size_t bytes = width == 8 ? 1 : width == 16 ? 2 : width == 64 ? 8 : 4;
-        const guarded lo_data({reinterpret_cast<const ub1 *>(&lo), bytes});
-        const guarded hi_data({reinterpret_cast<const ub1 *>(&hi), bytes});
+        std::vector<ub1> out(bytes, 0x9d);
+        if (is_dict())
+            std::memcpy(out.data(), &number, bytes);
+        else
+            for (unsigned i = 0; i < width_bits / 8; i++)
+                out[i] = static_cast<ub1>(number >> (width_bits - 8 - 8 * i));
+        return out;
+    }
+    ub4 operator()(tavo_vec *res, tavo_vec *src, scan_value lo, scan_value hi, tavo_env *env) const {
+        const guarded lo_data(constant_bytes(lo.number)), hi_data(constant_bytes(hi.number));
+        guarded lo_tz(std::size_t{1}), hi_tz(std::size_t{1});
+        *lo_tz.data() = static_cast<ub1>(lo.tz);
+        *hi_tz.data() = static_cast<ub1>(hi.tz);
         tavo_vec lo_vec{}, hi_vec{};
         lo_vec.data = lo_data.data();
         hi_vec.data = hi_data.data();
+        lo_vec.lengths = has_tz() ? lo_tz.as<ub2>() : nullptr;
+        hi_vec.lengths = has_tz() ? hi_tz.as<ub2>() : nullptr;
         const tavo_kernel_slot slot = tavo_global_specialized_ctx.dispatch_table[index()];
         return is_range() ? slot.range_scan(res, src, &lo_vec, &hi_vec, env) : slot.scan(res, src, &lo_vec, env);
     }
+
+    // Rows that favour the ends of the range, where comparisons go wrong, and so numbers that are equal.
+    std::vector<scan_value> random_values(std::size_t n, std::mt19937_64 &rng) const {
+        std::vector<scan_value> values;
+        const int one_tz = static_cast<int>(rng() % 256) - 128;
+        for (ub8 code : random_codes(n, is_dict() ? width : width_bits, rng)) {
+            if (is_dynp()) { // the bytes behind a length that may go on over zeros
+                const int cut = static_cast<int>(rng() % (width / 8));
+                values.push_back({code >> 8 * cut << 8 * cut, static_cast<int>(width) / 8 - 1 - cut});
+            } else {
+                values.push_back({code, common_tz ? one_tz : static_cast<int>(rng() % (1u << control_bits()))});
+            }
+        }
+        return values;
+    }
 };
 
-inline std::vector<scan_member> all_scan_members() {
+inline std::vector<scan_member> all_dict_members() {
     std::vector<scan_member> members;
     for (unsigned operation = TAVO_OP_EQ; operation <= TAVO_OP_GE_LE; operation++)
         for (unsigned width : code_widths())
             for (bool nullable : {false, true})
                 members.push_back({operation, width, nullable});
+    return members;
+}
+// Fixed at every width of its elements, with a tz a row and with one for all; dynp.
+inline std::vector<scan_member> all_number_members() {
+    std::vector<scan_member> members;
+    for (unsigned operation = TAVO_OP_EQ; operation <= TAVO_OP_GE_LE; operation++)
+        for (bool tz : {false, true}) {
+            for (unsigned bits : {8u, 16u, 24u, 32u, 40u, 48u, 56u, 64u}) {
+                const unsigned width = bits <= 16 ? bits : bits <= 32 ? 32 : 64;
+                members.push_back({operation, width, tz, TAVO_CLASS_FIXED, bits});
+                if (tz && width != 8)
+                    members.push_back({operation, width, tz, TAVO_CLASS_FIXED, bits, true});
+            }
+            for (unsigned width : {16u, 32u, 64u})
+                members.push_back({operation, width, tz, TAVO_CLASS_DYNP, width});
+        }
+    return members;
+}
+inline std::vector<scan_member> all_scan_members() {
+    auto members = all_dict_members();
+    for (const scan_member &member : all_number_members())
+        members.push_back(member);
     return members;
 }
 
@@ -76,18 +149,51 @@ inline ub4 population(const std::vector<ub8> &words) {
     return n;
 }
 
-// A packed column between unreadable pages: the 3 bytes behind the last code byte are all that may be read.
+// A column between unreadable pages. Behind packed codes 3 bytes may be read; behind the numbers of a narrow fixed column
+// what is missing to its kernel's width; nothing behind dynp elements and fields of any kind.
 struct scan_column {
     tavo_enc_ctx enc{};
     tavo_vec src{};
-    guarded data;
+    guarded data, lengths;
 
     scan_column(const std::vector<ub8> &codes, unsigned width, guard side = guard::behind)
-        : data(pack_codes(codes, width, 3), side) {
-        enc.flags = TAVO_DICT;
+        : data(pack_codes(codes, width, 3), side), lengths(std::size_t{0}) {
+        fill_in(TAVO_DICT, codes.size());
+    }
+    scan_column(const scan_member &member, const std::vector<scan_value> &values, guard side = guard::behind)
+        : data(data_bytes(member, values), side), lengths(field_bytes(member, values), side) {
+        fill_in((member.is_dict() ? TAVO_DICT : TAVO_FIXED) | (member.common_tz ? TAVO_TZ : 0), values.size());
+        enc.width_bits = member.width_bits | 0xab00; // the low byte counts
+        if (member.is_dynp() || member.has_tz())
+            src.lengths = lengths.as<ub2>();
+    }
+
+private:
+    void fill_in(ub4 flags, std::size_t rows) {
+        enc.flags = flags;
         src.enc = &enc;
         src.data = data.data();
-        src.size = static_cast<ub4>(codes.size());
+        src.size = static_cast<ub4>(rows);
+    }
+    static std::vector<ub1> data_bytes(const scan_member &member, const std::vector<scan_value> &values) {
+        std::vector<ub8> codes;
+        std::vector<ub1> bytes;
+        for (const scan_value &value : values) {
+            codes.push_back(value.number);
+            for (int i = 0; i <= value.tz && member.is_dynp(); i++)
+                bytes.push_back(static_cast<ub1>(value.number >> (member.width - 8 - 8 * static_cast<unsigned>(i))));
+        }
+        if (member.is_dynp())
+            return bytes;
+        return pack_codes(codes, member.width_bits, member.is_dict() ? 3 : (member.width - member.width_bits) / 8);
+    }
+    static std::vector<ub1> field_bytes(const scan_member &member, const std::vector<scan_value> &values) {
+        if (member.common_tz)
+            return {static_cast<ub1>(values.empty() ? 0 : values[0].tz)};
+        std::vector<ub8> fields;
+        for (const scan_value &value : values)
+            fields.push_back(static_cast<ub8>(value.tz));
+        return pack_codes(fields, member.control_bits());
     }
 };
 
