@@ -6,6 +6,7 @@
 #include "scan/dict_scan_kernels.h"
 #include "scan/dynp_scan_kernels.h"
 #include "scan/fixed_scan_kernels.h"
+#include "scan/set_scan_kernels.h"
 
 namespace tavo {
 namespace {
@@ -15,6 +16,7 @@ consteval dispatch_tables build_dispatch_tables() {
     put_dict_scans(t);
     put_fixed_scans(t);
     put_dynp_scans(t);
+    put_set_scans(t);
     put_burst_rle(t);
     put_decodes(t);
     return t;

@@ -27,14 +27,7 @@ std::vector<constants> constants_for(const scan_member &member, const std::vecto
 }
 
 void expect_agreement(const scan_member &member, const std::vector<ub8> &codes, constants c, guard side) {
-    scan_column column(codes, member.width, side);
-    scan_result result(column.src.size);
-    const ub4 status = member(&result.res, &column.src, c.lo, c.hi, nullptr);
-    const auto expected = bits_where(column.src.size, [&](ub4 r) { return member.qualifies(codes[r], c.lo, c.hi); });
-    ASSERT_EQ(result.bits(), expected) << member.name() << " rows " << codes.size() << " constants " << c.lo << ", "
-                                       << c.hi;
-    ASSERT_EQ(result.res.count, population(expected)) << member.name();
-    ASSERT_EQ(status, population(expected) == 0 ? TAVO_NONE_SELECTED : TAVO_DONE) << member.name();
+    expect_agreement(member, {codes.begin(), codes.end()}, c.lo, c.hi, side);
 }
 
 TEST(DictScan, TableHasAllMembers) {

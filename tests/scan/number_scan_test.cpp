@@ -8,18 +8,6 @@
 namespace tavo::test {
 namespace {
 
-void expect_agreement(const scan_member &member, const std::vector<scan_value> &values, scan_value lo, scan_value hi,
-                      guard side) {
-    scan_column column(member, values, side);
-    scan_result result(column.src.size);
-    const ub4 status = member(&result.res, &column.src, lo, hi, nullptr);
-    const auto expected = bits_where(column.src.size, [&](ub4 r) { return member.qualifies(values[r], lo, hi); });
-    ASSERT_EQ(result.bits(), expected) << member.name() << " rows " << values.size() << " constants " << lo.number
-                                       << " tz " << lo.tz << ", " << hi.number << " tz " << hi.tz;
-    ASSERT_EQ(result.res.count, population(expected)) << member.name();
-    ASSERT_EQ(status, population(expected) == 0 ? TAVO_NONE_SELECTED : TAVO_DONE) << member.name();
-}
-
 TEST(NumberScan, TableHasAllMembers) {
     unsigned filled = 0;
     for (unsigned encoding : {TAVO_CLASS_FIXED, TAVO_CLASS_DYNP})

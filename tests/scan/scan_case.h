@@ -1,6 +1,10 @@
 // A member of the scans as the dispatch table has it, the plain meaning of its operator, and one call of it.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <algorithm>
 #include <bit>
 #include <compare>
 #include <optional>
@@ -23,6 +27,42 @@ struct scan_value {
     auto operator<=>(const scan_value &) const = default;
 };
 
+inline bool in_set(ub8 code, ub8 choice) { return ((code + 1) * (2 * choice + 0x9e3779b97f4a7c15) >> 33) % 8 < 3; }
+
+// The bit vector of a set. Up to 12 bits all of it, above that for the codes of a column alone; it ends at an unreadable
+// page behind the word of the largest of them. At 24 and 32 bits most of it has never been touched.
+class code_set {
+public:
+    code_set(unsigned width, const tavo_vec &column, ub8 choice) {
+        const ub4 rows = (column.enc->flags & TAVO_RLE) != 0 ? column.enc->run_count : column.size;
+        std::vector<ub8> codes;
+        if (width <= 12)
+            for (ub8 code = 0; code <= largest_code(width); code++)
+                codes.push_back(code);
+        else
+            codes = unpack_codes(static_cast<const ub1 *>(column.data), rows, width);
+        const ub8 top = codes.empty() ? 0 : *std::max_element(codes.begin(), codes.end());
+        constexpr std::size_t page = 4096;
+        const std::size_t size = (top / 64 + 1) * 8, room = (size + page - 1) / page * page;
+        map_size_ = room + page;
+        map_ = mmap(nullptr, map_size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (map_ == MAP_FAILED || mprotect(static_cast<ub1 *>(map_) + room, page, PROT_NONE) != 0)
+            std::abort();
+        bits_ = reinterpret_cast<ub8 *>(static_cast<ub1 *>(map_) + room - size);
+        for (ub8 code : codes)
+            if (in_set(code, choice))
+                bits_[code / 64] |= 1ull << code % 64;
+    }
+    code_set(const code_set &) = delete;
+    ~code_set() { munmap(map_, map_size_); }
+    ub8 *bits() const { return bits_; }
+
+private:
+    void *map_;
+    std::size_t map_size_;
+    ub8 *bits_;
+};
+
 struct scan_member {
     unsigned operation, width;
     bool second; // _null or _tz
@@ -31,7 +71,9 @@ struct scan_member {
     bool common_tz = false;      // one tz for all rows
 
     unsigned index() const { return dispatch_index(operation, encoding, width_code(width), second); }
-    bool is_range() const { return operation >= TAVO_OP_GT_LT; }
+    bool is_range() const { return operation >= TAVO_OP_GT_LT && operation <= TAVO_OP_GE_LE; }
+    bool is_set() const { return operation == TAVO_OP_SET; } // of codes, chosen by the constant lo
+    int selected_flag() const { return is_set() ? TAVO_RESULT_SET_SELECTED : TAVO_RESULT_SCAN_SELECTED; }
     bool is_dict() const { return encoding == TAVO_CLASS_DICT; }
     bool is_dynp() const { return encoding == TAVO_CLASS_DYNP; }
     bool has_tz() const { return second && !is_dict() && width != 8; }
@@ -42,6 +84,8 @@ struct scan_member {
     }
 
     bool qualifies(scan_value x, scan_value lo, scan_value hi) const {
+        if (is_set())
+            return in_set(x.number, lo.number);
         if (is_dict() && second && x.number == 0)
             return false;
         if (!has_tz())
@@ -73,15 +117,21 @@ struct scan_member {
         return out;
     }
     ub4 operator()(tavo_vec *res, tavo_vec *src, scan_value lo, scan_value hi, tavo_env *env) const {
+        if (is_set()) {
+            const code_set set(width, *src, lo.number);
+            tavo_vec set_vec{};
+            set_vec.bits = set.bits();
+            return tavo_global_specialized_ctx.dispatch_table[index()].scan(res, src, &set_vec, env);
+        }
         const guarded lo_data(constant_bytes(lo.number)), hi_data(constant_bytes(hi.number));
-        guarded lo_tz(std::size_t{1}), hi_tz(std::size_t{1});
-        *lo_tz.data() = static_cast<ub1>(lo.tz);
-        *hi_tz.data() = static_cast<ub1>(hi.tz);
+        std::optional<guarded> lo_tz, hi_tz;
         tavo_vec lo_vec{}, hi_vec{};
         lo_vec.data = lo_data.data();
         hi_vec.data = hi_data.data();
-        lo_vec.lengths = has_tz() ? lo_tz.as<ub2>() : nullptr;
-        hi_vec.lengths = has_tz() ? hi_tz.as<ub2>() : nullptr;
+        if (has_tz()) {
+            lo_vec.lengths = lo_tz.emplace(1, guard::behind, static_cast<ub1>(lo.tz)).as<ub2>();
+            hi_vec.lengths = hi_tz.emplace(1, guard::behind, static_cast<ub1>(hi.tz)).as<ub2>();
+        }
         const tavo_kernel_slot slot = tavo_global_specialized_ctx.dispatch_table[index()];
         return is_range() ? slot.range_scan(res, src, &lo_vec, &hi_vec, env) : slot.scan(res, src, &lo_vec, env);
     }
@@ -126,9 +176,18 @@ inline std::vector<scan_member> all_number_members() {
         }
     return members;
 }
+inline std::vector<scan_member> all_set_members() {
+    std::vector<scan_member> members;
+    for (unsigned width : code_widths())
+        if (width != 64)
+            members.push_back({TAVO_OP_SET, width, false});
+    return members;
+}
 inline std::vector<scan_member> all_scan_members() {
     auto members = all_dict_members();
     for (const scan_member &member : all_number_members())
+        members.push_back(member);
+    for (const scan_member &member : all_set_members())
         members.push_back(member);
     return members;
 }
@@ -208,5 +267,18 @@ struct scan_result {
     }
     std::vector<ub8> bits() const { return {words.as<ub8>(), words.as<ub8>() + words.size() / 8}; }
 };
+
+// A dense scan without selections, against the plain meaning row by row.
+inline void expect_agreement(const scan_member &member, const std::vector<scan_value> &values, scan_value lo,
+                             scan_value hi, guard side) {
+    scan_column column(member, values, side);
+    scan_result result(column.src.size);
+    const ub4 status = member(&result.res, &column.src, lo, hi, nullptr);
+    const auto expected = bits_where(column.src.size, [&](ub4 r) { return member.qualifies(values[r], lo, hi); });
+    ASSERT_EQ(result.bits(), expected) << member.name() << " rows " << values.size() << " constants " << lo.number
+                                       << " tz " << lo.tz << ", " << hi.number << " tz " << hi.tz;
+    ASSERT_EQ(result.res.count, population(expected)) << member.name();
+    ASSERT_EQ(status, population(expected) == 0 ? TAVO_NONE_SELECTED : TAVO_DONE) << member.name();
+}
 
 } // namespace tavo::test

@@ -44,7 +44,7 @@ TEST(ScanPaths, SparseAndDenseAgreeUnderEverySelection) {
                     ASSERT_EQ(result.bits(), expected) << member.name() << " flags " << int{flags};
                     ASSERT_EQ(result.res.count, population(expected)) << member.name();
                     ASSERT_EQ(status, population(expected) == 0 ? TAVO_NONE_SELECTED : TAVO_DONE) << member.name();
-                    ASSERT_EQ(env.result_flags, 64 | TAVO_RESULT_SCAN_SELECTED) << member.name();
+                    ASSERT_EQ(env.result_flags, 64 | member.selected_flag()) << member.name();
                 }
         }
 }
@@ -93,7 +93,7 @@ ub4 record_expansion(tavo_host *host, tavo_vec *res, tavo_vec *src, tavo_env *en
 TEST(ScanPaths, RunLengthColumn) {
     std::mt19937_64 rng(3122);
     for (const scan_member &member : all_scan_members()) {
-        if (member.operation != TAVO_OP_GE || !member.second)
+        if (!member.is_set() && !(member.operation == TAVO_OP_GE && member.second))
             continue;
         constexpr ub4 runs = 700, rows = 5000;
         const auto values = member.random_values(runs, rng);
@@ -127,7 +127,7 @@ TEST(ScanPaths, RunLengthColumn) {
         EXPECT_EQ(seen->env.sel_count, population(expected));
         EXPECT_EQ(seen->count, population(expected));
         EXPECT_EQ(seen->env.host, nullptr);
-        EXPECT_EQ(env.result_flags, TAVO_RESULT_SCAN_SELECTED);
+        EXPECT_EQ(env.result_flags, member.selected_flag());
     }
 }
 
@@ -208,7 +208,10 @@ TEST(ScanPaths, PrologueOnEveryPath) {
                        {{TAVO_OP_GT, 64, false, TAVO_CLASS_FIXED, 64}, TAVO_ENV_SPARSE},
                        {{TAVO_OP_GE_LE, 32, true, TAVO_CLASS_FIXED, 32}, TAVO_ENV_SPARSE},
                        {{TAVO_OP_GT_LE, 32, true, TAVO_CLASS_DYNP, 32}, 0},
-                       {{TAVO_OP_LE, 64, false, TAVO_CLASS_DYNP, 64}, TAVO_ENV_SPARSE}};
+                       {{TAVO_OP_LE, 64, false, TAVO_CLASS_DYNP, 64}, TAVO_ENV_SPARSE},
+                       {{TAVO_OP_SET, 1, false}, 0},
+                       {{TAVO_OP_SET, 7, false}, 0},
+                       {{TAVO_OP_SET, 14, false}, TAVO_ENV_SPARSE}};
     for (const auto &[member, flags] : cases) {
         const std::vector<scan_value> values(40, {1, static_cast<int>(member.width) / 8 - 1});
         scan_column column(member, values);
