@@ -7,8 +7,8 @@ mode=${1:-}
 packages=(g++ cmake ninja-build libcli11-dev libfmt-dev)
 case $mode in
 build) ;;
-test) packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config clang-14 binutils) ;;
-bench) packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config) ;;
+test) packages+=(libgtest-dev libbenchmark-dev liblz4-dev libroaring-dev pkg-config clang-14 binutils) ;;
+bench) packages+=(libgtest-dev libbenchmark-dev liblz4-dev libroaring-dev pkg-config) ;;
 fuzz) packages+=(libgtest-dev clang-14 libclang-rt-14-dev) ;;
 *)
     echo "usage: scripts/setup.sh build|test|bench|fuzz" >&2
