@@ -7,15 +7,16 @@ mode=${1:-}
 packages=(g++ cmake ninja-build libcli11-dev libfmt-dev)
 here=$(dirname "$(readlink -f "$0")")
 if lacks=$("$here/processor.sh"); then native=yes; else native=no; fi
+benches=(libbenchmark-dev liblz4-dev libroaring-dev) # and what they measure against
 case $mode in
 build) [ $native = yes ] || packages+=(libsimde-dev) ;;
-test) packages+=(libsimde-dev libgtest-dev libbenchmark-dev liblz4-dev pkg-config clang-14 binutils) ;;
+test) packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config clang-14 binutils) ;;
 bench)
     if [ $native = no ]; then
         echo "setup: figures need a processor with AVX-512; this one lacks $lacks" >&2
         exit 2
     fi
-    packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config)
+    packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config)
     ;;
 aarch64) packages+=(libsimde-dev libgtest-dev googletest pkg-config g++-aarch64-linux-gnu qemu-user) ;;
 memcheck) packages+=(libsimde-dev libgtest-dev libbenchmark-dev pkg-config binutils valgrind) ;;
