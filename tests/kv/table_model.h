@@ -129,15 +129,15 @@ public:
         return b.bytes[pointers_ ? 8 : 0] & ((1u << type_.count_bits) - 1);
     }
     std::size_t overflow_buckets() const { return overflow_.size(); }
-
-private:
-    ub8 head_of(ub8 hash, sb8 segment_id) const {
+    ub8 head_of(ub8 hash, sb8 segment_id = -1) const {
         const tavo_kv_region &r = kv_->region[0];
         const ub8 bucket = (hash & 0xffffffff) & ((1ull << r.element_bits) - 1);
         const ub8 segment =
             segment_id >= 0 ? static_cast<ub8>(segment_id) : hash >> r.element_bits & ((1ull << r.segment_id_bits) - 1);
         return (segment << r.element_bits) + bucket;
     }
+
+private:
     static std::string hex(const ub1 *p) {
         std::string s;
         char two[3];
