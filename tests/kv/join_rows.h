@@ -95,11 +95,6 @@ struct key_maker {
     }
 };
 
-template <class T>
-void put(ub1 *to, T v) {
-    std::memcpy(to, &v, sizeof v);
-}
-
 // The vectors of rows with the keys of these numbers, ends guarded. Values are given ones, or, with autorid, the
 // position from first_row on.
 struct join_vectors {

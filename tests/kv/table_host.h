@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -112,6 +113,11 @@ struct host_vector {
     }
     host_vector(const host_vector &) = delete;
 };
+
+template <class T>
+void put(ub1 *to, T v) {
+    std::memcpy(to, &v, sizeof v);
+}
 
 // A key as its bytes, before it is brought into a slot.
 using key_bytes = std::vector<ub1>;
