@@ -8,6 +8,7 @@
 #include "frame/processor.h"
 #include "frame/tavo_status.h"
 #include "scan/row_operations.h"
+#include "kv/kv_table.h"
 
 extern "C" {
 ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
@@ -77,6 +78,10 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(prefix_decode);
     OPERATION(eq_stream);
     OPERATION(selective);
+    OPERATION(layout_kv);
+    OPERATION(create_add_kv);
+    OPERATION(probe_kv);
+    OPERATION(mut_kv_scan);
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);
