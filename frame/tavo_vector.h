@@ -66,10 +66,10 @@ typedef ub1 lvector;
 #define LVECTOR_AT_TYPE 4u      /* ub1, enum lvector_type */
 #define LVECTOR_AT_DIMS 5u      /* ub4, dimensions; bits for bitmsb0 */
 #define LVECTOR_AT_AUX 9u       /* 8 bytes of the writer's own; no operation reads them */
-#define LVECTOR_HEAD_SIZE 17u   /* the data stands here, but for ... */
-#define LVECTOR_ALIGNED_DATA                                                                                           \
-    24u /* ... dense native float, double, float16, bfloat16, which stand here: aligned to 8                           \
-           where the image is */
+/* Where the data stands: behind the head, but for dense native float, double, float16 and bfloat16, which are aligned
+ * to 8 if the image is. */
+#define LVECTOR_HEAD_SIZE 17u
+#define LVECTOR_ALIGNED_DATA 24u
 
 #define LVECTOR_FLAG_PASSED 0x01u /* passed on, not interpreted */
 #define LVECTOR_FLAG_MARK 0x02u   /* format marks: at least one of the two must be set */
