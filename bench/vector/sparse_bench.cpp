@@ -85,12 +85,12 @@ template <bool Unmatched>
     return sum;
 }
 
-// Many pairs in turn: a branch predictor learns a single pair by heart.
+// So many pairs in turn that the branch predictor cannot learn them by heart.
 template <class Call>
 void row(const std::string &name, ub4 count, double shared, Call call) {
     benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State &state) {
         std::vector<sparse_pair> pairs;
-        for (unsigned i = 0; i < 64; i++)
+        for (unsigned i = 0; i < (1u << 17) / count; i++)
             pairs.emplace_back(count, shared, i);
         double sum = 0;
         report_best(state, 0, 2 * count * pairs.size(), [&] {
