@@ -9,6 +9,9 @@
 #include "frame/tavo_status.h"
 #include "scan/row_operations.h"
 #include "kv/kv_table.h"
+#include "vector/distance.h"
+#include "vector/pick_metric.h"
+#include "vector/topk.h"
 
 extern "C" {
 ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
@@ -86,6 +89,9 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);
     OPERATION(lookup_and_compare);
+    OPERATION(vector_distance);
+    OPERATION(vector_topk);
+    OPERATION(vector_pick_metric);
 #undef OPERATION
     return ctx;
 }
