@@ -1,8 +1,8 @@
 // The smallest and the largest of packed codes, many at a time.
 //
 // Codes are not brought down to bit 0: each lane keeps the extremes of its own place, where all codes have the same
-// shift, and the lanes are shifted and joined once, at the end. Eight codes of any width fill whole bytes, so the places
-// repeat after eight lanes.
+// shift, and the lanes are shifted and joined once, at the end. Eight codes of any width fill whole bytes, so the
+// places repeat after eight lanes.
 #pragma once
 
 #include "scan/code_lanes.h"
@@ -42,7 +42,8 @@ template <extreme Which, unsigned LaneBits>
 }
 
 template <unsigned LaneBits>
-using lane_mask = std::conditional_t<LaneBits == 8, __mmask64, std::conditional_t<LaneBits == 16, __mmask32, __mmask16>>;
+using lane_mask =
+    std::conditional_t<LaneBits == 8, __mmask64, std::conditional_t<LaneBits == 16, __mmask32, __mmask16>>;
 
 // The same in the lanes among the given ones; the others keep what `a` holds.
 template <extreme Which, unsigned LaneBits>

@@ -235,7 +235,7 @@ template <unsigned W, bool Nullable>
 
 } // namespace tavo
 
-#define TAVO_MINMAX_KERNEL(name, W, nullable)                                                                                 \
+#define TAVO_MINMAX_KERNEL(name, W, nullable)                                                                          \
     extern "C" ub4 name(tavo_vec *res, tavo_vec *src, tavo_env *env, ub4 mode) noexcept {                              \
         return tavo::minmax<W, nullable>(res, src, env, mode, TAVO_KERNEL_TEXTS(name), TAVO_EMPTY_LIST_TEXT(name));    \
     }

@@ -93,8 +93,12 @@ private:
             if (!any)
                 continue;
             walked++;
-            const auto is_low = [&](const auto &l) { return static_cast<int>(l.first) <= static_cast<int>(best.first); };
-            const auto is_high = [&](const auto &l) { return static_cast<int>(l.second) >= static_cast<int>(best.second); };
+            const auto is_low = [&](const auto &l) {
+                return static_cast<int>(l.first) <= static_cast<int>(best.first);
+            };
+            const auto is_high = [&](const auto &l) {
+                return static_cast<int>(l.second) >= static_cast<int>(best.second);
+            };
             if (best.first < symbols && std::any_of(lanes.begin(), lanes.end(), is_low) &&
                 std::any_of(lanes.begin(), lanes.end(), is_high)) {
                 s.resume_row = start + 32 * walked;

@@ -16,9 +16,8 @@ struct minmax_case : column_case {
     explicit minmax_case(minmax_model m, unsigned entry_bits = 8)
         : column_case(m, entry_bits), model(std::move(m)), result(sizeof(pair)) {
         column.enc.symbol_count = model.symbols;
-        column.enc.kernel_row =
-            TAVO_KERNEL_ROW(model.nullable ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN, width_code(model.width),
-                            TAVO_CLASS_DICT);
+        column.enc.kernel_row = TAVO_KERNEL_ROW(model.nullable ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN,
+                                                width_code(model.width), TAVO_CLASS_DICT);
         env.result_flags = 0x82; // what other kernels have left
     }
 
@@ -166,8 +165,8 @@ TEST(minmax, runs) {
                     choose_codes(m, symbols, rng);
                     const ub4 middle = m.rows() / 2;
                     const auto [run, end] = m.run_of(middle);
-                    const minmax_model::state states[] = {
-                        {0, 0, 0}, {0, run, end}, {middle, 0, 0}, {middle, 7, 0}, {middle, run, end}, {m.rows(), 0, 0}};
+                    const minmax_model::state states[] = {{0, 0, 0},      {0, run, end},      {middle, 0, 0},
+                                                          {middle, 7, 0}, {middle, run, end}, {m.rows(), 0, 0}};
                     for (const auto &state : states) {
                         for (unsigned one_in : {0u, 1u, 50u}) {
                             column_model with_rows = m;
@@ -366,8 +365,8 @@ TEST(sum_and_distinct, do_nothing) {
         const auto env_before = env;
         EXPECT_EQ(kernel(&res, &src, &env, 0), TAVO_DONE) << tavo_dispatch_func_names.name[index];
         EXPECT_EQ(kernel(nullptr, nullptr, nullptr, 3), TAVO_DONE) << tavo_dispatch_func_names.name[index];
-        EXPECT_TRUE(std::memcmp(&res, &res_before, sizeof res) == 0 && std::memcmp(&src, &src_before, sizeof src) == 0 &&
-                    std::memcmp(&env, &env_before, sizeof env) == 0)
+        EXPECT_TRUE(std::memcmp(&res, &res_before, sizeof res) == 0 &&
+                    std::memcmp(&src, &src_before, sizeof src) == 0 && std::memcmp(&env, &env_before, sizeof env) == 0)
             << tavo_dispatch_func_names.name[index];
     }
     EXPECT_EQ(kernels, 48u);
