@@ -22,8 +22,6 @@
 
 namespace tavo {
 
-constexpr ub8 row_batch = 256; // row numbers asked of an iterator at a time, on the stack
-
 // Reads single rows of a packed column.
 template <unsigned W>
 struct packed_rows {

@@ -1,7 +1,7 @@
 // Packed codes to arrays of integers: the row ranges and 64-row blocks that the unpacking kernels are made of.
 //
 //   element   ub1, ub2 or ub4, wide enough for the code; in the processor's byte order
-//   block     64 rows from a multiple of block_alignment on: 8W bytes of codes, 8 bytes of a selection bit vector
+//   block     64 rows, as in code_block.h
 //
 // Codes are read up to 3 bytes past the last one asked for, whole blocks not past their end. Nothing behind the
 // elements written is touched.
@@ -9,29 +9,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <numeric>
 
+#include "decode/code_block.h"
 #include "decode/code_group.h"
 #include "portable/intrinsics.h"
 #include "scan/packed_code.h"
 
 namespace tavo {
-
-constexpr unsigned block_rows = 64;
-
-// Rows at whose multiples both the code stream and a bit vector fall on byte boundaries, and where blocks begin.
-template <unsigned W>
-constexpr ub8 block_alignment = std::lcm(8u, W);
-
-template <unsigned W>
-constexpr ub8 next_block_start(ub8 row) {
-    return (row + block_alignment<W> - 1) / block_alignment<W> * block_alignment<W>;
-}
-
-template <unsigned W>
-[[gnu::always_inline]] inline const ub1 *block_codes(const ub1 *codes, ub8 row) noexcept {
-    return codes + row / 8 * W;
-}
 
 // Two lines of codes 512 bytes ahead, and of the output one, or the four that a block of ub4 fills.
 template <class Element>
@@ -126,31 +110,6 @@ template <unsigned W, class Element>
         for (; row < stop; row++)
             *out++ = static_cast<Element>(packed_code<W>(codes, row));
     }
-}
-
-// From a block without a selected row on: the row of the next block that has one, or of the first that isn't whole.
-[[gnu::always_inline]] inline ub8 skip_unselected_blocks(const ub1 *bits, ub8 row, ub8 rows) noexcept {
-    constexpr ub8 load_rows = 512;
-    for (; row + 4 * load_rows <= rows; row += 4 * load_rows) {
-        const ub1 *p = bits + row / 8;
-        const __m512i words =
-            _mm512_or_si512(_mm512_or_si512(_mm512_loadu_si512(p), _mm512_loadu_si512(p + 64)),
-                            _mm512_or_si512(_mm512_loadu_si512(p + 128), _mm512_loadu_si512(p + 192)));
-        if (_mm512_test_epi64_mask(words, words) != 0)
-            break;
-    }
-    for (; row + load_rows <= rows; row += load_rows) {
-        const __m512i words = _mm512_loadu_si512(bits + row / 8);
-        if (const __mmask8 selected = _mm512_test_epi64_mask(words, words); selected != 0)
-            return row + block_rows * static_cast<ub8>(__builtin_ctz(selected));
-    }
-    for (; row + block_rows <= rows; row += block_rows) {
-        ub8 word;
-        std::memcpy(&word, bits + row / 8, sizeof word);
-        if (word != 0)
-            break;
-    }
-    return row;
 }
 
 } // namespace tavo

@@ -1,5 +1,7 @@
 #include "frame/dispatch_table.h"
 
+#include "aggregate/minmax_kernels.h"
+#include "aggregate/sum_distinct_kernels.h"
 #include "decode/burst_rle_kernels.h"
 #include "decode/decode_kernels.h"
 #include "frame/tavoc_avx512g.h"
@@ -19,6 +21,8 @@ consteval dispatch_tables build_dispatch_tables() {
     put_set_scans(t);
     put_burst_rle(t);
     put_decodes(t);
+    put_minmax(t);
+    put_sum_distinct(t);
     return t;
 }
 

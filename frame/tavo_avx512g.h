@@ -77,6 +77,11 @@ enum tavo_operation {
     TAVO_OP_MINMAX = 23
 };
 
+/* What of a minmax kernel's pair is wanted; any other mode: both. A walk along a selection ends at the best value there
+ * can be, and the other half of the pair then means nothing. */
+#define TAVO_MINMAX_LOW 1u
+#define TAVO_MINMAX_HIGH 2u
+
 /* Encoding classes, bits 6 to 5. */
 enum tavo_encoding_class {
     TAVO_CLASS_FIXED = 0, /* translation: sim */

@@ -72,6 +72,11 @@ TAVO_MASKED(_mm, __m128i, __m128, __m128d)
 #undef TAVO_MASKED_SET1
 #undef TAVO_MASKED
 
+// All bits of the chosen lanes.
+inline __m128i _mm_movm_epi8(std::uint64_t mask) {
+    return tavo::portable::from_lanes<__m128i, std::uint8_t>(
+        [&](unsigned i) { return static_cast<std::uint8_t>(tavo::portable::bit(mask, i) ? 0xff : 0); });
+}
 // The sign cleared, of a NaN too.
 inline __m512 _mm512_abs_ps(__m512 v) {
     const auto of = tavo::portable::lanes<std::uint32_t>(v);

@@ -89,6 +89,10 @@ TAVO_GATHER(i64gather_epi64, __m512i, std::uint64_t, __m512i, std::int64_t)
 TAVO_GATHER(i32gather_ps, __m512, float, __m512i, std::int32_t)
 TAVO_GATHER(i32gather_pd, __m512d, double, __m256i, std::int32_t)
 #undef TAVO_GATHER
+inline __m256i _mm256_i32gather_epi32(const int *base, __m256i indices, int scale) {
+    return tavo::portable::gather<std::uint32_t, std::int32_t>(tavo::portable::zero<__m256i>(), ~0ull, indices, base,
+                                                               scale);
+}
 
 #define TAVO_SCATTER(name, V, Lane, I, Index)                                                                          \
     inline void _mm512_##name(void *base, I indices, V v, int scale) {                                                 \

@@ -10,12 +10,7 @@
 #define _MM_SHUFFLE(d, c, b, a) ((d) << 6 | (c) << 4 | (b) << 2 | (a))
 #endif
 // Of the 256 names of a selection of four lanes, those that repeat one lane.
-#ifndef _MM_PERM_AAAA
-#define _MM_PERM_AAAA 0x00
-#define _MM_PERM_BBBB 0x55
-#define _MM_PERM_CCCC 0xaa
-#define _MM_PERM_DDDD 0xff
-#endif
+enum _MM_PERM_ENUM { _MM_PERM_AAAA = 0x00, _MM_PERM_BBBB = 0x55, _MM_PERM_CCCC = 0xaa, _MM_PERM_DDDD = 0xff };
 
 namespace tavo::portable {
 

@@ -1,4 +1,4 @@
-// Arithmetic shifts, and the high halves of products.
+// Shifts, and halves of products.
 #pragma once
 
 #include <cstdint>
@@ -21,6 +21,18 @@
 TAVO_SHIFT_RIGHT(std::int32_t, std::uint32_t, epi32)
 TAVO_SHIFT_RIGHT(std::int64_t, std::uint64_t, epi64)
 #undef TAVO_SHIFT_RIGHT
+
+// By the count in the low 64 bits of a register; from the lane's width on nothing is left.
+#define TAVO_SHIFT_BY_REGISTER(Lane, type)                                                                             \
+    inline __m512i _mm512_srl_##type(__m512i v, __m128i count) {                                                       \
+        const auto from = tavo::portable::lanes<Lane>(v);                                                              \
+        const std::uint64_t by = tavo::portable::lanes<std::uint64_t>(count)[0];                                       \
+        return tavo::portable::from_lanes<__m512i, Lane>(                                                              \
+            [&](unsigned i) { return by < 8 * sizeof(Lane) ? from[i] >> by : Lane{0}; });                              \
+    }
+TAVO_SHIFT_BY_REGISTER(std::uint32_t, epi32)
+TAVO_SHIFT_BY_REGISTER(std::uint64_t, epi64)
+#undef TAVO_SHIFT_BY_REGISTER
 
 inline __m512i _mm512_mulhi_epu16(__m512i a, __m512i b) {
     const auto x = tavo::portable::lanes<std::uint16_t>(a), y = tavo::portable::lanes<std::uint16_t>(b);

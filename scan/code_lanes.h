@@ -130,6 +130,16 @@ public:
         }
     }
 
+    // Where the lowest bit of a field lies in lane j.
+    static constexpr unsigned field_shift(unsigned j) noexcept {
+        if constexpr (how == method::in_place)
+            return code_shift(j, W);
+        else if constexpr (how == method::straddling)
+            return dict_scan_masks.tavo_avx512_scan_const_shift_mask_3bit[j % 8];
+        else
+            return 0;
+    }
+
 private:
     enum class method {
         whole,     // whole bytes: at most a byte shuffle

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <tuple>
 
-#include "tests/decode/packed_column.h"
+#include "tests/decode/column_case.h"
 #include "tests/decode/unpack_model.h"
 #include "tests/kit/host_stub.h"
 #include "tests/kit/spak_stream.h"
@@ -13,25 +13,12 @@
 namespace tavo::test {
 namespace {
 
-// A column as its model says, all its memory guarded, and calls that are held against the model.
-struct unpack_case {
+// A column as its model says, and calls that are held against the model.
+struct unpack_case : column_case {
     unpack_case(unpack_model m, bool wide, unsigned entry_bits = 8)
-        : model(std::move(m)), column(model.width, model.codes, code_slack(model.width)), wide(wide),
-          run_table(table_bytes(entry_bits)), bits(guarded_copy(words())), list(guarded_copy(model.list)) {
-        column.src.size = model.rows();
-        if (model.by_runs) {
-            column.enc.flags |= TAVO_RLE;
-            column.enc.run_table = run_table.data();
-            column.enc.run_entry_bits = static_cast<ub1>(entry_bits);
-            column.enc.run_count = static_cast<ub4>(model.codes.size());
-        }
-        env.host = host.record();
+        : column_case(m, entry_bits), model(std::move(m)), wide(wide) {
         env.result_flags = 0x82; // what other kernels have left
         env.flags = static_cast<ub1>((wide ? TAVO_ENV_WIDE : 0) | (model.sparse ? TAVO_ENV_SPARSE : 0));
-        env.sel_bits = model.selected.empty() ? nullptr : bits.as<ub8>();
-        static ub4 nothing;
-        env.ones_vec = !model.has_list ? nullptr : model.list.empty() ? &nothing : list.as<ub4>();
-        env.ones_vec_size = static_cast<ub4>(model.list.size());
     }
 
     unsigned element_bytes() const { return wide || model.width > 16 ? 4 : model.width > 8 ? 2 : 1; }
@@ -89,64 +76,9 @@ struct unpack_case {
         EXPECT_EQ(rows, all) << column.name(TAVO_OP_DECODE_UNPACK);
     }
 
-    std::vector<ub1> table_bytes(unsigned entry_bits) const {
-        std::vector<ub1> bytes;
-        for (ub4 length : model.run_lengths) {
-            if (entry_bits == 16)
-                bytes.push_back(static_cast<ub1>(length >> 8));
-            bytes.push_back(static_cast<ub1>(length));
-        }
-        return bytes;
-    }
-    // Whole words, with bits set above the row count: those are never delivered.
-    std::vector<ub8> words() const {
-        std::vector<ub8> w((model.selected.size() + 63) / 64, 0);
-        for (std::size_t row = 0; row < w.size() * 64; row++)
-            if (row >= model.selected.size() || model.selected[row])
-                w[row / 64] |= 1ull << row % 64;
-        return w;
-    }
-
     unpack_model model;
-    packed_column column;
     bool wide;
-    guarded run_table, bits, list;
-    host_stub host;
-    tavo_env env{};
 };
-
-std::vector<bool> random_selection(ub4 rows, unsigned one_in, std::mt19937_64 &rng) {
-    std::vector<bool> selected(rows);
-    for (ub4 row = 0; row < rows; row++)
-        // Stretches without a row and stretches of nothing else are in there.
-        selected[row] = row / 700 % 3 == 1 ? row / 1400 % 2 : rng() % one_in == 0;
-    return selected;
-}
-
-std::vector<ub4> random_list(ub4 rows, std::mt19937_64 &rng) {
-    std::vector<ub4> list;
-    for (ub4 row = 0; row < rows; row++)
-        if (rng() % 3 == 0)
-            list.push_back(row);
-    return list;
-}
-
-unpack_model plain_model(unsigned width, ub4 rows, std::mt19937_64 &rng) {
-    unpack_model m;
-    m.width = width;
-    m.codes = random_codes(rows, width, rng);
-    return m;
-}
-
-unpack_model run_model(unsigned width, ub4 runs, ub4 longest, ub4 shortest, std::mt19937_64 &rng) {
-    unpack_model m = plain_model(width, runs, rng);
-    m.by_runs = true;
-    for (ub4 run = 0; run < runs; run++)
-        m.run_lengths.push_back(shortest + static_cast<ub4>(rng() % (longest - shortest + 1)));
-    if (runs != 0)
-        m.run_lengths.back() = longest;
-    return m;
-}
 
 // f(model to fill in, wide) for each width and output width.
 template <class F>

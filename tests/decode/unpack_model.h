@@ -6,34 +6,15 @@
 #include <tuple>
 #include <vector>
 
-#include "frame/tavo.h"
+#include "tests/decode/column_model.h"
 
 namespace tavo::test {
 
-struct unpack_model {
-    unsigned width = 0;
-    std::vector<ub8> codes; // one a row, or one a run
-    bool by_runs = false;
-    std::vector<ub4> run_lengths;
-    std::vector<bool> selected; // empty: no bit vector
-    bool sparse = false;
-    bool has_list = false;
-    std::vector<ub4> list;
-    mutable std::vector<ub4> ends; // of the runs
+struct unpack_model : column_model {
+    unpack_model() = default;
+    unpack_model(column_model column) : column_model(std::move(column)) {}
 
-    ub4 rows() const {
-        return by_runs ? std::accumulate(run_lengths.begin(), run_lengths.end(), 0u) : static_cast<ub4>(codes.size());
-    }
-    // The run of a row and the first row behind it.
-    std::pair<ub4, ub4> run_of(ub4 row) const {
-        if (ends.empty()) {
-            ends.resize(run_lengths.size());
-            std::partial_sum(run_lengths.begin(), run_lengths.end(), ends.begin());
-        }
-        const auto end = std::upper_bound(ends.begin(), ends.end(), row);
-        return {static_cast<ub4>(end - ends.begin()), *end};
-    }
-    ub4 code(ub4 row) const { return static_cast<ub4>(codes[by_runs ? run_of(row).first : row]); }
+    bool sparse = false;
 
     struct state {
         ub4 resume_row = 0, run_index = 0, run_end = 0;
