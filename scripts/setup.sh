@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
-# scripts/setup.sh build|test|bench|fuzz|aarch64|memcheck: installs the Debian packages that are missing for this. Says nothing when
-# all is there. What runs only on a processor with AVX-512 is refused before anything is installed.
+# scripts/setup.sh build|test|bench|fuzz|aarch64|memcheck: installs the Debian packages that are missing for this. Says
+# nothing when all is there. What runs only on a processor with AVX-512 is refused before anything is installed.
 set -euo pipefail
 
 mode=${1:-}
 packages=(g++ cmake ninja-build libcli11-dev libfmt-dev)
 here=$(dirname "$(readlink -f "$0")")
 if lacks=$("$here/processor.sh"); then native=yes; else native=no; fi
-benches=(libbenchmark-dev liblz4-dev libroaring-dev) # and what they measure against
+# The benchmarks, and what they measure against.
+benches=(libbenchmark-dev liblz4-dev libroaring-dev libfaiss-dev liblapack-dev libabsl-dev)
 case $mode in
 build) [ $native = yes ] || packages+=(libsimde-dev) ;;
 test) packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config clang-14 binutils) ;;

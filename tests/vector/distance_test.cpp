@@ -88,9 +88,9 @@ void check(const entry &e, const plain_vector &a, const plain_vector &b, guarded
     ASSERT_TRUE(same(got, want)) << e.text() << ", " << what << ": " << std::hexfloat << got << " and not " << want;
 }
 
-const ub4 dense_sizes[] = {0,   1,   7,   8,   9,   15,  16,  17,  23,  24,  25,   31,   47,   48,  49,  63,
-                           64,  65,  71,  95,  96,  97,  127, 128, 129, 143, 144,  145,  191,  192, 193, 255,
-                           256, 257, 272, 385, 449, 511, 512, 513, 520, 777, 1024, 2047, 2049, 4111};
+const ub4 dense_sizes[] = {0,   1,   7,   8,   9,   15,  16,  17,  23,  24,  25,  31,  47,   48,  49,
+                           63,  64,  65,  71,  95,  96,  97,  127, 128, 129, 143, 144, 145,  191, 192,
+                           193, 255, 256, 257, 272, 385, 449, 511, 512, 513, 520, 777, 1024, 2049};
 
 TEST(Distance, EveryDenseEntryAgreesWithTheModel) {
     features choice;
@@ -104,7 +104,9 @@ TEST(Distance, EveryDenseEntryAgreesWithTheModel) {
                 return;
             for (ub4 dims : dense_sizes)
                 for (content kind : {content::ordinary, content::odd, content::threshold, content::zero}) {
-                    if ((kind == content::odd || kind == content::zero) && dims % 4 != 1)
+                    const bool counts = e.metric == tavo_metric_hamming;
+                    if ((kind == content::ordinary && counts) || (kind == content::threshold && !counts) ||
+                        (kind == content::odd && dims % 4 != 1) || (kind == content::zero && dims % 8 != 1))
                         continue;
                     const plain_vector a = random_dense(e.left.type, dims, kind, rng);
                     const plain_vector b = random_dense(e.right.type, dims, kind, rng);
