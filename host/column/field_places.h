@@ -56,8 +56,8 @@ struct field_text {
     }
 };
 
-// Fetches what numbers[i] and those behind it will need, in good time: first the place, then the text. Inlined by force:
-// g++ takes a function of nothing but prefetches for one that does nothing, and leaves the call out.
+// Fetches what numbers[i] and those behind it will need, in good time: first the place, then the text. Inlined by
+// force: g++ takes a function of nothing but prefetches for one that does nothing, and leaves the call out.
 [[gnu::always_inline]] inline void fetch_ahead(const field_text &text, const place_list &places,
                                                std::span<const ub4> numbers, std::size_t i) {
     constexpr std::size_t text_ahead = 16, place_ahead = 36;
