@@ -8,5 +8,6 @@
 #include "tavo_status.h"
 #include "tavo_types.h"
 #include "tavo_vec.h"
+#include "tavo_vector.h"
 
 #endif

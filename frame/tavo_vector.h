@@ -1,0 +1,162 @@
+/* Stored vectors: element types, the image of a vector, metrics, the entries of a nearest-neighbour search.
+ *
+ * A vector column comes in two shapes. In a uniform column every row has the element type, dimension count and form
+ * that its tavo_enc_ctx states (value_type, vec_dims, TAVO_NATIVE), and a row is a bare run of elements. In a flexible
+ * column (TAVO_VEC_BY_POINTER and TAVO_VEC_IMAGES) every row is an image with a head of its own.
+ *
+ * Whatever the shape, two properties make up the form of a vector:
+ *
+ *   native or comparable   Native elements are as the processor keeps them: little-endian IEEE bits. Comparable
+ * elements are big-endian and ordered byte by byte as their numbers are: of the element's bits, a number with a clear
+ * sign bit gets it set, one with a set sign bit is complemented. A writer makes -0.0 a +0.0 and every NaN the pattern
+ * FFC00000 (float) or FFF8000000000000 (double). int8 and bitmsb0 are the same in both forms. dense or sparse        A
+ * dense vector has exactly as many elements as dimensions. A sparse one lists the elements that are not zero, see
+ * below.
+ *
+ * Sparse layout, at p (a row of a uniform column, or the data of an image):
+ *
+ *   p                ub2 big-endian     count, the number of listed elements (0 is fine)
+ *   p + 2            ub4 big-endian     count dimension numbers, strictly ascending, counted from 0 or from 1: kernels
+ *                                       only compare them
+ *   then             elements           count values in the same order. Native float, double, float16, bfloat16 start
+ * at the ADDRESS p + 2 + 4 * count rounded up to a multiple of 8, so a writer knows the final address modulo 8;
+ * comparable ones and int8 follow at once, unaligned; bitmsb0 has no values: the dimension numbers are those of the set
+ * bits
+ *
+ * Kernels read exactly the elements of an operand and nothing behind them, with one exception: where a host hands a
+ * comparable sparse vector to a native kernel, up to 7 bytes past it are read, as the values' address is rounded up. */
+#ifndef TAVO_VECTOR_H
+#define TAVO_VECTOR_H
+
+#include "tavo_vec.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Element types as columns, operations and kernels number them. 3 and 4 are not vector elements. */
+enum tavo_elem_type {
+    TAVO_ELEM_FLOAT = TAVO_VALUE_FLOAT,      /* binary32 */
+    TAVO_ELEM_DOUBLE = TAVO_VALUE_DOUBLE,    /* binary64 */
+    TAVO_ELEM_INT8 = TAVO_VALUE_INT8,        /* signed byte */
+    TAVO_ELEM_BITMSB0 = TAVO_VALUE_BITMSB0,  /* one bit, eight to a byte, the most significant bit first; the dimension
+                                                count counts bits. Unused bits of the last byte are zero: they count */
+    TAVO_ELEM_FLOAT16 = TAVO_VALUE_FLOAT16,  /* binary16 */
+    TAVO_ELEM_BFLOAT16 = TAVO_VALUE_BFLOAT16 /* upper half of a binary32 */
+};
+
+/* Element types as images number them: another numbering. */
+enum lvector_type {
+    LVECTOR_FLOAT16 = 1,
+    LVECTOR_FLOAT = 2,
+    LVECTOR_DOUBLE = 3,
+    LVECTOR_INT8 = 4,
+    LVECTOR_BITMSB0 = 5,
+    LVECTOR_BFLOAT16 = 6
+};
+
+/* ---- The image: bytes, numbers of the head big-endian ---- */
+
+typedef ub1 lvector;
+
+#define LVECTOR_MAGIC 0xdbu     /* byte 0 */
+#define LVECTOR_LAST_VERSION 3u /* byte 1: 0 to 3 are accepted */
+#define LVECTOR_AT_VERSION 1u   /* byte 2 is reserved and never read */
+#define LVECTOR_AT_FLAGS 3u     /* ub1, LVECTOR_FLAG_... */
+#define LVECTOR_AT_TYPE 4u      /* ub1, enum lvector_type */
+#define LVECTOR_AT_DIMS 5u      /* ub4, dimensions; bits for bitmsb0 */
+#define LVECTOR_AT_AUX 9u       /* 8 bytes of the writer's own; no operation reads them */
+/* Where the data stands: behind the head, but for dense native float, double, float16 and bfloat16, which are aligned
+ * to 8 if the image is. */
+#define LVECTOR_HEAD_SIZE 17u
+#define LVECTOR_ALIGNED_DATA 24u
+
+#define LVECTOR_FLAG_PASSED 0x01u /* passed on, not interpreted */
+#define LVECTOR_FLAG_MARK 0x02u   /* format marks: at least one of the two must be set */
+#define LVECTOR_FLAG_MARK2 0x10u
+#define LVECTOR_FLAG_NATIVE 0x08u /* set: native form; clear: comparable form */
+#define LVECTOR_FLAG_SPARSE 0x20u /* set: sparse layout; clear: dense */
+#define LVECTOR_FLAGS_KEPT 0x3bu  /* what goes into lvector_header.flags; 0x04, 0x40 and 0x80 are dropped */
+
+/* The head of an image in memory. */
+typedef struct lvector_header {
+    ub1 type;        /* stored type byte as it stands: not checked */
+    ub1 data_offset; /* of the data from the image's start: 17 or 24 */
+    ub1 aux_offset;  /* of the writer's 8 bytes: 9 */
+    ub1 flags;       /* flags byte and LVECTOR_FLAGS_KEPT */
+    ub4 dims;        /* dimension count, in the processor's byte order; not checked */
+} lvector_header;
+
+/* Statuses of an image's head. Operations don't hand them on: a bad query ends the operation with TAVO_UNSUPPORTED, a
+ * bad row loses its bit in tavo_env.valid_rows. */
+#define LVECTOR_BAD_MAGIC (-251)
+#define LVECTOR_BAD_VERSION (-226)
+#define LVECTOR_NO_FORMAT_MARK (-245)
+
+/* ---- Metrics ---- */
+
+enum tavo_metric {
+    tavo_metric_euclid = 1,            /* root of the sum of squared differences */
+    tavo_metric_euclid_squared = 2,    /* sum of squared differences */
+    tavo_metric_cosine_similarity = 3, /* dot product over the product of the norms; NaN where a norm is 0 */
+    tavo_metric_cosine_distance = 4,   /* 1 - similarity, not clamped */
+    tavo_metric_dotprod = 5,           /* dot product */
+    tavo_metric_dotprod_negated = 6,   /* its negative: smaller is nearer */
+    tavo_metric_manhattan = 7,         /* sum of absolute differences */
+    tavo_metric_hamming = 8,           /* number of positions that differ (floating point: by a threshold that the types
+                                          decide; NaN never differs) */
+    tavo_metric_jaccard_similarity = 9, /* bits alone: intersection over union; NaN for two empty vectors */
+    tavo_metric_jaccard_distance = 10   /* 1 - similarity */
+};
+
+/* ---- vector_distance and vector_topk ----
+ *
+ * query is the left operand, col the right one. query->size 1: one vector against every row of col; equal sizes: row by
+ * row (1 and 1 counts as that). A vector of more than one row has TAVO_VEC_BY_POINTER: data is an array of row
+ * pointers; without it, data points at the one row. Rows come from env->sel_bits, else from env->ones_vec, else all,
+ * from env->resume_row on, which moves on to the row (or list position) to go on with. Both vectors are flexible or
+ * neither.
+ *
+ * vector_distance: res->data is an array of res->size doubles; a call does at most that many rows and writes their
+ * distances back to back in the order of the visit. It is done when resume_row says so: a full output is status 0. All
+ * res->size doubles are comparable on return unless res->enc->flags has TAVO_NATIVE.
+ *
+ * vector_topk: res->data is an array of res->size = k >= 1 entries; res->size becomes the number of rows found, nearest
+ * first. One call visits all rows from resume_row on. Smaller is nearer whatever the metric, so pass a distance
+ * (negated dot product, cosine distance). NaN is farther than any number. Entries behind the final size are untouched.
+ *
+ * scratch is null, or memory in which a comparable query is decoded once instead of for each row: for a uniform query
+ * aligned to 8 and as long as the query in native form plus 7 bytes; for a flexible one long enough for the head too,
+ * and for a dense image scratch + 17 aligned to 8.
+ *
+ * In flexible operations a row whose image is bad, has another dimension count than the query or a type that cannot be
+ * compared with it loses its bit in env->valid_rows; its place in a distance output keeps what stood there.
+ *
+ * Statuses: TAVO_DONE; TAVO_UNSUPPORTED for row counts that don't fit, several rows without row pointers, a bad query
+ * image; TAVO_BAD_INPUT for one flexible operand of two, or no kernel for the operands. */
+
+/* The argument layout, for uniform columns: 0 dense or 1 sparse for either side. */
+#define TAVO_VECTOR_LAYOUT(query_sparse, col_sparse) ((ub8)(query_sparse) << 1 | (ub8)(col_sparse) << 3)
+
+/* Element of vector_topk's result array. */
+typedef struct tavo_topk_entry {
+    ub4 row;         /* row number in the column, in the processor's byte order */
+    double distance; /* native or comparable, as the flags of res say */
+} tavo_topk_entry;
+
+TAVO_STATIC_ASSERT(sizeof(lvector_header) == 8, "size of lvector_header");
+TAVO_OFFSET(lvector_header, type, 0);
+TAVO_OFFSET(lvector_header, data_offset, 1);
+TAVO_OFFSET(lvector_header, aux_offset, 2);
+TAVO_OFFSET(lvector_header, flags, 3);
+TAVO_OFFSET(lvector_header, dims, 4);
+
+TAVO_STATIC_ASSERT(sizeof(tavo_topk_entry) == 16, "size of tavo_topk_entry");
+TAVO_OFFSET(tavo_topk_entry, row, 0);
+TAVO_OFFSET(tavo_topk_entry, distance, 8);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
