@@ -22,7 +22,7 @@ int run(const table_options &options) {
                       {"distinct"},
                       {"nulls"},
                       {"width"},
-                      {"form"},
+                      {"form", left},
                       {"runs"},
                       {"plain bytes"},
                       {"encoded"},
