@@ -7,7 +7,8 @@
 
 namespace {
 
-constexpr host::subcommand (*every_subcommand[])(CLI::App &) = {host::add_query, host::add_columns, host::add_info};
+constexpr host::subcommand (*every_subcommand[])(CLI::App &) = {host::add_query, host::add_nearest, host::add_columns,
+                                                                host::add_info};
 
 } // namespace
 

@@ -13,12 +13,12 @@ namespace host {
 
 // Numbered as in tavo_enc_ctx.value_type.
 enum class element_type : ub1 {
-    float_ = TAVO_VALUE_FLOAT,
-    double_ = TAVO_VALUE_DOUBLE,
-    int8 = TAVO_VALUE_INT8,
-    bits = TAVO_VALUE_BITMSB0,
-    float16 = TAVO_VALUE_FLOAT16,
-    bfloat16 = TAVO_VALUE_BFLOAT16
+    float_ = TAVO_ELEM_FLOAT,
+    double_ = TAVO_ELEM_DOUBLE,
+    int8 = TAVO_ELEM_INT8,
+    bits = TAVO_ELEM_BITMSB0,
+    float16 = TAVO_ELEM_FLOAT16,
+    bfloat16 = TAVO_ELEM_BFLOAT16
 };
 
 struct element_kind {
@@ -31,17 +31,17 @@ struct element_kind {
     double largest;          // finite value
 };
 inline constexpr element_kind element_kinds[] = {
-    {element_type::float_, "float", "float", 2, 32, true, 0x1.fffffep+127},
-    {element_type::double_, "double", "double", 3, 64, true, 0x1.fffffffffffffp+1023},
-    {element_type::float16, "float16", "float16", 1, 16, true, 65504},
-    {element_type::bfloat16, "bfloat16", "bfloat16", 6, 16, true, 0x1.fep+127},
-    {element_type::int8, "int8", "int8", 4, 8, false, 127},
-    {element_type::bits, "bits", "bitmsb0", 5, 1, false, 1},
+    {element_type::float_, "float", "float", LVECTOR_FLOAT, 32, true, 0x1.fffffep+127},
+    {element_type::double_, "double", "double", LVECTOR_DOUBLE, 64, true, 0x1.fffffffffffffp+1023},
+    {element_type::float16, "float16", "float16", LVECTOR_FLOAT16, 16, true, 65504},
+    {element_type::bfloat16, "bfloat16", "bfloat16", LVECTOR_BFLOAT16, 16, true, 0x1.fep+127},
+    {element_type::int8, "int8", "int8", LVECTOR_INT8, 8, false, 127},
+    {element_type::bits, "bits", "bitmsb0", LVECTOR_BITMSB0, 1, false, 1},
 };
 const element_kind &kind_of(element_type);
-const element_kind *kind_of_stored(ub1 stored_type);   // null if there is none
-const element_kind *kind_of_name(std::string_view);    // null if there is none
-std::string element_names();                           // for messages: "float, double, ..."
+const element_kind *kind_of_stored(ub1 stored_type); // null if there is none
+const element_kind *kind_of_name(std::string_view);  // null if there is none
+std::string element_names();                         // for messages: "float, double, ..."
 
 // The element nearest to the value, of two equally near ones the even one, as bits in native form. Nothing where the
 // type has no such value: beyond its largest one after rounding (an infinity or a NaN is one of the floating types'

@@ -10,10 +10,6 @@ namespace host {
 
 namespace {
 
-constexpr ub1 image_magic = 219, last_version = 3;
-constexpr std::size_t head_bytes = 17, aligned_head_bytes = 24;
-enum image_flag : ub1 { mark = 0x02, native = 0x08, second_mark = 0x10, sparse_layout = 0x20 };
-
 std::size_t rounded_up(std::size_t n, std::size_t unit) { return (n + unit - 1) / unit * unit; }
 
 void append_big_endian(std::vector<ub1> &to, ub8 value, unsigned bytes) {
@@ -31,10 +27,11 @@ ub8 big_endian(const ub1 *at, unsigned bytes) {
 ub8 checked_bits(const vector_form &form, double value, std::size_t dimension) {
     if (const auto bits = element_bits(form.type, value))
         return *bits;
-    throw error(fmt::format("element {}, {}, is no value of {}, which {}", dimension + 1, value, kind_of(form.type).name,
-                            form.type == element_type::bits   ? "are 0 or 1"
-                            : form.type == element_type::int8 ? "goes from -128 to 127"
-                                                              : fmt::format("ends at {:.6g}", kind_of(form.type).largest)));
+    throw error(
+        fmt::format("element {}, {}, is no value of {}, which {}", dimension + 1, value, kind_of(form.type).name,
+                    form.type == element_type::bits   ? "are 0 or 1"
+                    : form.type == element_type::int8 ? "goes from -128 to 127"
+                                                      : fmt::format("ends at {:.6g}", kind_of(form.type).largest)));
 }
 
 void put_element(ub1 *to, const vector_form &form, unsigned bytes, double value, std::size_t dimension) {
@@ -128,15 +125,16 @@ void append_elements(std::vector<ub1> &to, const vector_form &form, std::span<co
 
 void append_image(std::vector<ub1> &to, const vector_form &form, std::span<const double> values) {
     const bool as_native = !form.is_comparable();
-    to.push_back(image_magic);
+    to.push_back(LVECTOR_MAGIC);
     to.push_back(0); // version
     to.push_back(0); // reserved
-    to.push_back(static_cast<ub1>(mark | (as_native ? native : 0) | (form.sparse ? sparse_layout : 0)));
+    to.push_back(static_cast<ub1>(LVECTOR_FLAG_MARK | (as_native ? LVECTOR_FLAG_NATIVE : 0) |
+                                  (form.sparse ? LVECTOR_FLAG_SPARSE : 0)));
     to.push_back(kind_of(form.type).stored_type);
     append_big_endian(to, values.size(), 4);
     to.resize(to.size() + 8); // the auxiliary field: a host's own
     if (pads_values(form) && !form.sparse)
-        to.resize(to.size() + aligned_head_bytes - head_bytes);
+        to.resize(to.size() + LVECTOR_ALIGNED_DATA - LVECTOR_HEAD_SIZE);
     append_elements(to, form, values);
 }
 
@@ -158,19 +156,22 @@ void read_elements(const vector_form &form, ub4 dims, const ub1 *at, const ub1 *
 }
 
 vector_form read_image(const ub1 *image, const ub1 *end, std::vector<double> &values) {
-    expect_room(image, end, head_bytes);
-    if (image[0] != image_magic)
-        damaged(fmt::format("it begins with {} and not with {}", image[0], image_magic));
-    if (image[1] > last_version)
-        damaged(fmt::format("its version is {}, where {} is the last", image[1], last_version));
-    if ((image[3] & (mark | second_mark)) == 0)
+    expect_room(image, end, LVECTOR_HEAD_SIZE);
+    if (image[0] != LVECTOR_MAGIC)
+        damaged(fmt::format("it begins with {} and not with {}", image[0], LVECTOR_MAGIC));
+    if (image[LVECTOR_AT_VERSION] > LVECTOR_LAST_VERSION)
+        damaged(
+            fmt::format("its version is {}, where {} is the last", image[LVECTOR_AT_VERSION], LVECTOR_LAST_VERSION));
+    const ub1 flags = image[LVECTOR_AT_FLAGS];
+    if ((flags & (LVECTOR_FLAG_MARK | LVECTOR_FLAG_MARK2)) == 0)
         damaged("neither of its format marks is set");
-    const element_kind *kind = kind_of_stored(image[4]);
+    const element_kind *kind = kind_of_stored(image[LVECTOR_AT_TYPE]);
     if (kind == nullptr)
-        damaged(fmt::format("there is no element type {}", image[4]));
-    const vector_form form{kind->type, (image[3] & native) == 0, (image[3] & sparse_layout) != 0};
-    const auto dims = static_cast<ub4>(big_endian(image + 5, 4));
-    read_elements(form, dims, image + (pads_values(form) && !form.sparse ? aligned_head_bytes : head_bytes), end, values);
+        damaged(fmt::format("there is no element type {}", image[LVECTOR_AT_TYPE]));
+    const vector_form form{kind->type, (flags & LVECTOR_FLAG_NATIVE) == 0, (flags & LVECTOR_FLAG_SPARSE) != 0};
+    const auto dims = static_cast<ub4>(big_endian(image + LVECTOR_AT_DIMS, 4));
+    read_elements(form, dims, image + (pads_values(form) && !form.sparse ? LVECTOR_ALIGNED_DATA : LVECTOR_HEAD_SIZE),
+                  end, values);
     return form;
 }
 

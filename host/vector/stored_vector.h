@@ -4,10 +4,10 @@
 //   sparse   count (2 bytes), dimension numbers (4 bytes each, ascending, here from 0), then the elements that are not
 //            zero, all most significant byte first; of bits, the dimension numbers alone
 //
-// Either may be in native form (the processor's numbers) or in comparable form (see element.h). The elements of a sparse
-// vector in native form, 16 bits and wider, stand at the next multiple of 8 of the *memory address*: a writer has to
-// know where the bytes will lie. Here bytes are appended to a buffer, and a place in the buffer stands for a place in
-// memory: a buffer is moved only to addresses that are multiples of 8, as those of a std::vector are.
+// Either may be in native form (the processor's numbers) or in comparable form (see element.h). The elements of a
+// sparse vector in native form, 16 bits and wider, stand at the next multiple of 8 of the *memory address*: a writer
+// has to know where the bytes will lie. Here bytes are appended to a buffer, and a place in the buffer stands for a
+// place in memory: a buffer is moved only to addresses that are multiples of 8, as those of a std::vector are.
 #pragma once
 
 #include <span>

@@ -59,7 +59,7 @@ private:
 
 // The operations' layout argument: a query, which is the left operand, and a column, both uniform.
 inline ub8 layout_of(const vector_form &query, const vector_form &column) {
-    return (query.sparse ? ub8{1} << 1 : 0) | (column.sparse ? ub8{1} << 3 : 0);
+    return TAVO_VECTOR_LAYOUT(query.sparse ? 1 : 0, column.sparse ? 1 : 0);
 }
 
 } // namespace host
