@@ -1,11 +1,15 @@
 #include "host/column/csv.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <memory>
+#include <sys/stat.h>
 
 #include "host/error.h"
-#include "host/file.h"
 
 namespace host {
 
@@ -102,7 +106,27 @@ bool csv_reader::next(std::vector<csv_field> &fields) {
     return true;
 }
 
-csv_file::csv_file(const std::string &path) : csv_file(path, file_content(path)) {}
+csv_file::csv_file(const std::string &path) : path_(path) {
+    std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "rb"), std::fclose);
+    struct stat status {};
+    if (file == nullptr || fstat(fileno(file.get()), &status) != 0)
+        throw error(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
+    if (S_ISDIR(status.st_mode))
+        throw error(fmt::format("cannot read {}: it is a folder", path));
+    if (S_ISREG(status.st_mode))
+        text_.reserve(static_cast<std::size_t>(status.st_size) + 1);
+    for (std::size_t chunk = 1 << 20;;) {
+        const std::size_t before = text_.size();
+        text_.resize(before + chunk);
+        const std::size_t got = std::fread(text_.data() + before, 1, chunk, file.get());
+        text_.resize(before + got);
+        if (got == 0)
+            break;
+    }
+    if (std::ferror(file.get()))
+        throw error(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
+    read_header();
+}
 
 csv_file::csv_file(const std::string &name, std::string content) : path_(name), text_(std::move(content)) {
     read_header();

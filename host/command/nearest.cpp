@@ -161,9 +161,9 @@ subcommand add_nearest(CLI::App &app) {
     const auto options = std::make_shared<nearest_options>();
     nearest->add_option("QUERY", options->query, "A word of the file, or a vector: \"[0.1, -0.2, ...]\"")->required();
     nearest->add_option("--data", options->file, "File of word vectors; see host/data")->required();
-    nearest->add_option("--k", options->k, "How many words", true);
-    nearest->add_option("--metric", options->metric, "cosine, euclid, dot, manhattan, hamming or jaccard (of bits)",
-                        true);
+    nearest->add_option("--k", options->k, "How many words")->capture_default_str();
+    nearest->add_option("--metric", options->metric, "cosine, euclid, dot, manhattan, hamming or jaccard (of bits)")
+        ->capture_default_str();
     nearest->add_option("--type", options->type,
                         "Compare as float, double, float16, bfloat16, int8 or bits; otherwise as the file has them");
     nearest->add_option("--where", options->where, "A predicate on word, first, length or rank; all given must be true")
