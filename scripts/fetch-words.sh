@@ -6,7 +6,7 @@
 #   scripts/fetch-words.sh [FILE.vectors [WORDS|all [float16|float]]]
 #
 # The sample in the repository:   scripts/fetch-words.sh host/data/words-10k.vectors 10000
-# All of them, 72 MB:             scripts/fetch-words.sh words.vectors          (float: 140 MB, unrounded)
+# All of them, 71 MB:             scripts/fetch-words.sh words.vectors          (float: 140 MB, unrounded)
 set -euo pipefail
 output=$(realpath -m "${1:-words.vectors}")
 words=${2:-all} type=${3:-float16}
