@@ -9,6 +9,7 @@
 #include "frame/dispatch_table.h"
 #include "frame/processor.h"
 #include "frame/tavo_status.h"
+#include "vector/pick_metric.h"
 
 extern "C" {
 ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
@@ -83,6 +84,7 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);
+    OPERATION(vector_pick_metric);
 #undef OPERATION
     return ctx;
 }

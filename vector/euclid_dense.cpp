@@ -1,0 +1,3 @@
+#include "vector/distance_members.h"
+
+TAVO_DENSE_MEMBERS(euclid)
