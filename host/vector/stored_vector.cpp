@@ -34,19 +34,38 @@ ub8 checked_bits(const vector_form &form, double value, std::size_t dimension) {
                                                       : fmt::format("ends at {:.6g}", kind_of(form.type).largest)));
 }
 
-void put_element(ub1 *to, const vector_form &form, unsigned bytes, double value, std::size_t dimension) {
-    ub8 bits = checked_bits(form, value, dimension);
-    if (form.is_comparable())
-        bits = __builtin_bswap64(comparable_bits(form.type, bits)) >> (64 - 8 * bytes);
-    std::memcpy(to, &bits, bytes); // the processor stores the least significant byte first
+// A form's properties, found once for a loop over elements.
+struct element_layout {
+    explicit element_layout(const vector_form &f)
+        : form(f), comparable(f.is_comparable()), bytes(kind_of(f.type).width / 8) {}
+    vector_form form;
+    bool comparable;
+    unsigned bytes; // 0 for bits
+};
+
+void put_element(ub1 *to, const element_layout &layout, double value, std::size_t dimension) {
+    ub8 bits = checked_bits(layout.form, value, dimension);
+    if (layout.comparable)
+        bits = __builtin_bswap64(comparable_bits(layout.form.type, bits)) >> (64 - 8 * layout.bytes);
+    switch (layout.bytes) { // the processor stores the least significant byte first
+    case 1: *to = static_cast<ub1>(bits); break;
+    case 2: std::memcpy(to, &bits, 2); break;
+    case 4: std::memcpy(to, &bits, 4); break;
+    default: std::memcpy(to, &bits, 8); break;
+    }
 }
 
-double element_at(const vector_form &form, const ub1 *at, unsigned bytes) {
-    if (form.is_comparable())
-        return element_value(form.type, native_bits(form.type, big_endian(at, bytes)));
+double element_at(const element_layout &layout, const ub1 *at) {
     ub8 bits = 0;
-    std::memcpy(&bits, at, bytes);
-    return element_value(form.type, bits);
+    switch (layout.bytes) {
+    case 1: bits = *at; break;
+    case 2: std::memcpy(&bits, at, 2); break;
+    case 4: std::memcpy(&bits, at, 4); break;
+    default: std::memcpy(&bits, at, 8); break;
+    }
+    if (layout.comparable)
+        bits = native_bits(layout.form.type, __builtin_bswap64(bits) >> (64 - 8 * layout.bytes));
+    return element_value(layout.form.type, bits);
 }
 
 bool pads_values(const vector_form &form) { return kind_of(form.type).has_comparable && !form.is_comparable(); }
@@ -62,16 +81,16 @@ void append_sparse(std::vector<ub1> &to, const vector_form &form, std::span<cons
             append_big_endian(to, i, 4);
     if (pads_values(form))
         to.resize(rounded_up(to.size(), 8));
-    const unsigned bytes = kind_of(form.type).width / 8;
+    const element_layout layout(form);
     std::size_t at = to.size();
-    to.resize(at + bytes * used);
+    to.resize(at + layout.bytes * used);
     for (std::size_t i = 0; i < values.size(); i++)
         if (values[i] != 0) {
             if (form.type == element_type::bits)
                 checked_bits(form, values[i], i);
             else
-                put_element(to.data() + at, form, bytes, values[i], i);
-            at += bytes;
+                put_element(to.data() + at, layout, values[i], i);
+            at += layout.bytes;
         }
 }
 
@@ -89,15 +108,15 @@ void read_sparse(const vector_form &form, const ub1 *at, const ub1 *end, std::ve
     const ub1 *numbers = at + 2, *element = numbers + 4 * count;
     if (pads_values(form))
         element += -reinterpret_cast<std::uintptr_t>(element) & 7;
-    const unsigned bytes = kind_of(form.type).width / 8;
-    expect_room(element, end, ub8{bytes} * count);
-    for (std::size_t i = 0; i < count; i++, element += bytes) {
+    const element_layout layout(form);
+    expect_room(element, end, ub8{layout.bytes} * count);
+    for (std::size_t i = 0; i < count; i++, element += layout.bytes) {
         const ub8 dimension = big_endian(numbers + 4 * i, 4);
         if (dimension >= values.size())
             damaged(fmt::format("dimension {} of {}", dimension, values.size()));
         if (i > 0 && dimension <= big_endian(numbers + 4 * (i - 1), 4))
             damaged("its dimension numbers do not ascend");
-        values[dimension] = form.type == element_type::bits ? 1 : element_at(form, element, bytes);
+        values[dimension] = form.type == element_type::bits ? 1 : element_at(layout, element);
     }
 }
 
@@ -116,10 +135,10 @@ void append_elements(std::vector<ub1> &to, const vector_form &form, std::span<co
         for (std::size_t i = 0; i < values.size(); i++)
             to[at + i / 8] |= static_cast<ub1>(checked_bits(form, values[i], i) << (7 - i % 8));
     } else {
-        const unsigned bytes = kind_of(form.type).width / 8;
-        to.resize(at + bytes * values.size());
+        const element_layout layout(form);
+        to.resize(at + layout.bytes * values.size());
         for (std::size_t i = 0; i < values.size(); i++)
-            put_element(to.data() + at + bytes * i, form, bytes, values[i], i);
+            put_element(to.data() + at + layout.bytes * i, layout, values[i], i);
     }
 }
 
@@ -144,15 +163,16 @@ void read_elements(const vector_form &form, ub4 dims, const ub1 *at, const ub1 *
         read_sparse(form, at, end, values);
         return;
     }
-    const unsigned width = kind_of(form.type).width;
-    expect_room(at, end, (ub8{dims} * width + 7) / 8);
+    expect_room(at, end, (ub8{dims} * kind_of(form.type).width + 7) / 8);
     values.resize(dims);
-    if (form.type == element_type::bits)
+    if (form.type == element_type::bits) {
         for (std::size_t i = 0; i < dims; i++)
             values[i] = at[i / 8] >> (7 - i % 8) & 1;
-    else
-        for (std::size_t i = 0; i < dims; i++, at += width / 8)
-            values[i] = element_at(form, at, width / 8);
+    } else {
+        const element_layout layout(form);
+        for (std::size_t i = 0; i < dims; i++)
+            values[i] = element_at(layout, at + layout.bytes * i);
+    }
 }
 
 vector_form read_image(const ub1 *image, const ub1 *end, std::vector<double> &values) {

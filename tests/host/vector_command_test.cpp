@@ -53,8 +53,9 @@ TEST_F(NearestCommand, FilteredByColumnsOfTheWords) {
     EXPECT_EQ(o.status, 0) << o.err;
     const std::vector<std::string> found = words_of(o);
     EXPECT_EQ(found.size(), 4u) << o.out;
-    EXPECT_TRUE(std::all_of(found.begin(), found.end(), [](const std::string &w) { return w[0] == 'b' && w.size() < 8; }))
-        << o.out;
+    EXPECT_TRUE(std::all_of(found.begin(), found.end(), [](const std::string &w) {
+        return w[0] == 'b' && w.size() < 8;
+    })) << o.out;
     for (const char *part : {"tavo_eq_dict_", "tavo_le_dict_", "tavo_lbiwvand_dydi", "agrees"})
         EXPECT_NE(o.out.find(part), std::string::npos) << part << "\n" << o.out;
 

@@ -1,5 +1,5 @@
-// What the host writes and what the library computes from it, held against plain arithmetic: every pair of forms through
-// the distance operation, searches, and the check itself against answers that are wrong.
+// What the host writes and what the library computes from it, held against plain arithmetic: every pair of forms
+// through the distance operation, searches, and the check itself against answers that are wrong.
 #include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
@@ -14,10 +14,11 @@ namespace {
 using namespace host;
 using enum element_type;
 
-constexpr tavo_metric metrics[] = {tavo_metric_euclid,          tavo_metric_euclid_squared, tavo_metric_cosine_similarity,
-                                   tavo_metric_cosine_distance, tavo_metric_dotprod,        tavo_metric_dotprod_negated,
-                                   tavo_metric_manhattan,       tavo_metric_hamming,        tavo_metric_jaccard_similarity,
-                                   tavo_metric_jaccard_distance};
+constexpr tavo_metric metrics[] = {
+    tavo_metric_euclid,          tavo_metric_euclid_squared, tavo_metric_cosine_similarity,
+    tavo_metric_cosine_distance, tavo_metric_dotprod,        tavo_metric_dotprod_negated,
+    tavo_metric_manhattan,       tavo_metric_hamming,        tavo_metric_jaccard_similarity,
+    tavo_metric_jaccard_distance};
 
 std::vector<vector_form> every_form() {
     std::vector<vector_form> forms;
@@ -109,8 +110,7 @@ TEST_F(VectorSearch, EveryPairOfForms) {
                     pairs++;
                     for (void *memory : {static_cast<void *>(nullptr), static_cast<void *>(scratch.data())}) {
                         tavo_env env{};
-                        const std::vector<double> found =
-                            distances(column, query, metric, 7, env, rows, memory);
+                        const std::vector<double> found = distances(column, query, metric, 7, env, rows, memory);
                         ASSERT_EQ(found.size(), rows);
                         EXPECT_EQ(env.resume_row, rows);
                         for (ub4 row = 0; row < rows; row++) {
@@ -203,8 +203,7 @@ TEST_F(VectorSearch, NearestAreThePlainOnes) {
                             std::vector<query_step> steps;
                             const auto found = nearest(session_, column, query, metric, k, among, steps);
                             const nearest_check check = check_nearest(column, query, metric, k, among, found);
-                            ASSERT_EQ(check.difference, "")
-                                << metric.name << " " << form.kernel_word() << " k " << k;
+                            ASSERT_EQ(check.difference, "") << metric.name << " " << form.kernel_word() << " k " << k;
                             EXPECT_EQ(check.rows, among != nullptr ? 234u : rows);
                             EXPECT_LE(check.bound, 1e-4 * dims * 16384); // or the check would mean nothing
                         }
