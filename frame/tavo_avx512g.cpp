@@ -9,7 +9,9 @@
 #include "frame/dispatch_table.h"
 #include "frame/processor.h"
 #include "frame/tavo_status.h"
+#include "vector/distance.h"
 #include "vector/pick_metric.h"
+#include "vector/topk.h"
 
 extern "C" {
 ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
@@ -84,6 +86,8 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);
+    OPERATION(vector_distance);
+    OPERATION(vector_topk);
     OPERATION(vector_pick_metric);
 #undef OPERATION
     return ctx;
