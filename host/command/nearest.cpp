@@ -115,8 +115,9 @@ int run(const nearest_options &options) {
         }
     }
 
-    // The word itself is no answer: one more is looked for, and it is left out.
-    const ub4 k = word && options.k < words.rows() ? options.k + 1 : std::min(options.k, words.rows());
+    // The word itself is no answer: where it is among those looked at, one more is looked for, and it is left out.
+    const bool competes = word && (!among || (among->bits[*word / 64] >> *word % 64 & 1) != 0);
+    const ub4 k = competes && options.k < words.rows() ? options.k + 1 : std::min(options.k, words.rows());
     const selection *selected = among ? &*among : nullptr;
     std::vector<neighbour> found = nearest(session, search.rows(), search.query(), *metric, k, selected, steps);
     nearest_check check;
@@ -127,8 +128,10 @@ int run(const nearest_options &options) {
             return check_failed;
         }
     }
-    if (word)
+    if (competes) {
+        steps.back().what += ", the word itself being one";
         std::erase_if(found, [&](const neighbour &n) { return n.row == *word; });
+    }
     if (found.size() > options.k)
         found.pop_back();
 
@@ -147,8 +150,8 @@ int run(const nearest_options &options) {
         out.write(explain(steps));
     }
     if (options.check)
-        out.write(fmt::format("check: {} of {} words compared by plain double-precision loops: agrees; largest "
-                              "difference {:.2g}, allowed {:.2g}\n",
+        out.write(fmt::format("check: {} of {} words by plain double-precision loops, {:.2g} apart at most, {:.2g} "
+                              "allowed: agrees\n",
                               check.rows, words.rows(), check.largest, check.bound));
     out.finish();
     return answered;
