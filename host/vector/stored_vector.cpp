@@ -10,6 +10,9 @@ namespace host {
 
 namespace {
 
+// A few bytes may state any number of dimensions.
+constexpr ub4 most_read_dims = 1 << 24;
+
 std::size_t rounded_up(std::size_t n, std::size_t unit) { return (n + unit - 1) / unit * unit; }
 
 void append_big_endian(std::vector<ub1> &to, ub8 value, unsigned bytes) {
@@ -159,6 +162,9 @@ void append_image(std::vector<ub1> &to, const vector_form &form, std::span<const
 
 void read_elements(const vector_form &form, ub4 dims, const ub1 *at, const ub1 *end, std::vector<double> &values) {
     if (form.sparse) {
+        if (dims > most_read_dims)
+            throw error(fmt::format("a stored vector has {} dimensions, more than the {} that are read one by one",
+                                    dims, most_read_dims));
         values.assign(dims, 0);
         read_sparse(form, at, end, values);
         return;

@@ -36,7 +36,7 @@ void append_elements(std::vector<ub1> &to, const vector_form &, std::span<const 
 void append_image(std::vector<ub1> &to, const vector_form &, std::span<const double> values);
 
 // The numbers of a vector, read plainly into `values`; `end` is the first byte that is not the vector's to read. Throws
-// where the bytes are not what they should be.
+// where the bytes are not what they should be, and for more than 2^24 dimensions of a sparse vector.
 void read_elements(const vector_form &, ub4 dims, const ub1 *at, const ub1 *end, std::vector<double> &values);
 
 // The same of an image, whatever its form, which is returned.

@@ -198,6 +198,21 @@ TEST(VectorImage, DamagedOnesAreRefused) {
     refused(changed(18, 3), "ends");            // listed elements
     for (std::size_t size = 0; size < good.size(); size++)
         refused(std::vector<ub1>(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)), "early");
+    refused(changed(5, 1), "more than");
+
+    // Whatever the bytes are: read within their end, or refused. (For the sanitizers.)
+    std::mt19937_64 random(5);
+    for (int i = 0; i < 1500; i++) {
+        std::vector<ub1> bytes = image({element_kinds[i % 6].type, i % 4 < 2, i % 3 == 0}, {0, 1, 0, 1, 1});
+        for (unsigned j = random() % 4; j > 0; j--)
+            bytes[random() % bytes.size()] = static_cast<ub1>(random());
+        std::vector<double> values;
+        try {
+            read_image(bytes.data(), bytes.data() + bytes.size(), values);
+            EXPECT_LE(values.size(), 1u << 24);
+        } catch (const error &) {
+        }
+    }
 }
 
 TEST(VectorText, Parsed) {
