@@ -2,6 +2,7 @@
 #include "host/vector/nearest.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fmt/format.h>
 #include <map>
 #include <memory>
@@ -138,7 +139,8 @@ int run(const nearest_options &options) {
     std::string answer = fmt::format("word,{}\n", metric->result);
     for (const neighbour &n : found) {
         append_csv(answer, words.words()[n.row]);
-        answer += fmt::format(",{:.6g}\n", n.distance * metric->shown + 0.0); // no -0
+        answer +=
+            std::isnan(n.distance) ? ",nan\n" : fmt::format(",{:.6g}\n", n.distance * metric->shown + 0.0); // no -0
     }
     output out;
     out.write(answer);

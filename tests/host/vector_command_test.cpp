@@ -24,12 +24,14 @@ protected:
 };
 
 TEST_F(NearestCommand, NeighboursOfAWord) {
-    const outcome o = run("nearest king --data " + words_ + " --k 3");
+    outcome o = run("nearest king --data " + words_ + " --k 3");
     EXPECT_EQ(o.status, 0) << o.err;
     // From the package's own numbers, in doubles: prince 0.2318, queen 0.2492, son 0.2979.
     EXPECT_EQ(words_of(o), (std::vector<std::string>{"prince", "queen", "son"})) << o.out;
     EXPECT_TRUE(o.out.starts_with("word,cosine_distance\nprince,0.23")) << o.out;
     EXPECT_EQ(o.err, "");
+    o = run("nearest king --data " + words_ + " --k 2 --metric dot"); // the largest first
+    EXPECT_TRUE(o.out.starts_with("word,dot_product\nemperor,28.5")) << o.out;
 }
 
 TEST_F(NearestCommand, EveryMetricAndTypeAgreesWithPlainLoops) {
@@ -76,6 +78,13 @@ TEST_F(NearestCommand, ByNumbers) {
         EXPECT_EQ(o.status, 0) << o.err;
         EXPECT_EQ(words_of(o).size(), 5u);
     }
+    // Nothing but zeros: no bit is set, and it has no direction.
+    std::string zeros = "[0";
+    for (int i = 1; i < 100; i++)
+        zeros += ",-0";
+    const outcome o = run("nearest '" + zeros + "]' --check --k 1 --type bits --data " + words_);
+    EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_NE(o.out.find(",nan\n"), std::string::npos) << o.out;
     expect_refused("nearest '" + vector + ", 1]' --data " + words_,
                    "the query has 101 dimensions, the words' vectors have 100");
     expect_refused("nearest '[1,2,x]' --data " + words_, "expected a number\n  [1,2,x]\n       ^");

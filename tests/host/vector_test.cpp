@@ -152,6 +152,7 @@ TEST(VectorColumn, EveryFormIsReadBack) {
                     std::vector<double> read;
                     flexible.read(static_cast<ub4>(i), read);
                     ASSERT_EQ(read, rows[i]) << form.kernel_word();
+                    ASSERT_EQ(reinterpret_cast<std::uintptr_t>(flexible.row_begin(static_cast<ub4>(i))) % 8, 0u);
                 }
             }
 }
