@@ -44,8 +44,9 @@ template <class Metric, class Left, class Right>
         sums[k].clear();
     typename Metric::totals totals{};
 
+    const bool any_block = dims >= registers * L::count;
     ub4 blocks = dims / (registers * L::count), rest = dims % (registers * L::count);
-    if (blocks != 0) {
+    if (any_block) {
         do {
             decltype(loader<Left>::one(left)) a[2], b[2];
 #pragma GCC unroll 4
@@ -71,9 +72,6 @@ template <class Metric, class Left, class Right>
             for (unsigned k = 0; k < registers; k += 2)
                 gather_dealt(sums[k].sum, sums[k + 1].sum);
         }
-#pragma GCC unroll 8
-        for (unsigned k = 1; k < registers; k++)
-            sums[k].add_to(totals);
     }
 #pragma GCC unroll 1
     for (; rest >= L::count; rest -= L::count, left += step, right += step)
@@ -82,7 +80,10 @@ template <class Metric, class Left, class Right>
         const auto m = L::first(rest);
         sums[0].step(loader<Left>::masked(left, m), loader<Right>::masked(right, m), threshold, m);
     }
-    sums[0].add_to(totals);
+    if (any_block)
+        Metric::template accumulator<L>::add_all(totals, sums);
+    else
+        sums[0].add_to(totals);
     return totals;
 }
 

@@ -81,6 +81,23 @@ struct f32_lanes {
         const __m128 two = _mm_add_ps(four, _mm_movehl_ps(four, four));
         return static_cast<double>(_mm_cvtss_f32(_mm_add_ss(two, _mm_shuffle_ps(two, two, 1))));
     }
+    // The same of eight registers, halves of several of them in one addition.
+    [[gnu::always_inline]] static void sums(const value (&v)[8], double (&out)[8]) {
+        value four[4], two[2];
+#pragma GCC unroll 4
+        for (int k = 0; k < 4; k++)
+            four[k] = _mm512_add_ps(_mm512_shuffle_f32x4(v[2 * k], v[2 * k + 1], 0x44),
+                                    _mm512_shuffle_f32x4(v[2 * k], v[2 * k + 1], 0xee));
+#pragma GCC unroll 2
+        for (int k = 0; k < 2; k++)
+            two[k] = _mm512_add_ps(_mm512_shuffle_f32x4(four[2 * k], four[2 * k + 1], 0x88),
+                                   _mm512_shuffle_f32x4(four[2 * k], four[2 * k + 1], 0xdd));
+        const value pairs =
+            _mm512_add_ps(_mm512_shuffle_ps(two[0], two[1], 0x44), _mm512_shuffle_ps(two[0], two[1], 0xee));
+        const value all = _mm512_add_ps(pairs, _mm512_permute_ps(pairs, 0xb1));
+        const __m512i place = _mm512_setr_epi32(0, 4, 8, 12, 2, 6, 10, 14, 0, 0, 0, 0, 0, 0, 0, 0);
+        _mm512_storeu_pd(out, _mm512_cvtps_pd(_mm512_castps512_ps256(_mm512_permutexvar_ps(place, all))));
+    }
 };
 
 // 8 lanes of binary64.
@@ -111,6 +128,20 @@ struct f64_lanes {
         const __m256d four = _mm256_add_pd(_mm512_castpd512_pd256(v), _mm512_extractf64x4_pd(v, 1));
         const __m128d two = _mm_add_pd(_mm256_castpd256_pd128(four), _mm256_extractf128_pd(four, 1));
         return _mm_cvtsd_f64(_mm_add_sd(two, _mm_unpackhi_pd(two, two)));
+    }
+    [[gnu::always_inline]] static void sums(const value (&v)[8], double (&out)[8]) {
+        value four[4], two[2];
+#pragma GCC unroll 4
+        for (int k = 0; k < 4; k++)
+            four[k] = _mm512_add_pd(_mm512_shuffle_f64x2(v[2 * k], v[2 * k + 1], 0x44),
+                                    _mm512_shuffle_f64x2(v[2 * k], v[2 * k + 1], 0xee));
+#pragma GCC unroll 2
+        for (int k = 0; k < 2; k++)
+            two[k] = _mm512_add_pd(_mm512_shuffle_f64x2(four[2 * k], four[2 * k + 1], 0x88),
+                                   _mm512_shuffle_f64x2(four[2 * k], four[2 * k + 1], 0xdd));
+        const value all = _mm512_add_pd(_mm512_unpacklo_pd(two[0], two[1]), _mm512_unpackhi_pd(two[0], two[1]));
+        const __m512i place = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+        _mm512_storeu_pd(out, _mm512_permutexvar_pd(place, all));
     }
 };
 

@@ -51,8 +51,28 @@ constexpr double hamming_threshold(base a, base b) {
 // A metric has
 //   totals                   the sums, zero at first
 //   pair, left, right        one position: of both operands, or of one against a zero
-//   accumulator<L>           the same sums in lanes, with step() for a register of either operand
+//   accumulator<L>           the same sums in lanes, with step() for a register of either operand; add_to() adds one's
+//                            lanes to the totals, add_all() those of all of a block, number 0 last
 //   result                   of the totals
+
+// The lanes of one register an accumulator, added up in the order of the accumulators.
+template <class L, class Accumulator, unsigned N>
+[[gnu::always_inline]] inline void add_in_order(double &total, const Accumulator (&of)[N]) {
+    double sum[N];
+    if constexpr (N == 8) {
+        const typename L::value lanes[8] = {of[0].sum, of[1].sum, of[2].sum, of[3].sum,
+                                            of[4].sum, of[5].sum, of[6].sum, of[7].sum};
+        L::sums(lanes, sum);
+    } else {
+#pragma GCC unroll 8
+        for (unsigned k = 0; k < N; k++)
+            sum[k] = L::sum(of[k].sum);
+    }
+#pragma GCC unroll 8
+    for (unsigned k = 1; k < N; k++)
+        total += sum[k];
+    total += sum[0];
+}
 
 struct euclid {
     static constexpr bool skips_unmatched = false;
@@ -87,6 +107,10 @@ struct euclid {
             sum = L::multiply_add(d, d, sum, m);
         }
         [[gnu::always_inline]] void add_to(totals &t) const { t.sum += L::sum(sum); }
+        template <unsigned N>
+        [[gnu::always_inline]] static void add_all(totals &t, const accumulator (&of)[N]) {
+            add_in_order<L>(t.sum, of);
+        }
     };
     [[gnu::always_inline]] static double result(const totals &t, ub4 metric) { return euclid_result(t.sum, metric); }
 };
@@ -117,6 +141,10 @@ struct dotprod {
             sum = L::multiply_add(L::number(a), L::number(b), sum, m);
         }
         [[gnu::always_inline]] void add_to(totals &t) const { t.sum += L::sum(sum); }
+        template <unsigned N>
+        [[gnu::always_inline]] static void add_all(totals &t, const accumulator (&of)[N]) {
+            add_in_order<L>(t.sum, of);
+        }
     };
     [[gnu::always_inline]] static double result(const totals &t, ub4 metric) { return dotprod_result(t.sum, metric); }
 };
@@ -163,6 +191,16 @@ struct cosine {
             t.left_squares += L::sum(left_squares);
             t.right_squares += L::sum(right_squares);
         }
+        [[gnu::always_inline]] static void add_all(totals &t, const accumulator (&of)[3]) {
+            const typename L::value lanes[8] = {of[1].products,      of[2].products,     of[0].products,
+                                                of[1].left_squares,  of[2].left_squares, of[0].left_squares,
+                                                of[1].right_squares, of[2].right_squares};
+            double sum[8];
+            L::sums(lanes, sum);
+            t.products += sum[0], t.products += sum[1], t.products += sum[2];
+            t.left_squares += sum[3], t.left_squares += sum[4], t.left_squares += sum[5];
+            t.right_squares += sum[6], t.right_squares += sum[7], t.right_squares += L::sum(of[0].right_squares);
+        }
     };
     [[gnu::always_inline]] static double result(const totals &t, ub4 metric) {
         return cosine_result(t.products, t.left_squares, t.right_squares, metric);
@@ -199,6 +237,10 @@ struct manhattan {
             sum = L::add(sum, L::absolute(L::difference(a, b)), m);
         }
         [[gnu::always_inline]] void add_to(totals &t) const { t.sum += L::sum(sum); }
+        template <unsigned N>
+        [[gnu::always_inline]] static void add_all(totals &t, const accumulator (&of)[N]) {
+            add_in_order<L>(t.sum, of);
+        }
     };
     [[gnu::always_inline]] static double result(const totals &t, ub4) { return t.sum; }
 };
@@ -239,6 +281,17 @@ struct hamming {
                 t.count += static_cast<ub4>(_mm512_reduce_add_epi32(counts));
             else
                 t.count += static_cast<ub4>(_mm512_reduce_add_epi64(counts));
+        }
+        template <unsigned N>
+        [[gnu::always_inline]] static void add_all(totals &t, accumulator (&of)[N]) {
+#pragma GCC unroll 8
+            for (unsigned k = 1; k < N; k++) {
+                if constexpr (L::count == 16)
+                    of[0].counts = _mm512_add_epi32(of[0].counts, of[k].counts);
+                else
+                    of[0].counts = _mm512_add_epi64(of[0].counts, of[k].counts);
+            }
+            of[0].add_to(t);
         }
     };
     [[gnu::always_inline]] static double result(const totals &t, ub4) { return static_cast<double>(t.count); }
