@@ -15,6 +15,9 @@
 #define _MM_CMPINT_GE 5
 #define _MM_CMPINT_GT 6
 #endif
+#ifndef _CMP_LE_OQ
+#define _CMP_LE_OQ 18
+#endif
 
 namespace tavo::portable {
 

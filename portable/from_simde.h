@@ -63,8 +63,11 @@ using __mmask64 = simde__mmask64;
 #define _mm256_setzero_si256 simde_mm256_setzero_si256
 #define _mm256_shuffle_epi8 simde_mm256_shuffle_epi8
 #define _mm256_slli_epi16 simde_mm256_slli_epi16
+#define _mm256_srai_epi16 simde_mm256_srai_epi16
 #define _mm256_srli_epi16 simde_mm256_srli_epi16
 #define _mm256_storeu_si256 simde_mm256_storeu_si256
+#undef _mm256_ternarylogic_epi32
+#define _mm256_ternarylogic_epi32 simde_mm256_ternarylogic_epi32
 
 #define _mm512_add_epi16 simde_mm512_add_epi16
 #define _mm512_add_epi32 simde_mm512_add_epi32
@@ -103,10 +106,12 @@ using __mmask64 = simde__mmask64;
 #define _mm512_mask_max_epu8 simde_mm512_mask_max_epu8
 #define _mm512_mask_min_epu16 simde_mm512_mask_min_epu16
 #define _mm512_mask_min_epu8 simde_mm512_mask_min_epu8
+#define _mm512_max_epi8 simde_mm512_max_epi8
 #define _mm512_max_epu16 simde_mm512_max_epu16
 #define _mm512_max_epu32 simde_mm512_max_epu32
 #define _mm512_max_epu64 simde_mm512_max_epu64
 #define _mm512_max_epu8 simde_mm512_max_epu8
+#define _mm512_min_epi8 simde_mm512_min_epi8
 #define _mm512_min_epu16 simde_mm512_min_epu16
 #define _mm512_min_epu32 simde_mm512_min_epu32
 #define _mm512_min_epu64 simde_mm512_min_epu64
@@ -125,6 +130,8 @@ using __mmask64 = simde__mmask64;
 #define _mm512_permutex2var_ps simde_mm512_permutex2var_ps
 #define _mm512_permutexvar_epi16 simde_mm512_permutexvar_epi16
 #define _mm512_permutexvar_epi32 simde_mm512_permutexvar_epi32
+#define _mm512_permutexvar_pd simde_mm512_permutexvar_pd
+#define _mm512_permutexvar_ps simde_mm512_permutexvar_ps
 #define _mm512_popcnt_epi64 simde_mm512_popcnt_epi64
 #define _mm512_rolv_epi32 simde_mm512_rolv_epi32
 #define _mm512_sad_epu8 simde_mm512_sad_epu8
@@ -140,6 +147,12 @@ using __mmask64 = simde__mmask64;
 #define _mm512_setzero_ps simde_mm512_setzero_ps
 #define _mm512_setzero_si512 simde_mm512_setzero_si512
 #define _mm512_shuffle_epi8 simde_mm512_shuffle_epi8
+#undef _mm512_shuffle_f32x4
+#define _mm512_shuffle_f32x4 simde_mm512_shuffle_f32x4
+#undef _mm512_shuffle_f64x2
+#define _mm512_shuffle_f64x2 simde_mm512_shuffle_f64x2
+#undef _mm512_shuffle_ps
+#define _mm512_shuffle_ps simde_mm512_shuffle_ps
 #define _mm512_slli_epi32 simde_mm512_slli_epi32
 #define _mm512_slli_epi64 simde_mm512_slli_epi64
 #define _mm512_sllv_epi16 simde_mm512_sllv_epi16
@@ -159,10 +172,13 @@ using __mmask64 = simde__mmask64;
 #define _mm512_sub_epi16 simde_mm512_sub_epi16
 #define _mm512_sub_epi32 simde_mm512_sub_epi32
 #define _mm512_sub_epi64 simde_mm512_sub_epi64
+#define _mm512_sub_epi8 simde_mm512_sub_epi8
 #define _mm512_sub_pd simde_mm512_sub_pd
 #define _mm512_sub_ps simde_mm512_sub_ps
 #define _mm512_ternarylogic_epi32 simde_mm512_ternarylogic_epi32
 #define _mm512_ternarylogic_epi64 simde_mm512_ternarylogic_epi64
+#define _mm512_unpackhi_pd simde_mm512_unpackhi_pd
+#define _mm512_unpacklo_pd simde_mm512_unpacklo_pd
 #define _mm512_xor_epi32 simde_mm512_xor_epi32
 #define _mm512_xor_epi64 simde_mm512_xor_epi64
 #define _mm512_xor_si512 simde_mm512_xor_si512

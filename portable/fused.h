@@ -28,3 +28,11 @@ TAVO_FUSED(_mm256, __m256d, double, pd)
 TAVO_FUSED(_mm, __m128, float, ps)
 TAVO_FUSED(_mm, __m128d, double, pd)
 #undef TAVO_FUSED
+
+// Lanes without their bit keep the addend.
+inline __m512 _mm512_mask3_fmadd_ps(__m512 a, __m512 b, __m512 c, __mmask16 mask) {
+    return tavo::portable::choose<float>(mask, _mm512_fmadd_ps(a, b, c), c);
+}
+inline __m512d _mm512_mask3_fmadd_pd(__m512d a, __m512d b, __m512d c, __mmask8 mask) {
+    return tavo::portable::choose<double>(mask, _mm512_fmadd_pd(a, b, c), c);
+}

@@ -1,4 +1,5 @@
 // The dense members of bit vectors, counting by instruction. Selected only where tavo_has_vpopcdq is set.
+#include "bitvec/instruction_count.h"
 #include "vector/bits.h"
 #include "vector/distance_kernels.h"
 

@@ -94,7 +94,7 @@ struct f32_lanes {
                                    _mm512_shuffle_f32x4(four[2 * k], four[2 * k + 1], 0xdd));
         const value pairs =
             _mm512_add_ps(_mm512_shuffle_ps(two[0], two[1], 0x44), _mm512_shuffle_ps(two[0], two[1], 0xee));
-        const value all = _mm512_add_ps(pairs, _mm512_permute_ps(pairs, 0xb1));
+        const value all = _mm512_add_ps(pairs, _mm512_shuffle_ps(pairs, pairs, 0xb1));
         const __m512i place = _mm512_setr_epi32(0, 4, 8, 12, 2, 6, 10, 14, 0, 0, 0, 0, 0, 0, 0, 0);
         _mm512_storeu_pd(out, _mm512_cvtps_pd(_mm512_castps512_ps256(_mm512_permutexvar_ps(place, all))));
     }
