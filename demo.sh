@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# ./demo.sh: builds the library and the command tavo, and asks questions of real flights and airports. Every answer is
-# recomputed from the text of the file in plain C++ (--check); the last line says whether all agree.
+# ./demo.sh: builds the library and the command tavo, and asks questions of real flights and airports, and for similar
+# words. Every answer is recomputed in plain C++ (--check); the last line says whether all agree.
 set -uo pipefail
 cd "$(dirname "$(readlink -f "$0")")" || exit 1
 
@@ -23,7 +23,7 @@ if ! { cmake --preset library "${form[@]}" && cmake --build --preset library; } 
     exit 1
 fi
 
-flights=host/data/flights-100k.csv airports=host/data/airports.csv
+flights=host/data/flights-100k.csv airports=host/data/airports.csv words=host/data/words-10k.vectors
 asked=0 agreed=0
 answer=$(mktemp)
 trap 'rm -f "$log" "$answer"' EXIT
@@ -35,11 +35,12 @@ show() { # as one would type it
     done
     echo
 }
-ask() {
+ask() { ask_by query "$@"; }
+ask_by() { # subcommand
     local status=0
-    show query "$@" --explain --check
+    show "$@" --explain --check
     asked=$((asked + 1))
-    build/library/host/tavo query "$@" --explain --check </dev/null 2>&1 | tee "$answer" || status=$?
+    build/library/host/tavo "$@" --explain --check </dev/null 2>&1 | tee "$answer" || status=$?
     if [ "$status" -eq 0 ] && grep -q '^check: .* agrees$' "$answer"; then
         agreed=$((agreed + 1))
     else
@@ -57,6 +58,12 @@ show columns "$flights" "${forms[@]}"
 build/library/host/tavo columns "$flights" "${forms[@]}" </dev/null || exit 1
 ask "$flights" "${forms[@]}" --where "origin = SFO" --where "distance >= 2500" --where "delay > 90" --limit 5
 ask "$airports" --null NA --where "latitude > 48.9" --where "not state = AK" --limit 5
+# Nearest neighbours among vectors of 100 dimensions: as the file has them, of the words that predicates select, and as
+# bytes and bits.
+ask_by nearest river --data "$words" --k 5
+ask_by nearest river --data "$words" --k 5 --metric euclid --type float --where "first = s" --where "length <= 6"
+ask_by nearest king --data "$words" --k 5 --type int8
+ask_by nearest king --data "$words" --k 5 --metric hamming --type bits
 
 echo
 if [ "$agreed" -eq "$asked" ]; then
