@@ -13,8 +13,7 @@ template <class Hash>
 [[gnu::noinline]] void bucket_addresses(const tavo_kv *kv, const void *segment, const ub1 *hashes, ub8 row, ub4 n,
                                         ub1 **heads) noexcept {
     const tavo_kv_region &r = kv->region[0];
-    const __m512i bucket_mask = 
-        _mm512_set1_epi64(static_cast<sb8>(((ub8{1} << r.element_bits) - 1) & 0xffffffff));
+    const __m512i bucket_mask = _mm512_set1_epi64(static_cast<sb8>(((ub8{1} << r.element_bits) - 1) & 0xffffffff));
     const __m512i segment_mask = _mm512_set1_epi64(tavo_kv_num_segments(kv) - 1);
     const __m512i element_bits = _mm512_set1_epi64(r.element_bits);
     if (!segment && tavo_kv_num_segments(kv) == 1)

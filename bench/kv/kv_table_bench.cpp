@@ -91,7 +91,8 @@ struct rows {
         for (ub4 i = 0; i < n; i++) {
             hashes.push_back(mix(numbers[i]));
             std::memcpy(keys.data() + std::size_t{i} * key_bytes, &numbers[i], std::min(key_bytes, 8u));
-            std::memcpy(reinterpret_cast<ub1 *>(values.data()) + std::size_t{i} * value_bytes, &numbers[i], value_bytes);
+            std::memcpy(reinterpret_cast<ub1 *>(values.data()) + std::size_t{i} * value_bytes, &numbers[i],
+                        value_bytes);
         }
         hash_enc.flags = TAVO_HASHES;
         hash_enc.width_code = 22;
@@ -235,8 +236,8 @@ void random_reads(benchmark::State &state, const table_size &size) {
     const ub4 bits = t.kv.region[0].element_bits;
     for (ub4 i = 0; i < probes; i++) {
         const ub8 h = mix(i + 77);
-        lines[i] = static_cast<ub1 *>(t.segments[0][h >> bits & (t.segments[0].size() - 1)]) +
-                   (h & ((1u << bits) - 1)) * 64;
+        lines[i] =
+            static_cast<ub1 *>(t.segments[0][h >> bits & (t.segments[0].size() - 1)]) + (h & ((1u << bits) - 1)) * 64;
     }
     __m512i sum = _mm512_setzero_si512();
     report_best(state, 0, probes, [&] {
