@@ -1,5 +1,6 @@
 // The front door of the build: which kernel takes the rows, and the cutting of rows whose keys need normalising.
 #include <algorithm>
+#include <atomic>
 
 #include "frame/tavo_status.h"
 #include "frame/tavoc_avx512g.h"
@@ -226,14 +227,18 @@ extern "C" ub4 tavo_create_add_kv_dydi(tavo_kv *kv, tavo_vec *hashes, tavo_vec *
     const ub4 kind = TAVO_KV_KIND(kv->flags), type = TAVO_KV_TYPE(kv->flags);
     if (kind > TAVO_KV_ARRAY_COUNT || type > 15)
         return TAVO_UNSUPPORTED;
+    // Threads that build a segment each meet here: they all store the same width, the first time only, so that the
+    // record's line stays shared.
+    const std::atomic_ref<ub4> key_bits(kv->key_bits);
     const ub4 width = kind == TAVO_KV_FIXED_KEY ? key_width_bits(keys) : 0;
-    if (width != 0 && kv->key_bits != 0 && kv->key_bits != width)
+    const ub4 kept_width = key_bits.load(std::memory_order_relaxed);
+    if (width != 0 && kept_width != 0 && kept_width != width)
         return TAVO_UNSUPPORTED;
     const bool is_array = kind >= TAVO_KV_ARRAY;
     const ub4 form = is_array ? 0 : form_of(kv);
     const auto keep_width = [&] {
-        if (width != 0)
-            kv->key_bits = width;
+        if (width != 0 && kept_width == 0)
+            key_bits.store(width, std::memory_order_relaxed);
     };
 
     // A record stream as it is.
