@@ -116,7 +116,6 @@ TEST(KvBuild, SegmentsInParallel) {
     const ub4 segments = table.kv.region[0].segment_count;
     ASSERT_GE(segments, 4u);
     table.map(1, 0);
-    table.map(1, 1);
     std::vector<std::vector<ub8>> of_segment(segments);
     for (ub8 number : numbers(6000, 3000, rng))
         of_segment[maker.hash(number) >> table.kv.region[0].element_bits & (segments - 1)].push_back(number);
