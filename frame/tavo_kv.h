@@ -2,15 +2,56 @@
  * mut_kv_scan read.
  *
  *   1. Set kv->flags to TAVO_KV_FLAGS(kind, type), zero the rest, call layout_kv(ndv, rows, &kv->flags, kv, ...).
- *   2. For every region give `segments` room for segment_count addresses. A segment is 1 << element_bits elements,
- *      tavo_kv_segment_bytes bytes, zeroed and 64-byte aligned. Region 0 is mapped whole before rows are added;
- *      the others may be mapped as the allocator callback hands out elements. Store in mapped_segments how many
- *      addresses stand.
- *   3. create_add_kv, as often as wanted, up to the rows that layout was told. On any result but 0 and 2 map what
- *      tavo_kv_status names and call again with the same arguments: env->resume_row remembers the rows done. Zero it
- *      for the next batch.
+ *   2. For every region give `segments` room for segment_count addresses; TAVO_KV_ARRAY needs more, see "Array kinds".
+ *      A segment is 1 << element_bits elements, tavo_kv_segment_bytes bytes, zeroed and 64-byte aligned. Region 0 of a
+ *      table of buckets is mapped whole before rows are added; the others may be mapped as the allocator callback hands
+ *      out elements. Store in mapped_segments how many addresses stand.
+ *   3. create_add_kv, as often as wanted, up to the rows that layout was told. On any result but 0 and 2 map what is
+ *      missing (below) and call again with the same arguments: env->resume_row remembers the rows done. Zero it for the
+ *      next batch.
  *   4. probe_kv with env->aux pointing at a zeroed tavo_aux_info. On TAVO_PROBE_FULL drain the outputs, set
  *      value_out->size to the capacity again and call again with the same arguments.
+ *
+ * What is missing after create_add_kv:
+ *   TAVO_KEY_BEYOND_MAP (11)   array kinds: all segments of region 0 up to status->build.segment, whatever region_class
+ *                              says: TAVO_KV_ARRAY_COUNT names class 1 for one of the last rows of a call.
+ *                              TAVO_KV_ARRAY: one segment more, see below.
+ *   TAVO_SEGMENT_MISSING (12)  segment build.segment of region 1: counters, or row lists of 8 bytes, where 12 comes
+ *                              back whatever the callback returned.
+ *   other                      the callback's result: segment build.segment of region build.region_class.
+ *
+ * Array kinds, what they need beyond segment_count:
+ *   - TAVO_KV_ARRAY, region 0: rows go in batches, but for the last up to three of a call, and in a batch the last key
+ *     of the mapped range does not pass. A table whose largest key is the last of a segment therefore needs one segment
+ *     more: with ndv 0x1ffff layout asks for one, and a batch with key 0x1ffff gets 11 until a second is mapped. Give
+ *     `segments` segment_count + 1 places. TAVO_KV_ARRAY_COUNT takes the last key.
+ *   - List nodes: segment_count counts a unit for a row, lists take up to 5.5 (region 2 of k4v4) or 2.7 (region 1 of
+ *     k4v8). A callback that hands out units one behind the other needs at most 6, or 3, times segment_count places; a
+ *     host that gives fewer has the callback refuse what goes beyond.
+ *   - k4v4: a refusal of a list node (region 2) with exactly 1 drops the row, for good, and the build goes on and may
+ *     return 0: callbacks that want to be called again return another number. After a result of 0 the element is
+ *     mapped: anything else aborts. k4v8 returns 12 there.
+ *
+ * The arguments of create_add_kv and probe_kv:
+ *   hashes      a vector with TAVO_HASHES: ub4 hashes with enc->width_code 21, ub8 hashes with 22, native; its size is
+ *               the number of rows. Or a record stream (TAVO_RECORD_..., build only). TAVO_KV_GD without TAVO_HASHES:
+ *               size and hashes are those of the key column: ((ub4 *)enc->side_table)[code] if side_table is set,
+ *               else the code. Array kinds read no hashes, and the size of `keys`. The host hashes both sides alike.
+ *   keys        TAVO_KV_FIXED_KEY: (enc->width_bits + 7) / 8 bytes a row, at most the slot's (a wider one aborts).
+ *               TAVO_KV_LP: enc->flags TAVO_LP, records of 10 bytes: ub2 length, address; or TAVO_LP_SEP, addresses,
+ *               with the ub2 lengths in `lengths`. TAVO_KV_GD, array kinds: native ub4. TAVO_KV_HASH_VALUE: not read.
+ *   values      build: 4 or 8 bytes a row, native, as the type says (a ub4 or ub8, whatever it means to the host). With
+ *               TAVO_ROWID_BASE no data: row r has the value first_row + r, cut to the type's value. Key-only types and
+ *               record streams: not read.
+ *   segment_id  build: negative, the hash picks the segment; else the segment of region 0 that all rows go to, for
+ *               builds by partition: below 1 << region[0].segment_id_bits (another aborts).
+ *   rids        probe: the rows' ids, a vector of ub8; then rid_out is an array of ub8. Or with TAVO_ROWID_BASE the ids
+ *               first_row + r; then rid_out is an array of ub4. Modes that write no ids read neither.
+ *   value_out   probe: data: values of 4 or 8 bytes as the type says, not written by key-only types; size: capacity in
+ *               outputs, of rid_out too, and on return the number of outputs. Modes that count return their sum, cut
+ *               to 32 bits, in `count` and `size`; they alone may be given null. Array elements at and behind `size` on
+ *               return, within the capacity, are not the host's to rely on.
+ * mut_kv_scan: values as value_out, capacity and number in `size`; modes that count use out->count and position->count.
  *
  * The library allocates nothing and keeps nothing: all memory is the host's. Nothing is read or written outside the
  * segments, vectors and records named here. */
@@ -43,7 +84,8 @@ enum tavo_kv_type {
     TAVO_KV_K12V4 = 15
 };
 
-/* Bits 8 to 11 of tavo_kv.flags: where a row's key comes from. */
+/* Bits 8 to 11 of tavo_kv.flags: where a row's key comes from. layout_kv shapes buckets by the type alone and refuses
+ * only array kinds with another type than theirs; create_add_kv returns 2 for a type that a kind does not list. */
 enum tavo_kv_kind {
     TAVO_KV_HASH_VALUE = 0, /* the hash itself: bits 32 and up of a 64-bit hash, 0 replaced by 1; a 32-bit hash as it
                                is. k2v4 k2v8 k4v4 k4v8 */
@@ -63,14 +105,14 @@ enum tavo_kv_kind {
 #define TAVO_KV_UNIQUE 0x10000u  /* host: array kinds keep the first row of a key */
 
 struct tavo_kv_region {
-    ub4 segment_count;   /* out of layout: segments that the host must be ready to provide */
+    ub4 segment_count;   /* out of layout: segments that the host must be ready to provide; TAVO_KV_ARRAY: and more */
     ub1 segment_id_bits; /* out of layout: log2 of the segment numbers that a hash is masked to (region 0) */
     ub1 element_bits;    /* out of layout: log2 of the elements (buckets, keys, units) in one segment */
     ub1 alloc_hint;      /* out of layout: for the host's allocator; not read again */
     ub2 element_size;    /* out of layout: bits of an element; 34 (bytes of a group of 8 keys) in region 0 of arid4 */
     ub2 entries;         /* out of layout: entries of an element; the capacity of a bucket */
     ub4 one;             /* out of layout, region 0: 1 */
-    void **segments;     /* host: segment_count addresses; element e is in segments[e >> element_bits] */
+    void **segments;     /* host: segment_count addresses or more; element e is in segments[e >> element_bits] */
     ub4 mapped_segments; /* host: how many of the addresses are in use; bounds the keys of the array kinds */
 };
 
@@ -83,13 +125,13 @@ struct tavo_kv {
 /* tavo_kv_alloc_fn, create_add_kv's callback: hands out `count` elements in a row of the region that is passed (they
  * must not straddle a segment), zeroed and mapped, stores the first one's number in *id and returns 0. Ids of region 1
  * of a table in index form stay below 2^(32 - count bits) - 1, at least 2^28 - 1. On any other result, which
- * create_add_kv returns, *id holds the element that was wanted: tavo_kv_status then names its segment. The callback
- * gets no handle: a host finds its own from the address of the region (&kv->region[i]). */
+ * create_add_kv returns (array kinds: see above), *id holds the element that was wanted: tavo_kv_status then names its
+ * segment. The callback gets no handle: a host finds its own from the address of the region (&kv->region[i]). */
 
 /* Written by a kernel that stopped (build) or added to when one ends (probe). */
 union tavo_kv_status {
     struct {
-        ub4 region_class; /* what is missing: 0 a segment of region 0, 1 of region 1, 2 of region 2 */
+        ub4 region_class; /* what is missing: a segment of region 0, 1 or 2; after 11 always one of region 0 */
         ub8 segment;      /* its number */
     } build;
     struct {
@@ -98,7 +140,8 @@ union tavo_kv_status {
     } probe;
 };
 
-/* A probe's state between calls, at env->aux; zeroed by the host before a pass. Modes that write output need one. */
+/* A probe's state between calls, at env->aux; zeroed by the host before a pass. Modes that write output and
+ * those with SEGBV need one. */
 struct tavo_aux_info {
     ub8 tavo_aux_stream_position;     /* buckets of the current row's chain already done; array kinds: the list node
                                          reached (arid4, arid8) or matches already written (acnt) */

@@ -52,6 +52,7 @@ private:
         TAVO_ASSERT(id == (ub4) id);
         // clang-format on
         const list4_record record{element_of<list4_record_bytes>(kv->region[1], id)};
+        TAVO_ASSERT(record.at != nullptr); // a callback that returned 0 has mapped the segment
         record.set_count(2);
         store_as(record.value(0), slot.cell() - 1);
         store_as(record.value(1), v);
@@ -119,7 +120,9 @@ private:
             slot.set_spilled();
             return {nullptr, TAVO_DONE};
         }
-        return {element_of<list4_unit_bytes>(kv->region[2], id), TAVO_DONE};
+        ub1 *at = element_of<list4_unit_bytes>(kv->region[2], id);
+        TAVO_ASSERT(at != nullptr);
+        return {at, TAVO_DONE};
     }
 
     void missing(ub4 region_class, ub8 segment) const noexcept {

@@ -36,7 +36,7 @@ struct array_probe {
         : value_out(out), rid_out(rids_at), kv(table), mode(m), env(e), status(s),
           keys(data_of(key_vec, e, array_texts)), rows(key_vec->size),
           capacity(counts(m) || !out ? 0 : out->size), rids{false, 0} {
-        TAVO_ASSERT(counts(mode) || (value_out && env->aux));
+        TAVO_ASSERT((counts(mode) || value_out) && (env->aux || !uses_aux(mode)));
         if (!writes_rids(mode))
             return;
         const bool autorid = flags_of(rid_vec) & TAVO_ROWID_BASE;

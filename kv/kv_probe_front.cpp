@@ -40,10 +40,11 @@ static row_ids row_ids_of(tavo_vec *rids, tavo_env *env) noexcept {
                                           const key_column *keys, const row_ids &rids, tavo_vec *value_out,
                                           void *rid_out, tavo_env *env, tavo_kv_status *status) noexcept {
     const table_type &type = table_types[TAVO_KV_TYPE(kv->flags)];
-    const bool whole = !keys || (in_place(*keys, type.key_bytes) && in_place(*hashes));
-    const ub4 chunk = whole ? rows : chunk_rows;
+    // Keys that stand in place are cut as well: what a call that stops has added to the totals, those of the chunks
+    // before, does not hang on the width of a key column.
+    const ub4 chunk = keys ? chunk_rows : rows;
     const bool counting = counts(mode);
-    TAVO_ASSERT(counting || (value_out && env->aux));
+    TAVO_ASSERT((counting || value_out) && (env->aux || !uses_aux(mode)));
     const ub4 capacity = counting ? 0 : value_out->size;
     ub4 written = 0, result = TAVO_DONE;
     ub8 counted = 0;

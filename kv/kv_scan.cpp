@@ -12,7 +12,8 @@ struct table_scan {
     tavo_kv_scan_position *position;
     ub4 end_segment;
     ub4 inverted; // xor on the marks: all ones for the unmarked
-    void *values; // null: count only
+    bool counting;
+    void *values; // not looked at when counting
     ub4 capacity;
     ub8 found = 0;
 };
@@ -78,8 +79,8 @@ static ub4 scan_buckets(table_scan &scan) noexcept {
 template <ub4 Type>
 static ub4 scan_type(table_scan &scan) noexcept {
     if (scan.kv->flags & TAVO_KV_PREFETCH)
-        return scan.values ? scan_buckets<Type, true, true>(scan) : scan_buckets<Type, true, false>(scan);
-    return scan.values ? scan_buckets<Type, false, true>(scan) : scan_buckets<Type, false, false>(scan);
+        return scan.counting ? scan_buckets<Type, true, false>(scan) : scan_buckets<Type, true, true>(scan);
+    return scan.counting ? scan_buckets<Type, false, false>(scan) : scan_buckets<Type, false, true>(scan);
 }
 
 static ub4 scan_table(table_scan &scan) noexcept {
@@ -112,6 +113,7 @@ extern "C" ub4 tavo_mut_kv_scan_dydi(tavo_vec *out, tavo_kv *kv, ub4 mode, tavo_
                     position,
                     end_segment,
                     mode >= TAVO_SCAN_UNMARKED ? ~0u : 0,
+                    counting,
                     counting ? nullptr : out->data,
                     counting ? 0 : out->size};
     ub4 result = TAVO_DONE;

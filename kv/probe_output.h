@@ -17,6 +17,8 @@ constexpr bool counts(ub4 mode) noexcept {
     return mode == TAVO_PROBE_COUNT || mode == TAVO_PROBE_COUNT_DISTINCT || mode == TAVO_PROBE_COUNT_NONMATCH ||
            mode == TAVO_PROBE_COUNT_MUTKV || mode == TAVO_PROBE_COUNT_SEGBV;
 }
+// Whether a mode needs env->aux: to go on after a stop, or for a bit vector.
+constexpr bool uses_aux(ub4 mode) noexcept { return !counts(mode) || mode == TAVO_PROBE_COUNT_SEGBV; }
 constexpr bool writes_rids(ub4 mode) noexcept { return !counts(mode) && mode != TAVO_PROBE_VALUES; }
 
 // The ids of probe rows: ub8 from a vector, or ub4 made from the position.

@@ -1,6 +1,8 @@
 // Rows of a join in every form in which build and probe take them.
 #pragma once
 
+#include <algorithm>
+
 #include "tests/kv/table_model.h"
 
 namespace tavo::test {

@@ -55,6 +55,7 @@ shape plain_layout(ub8 ndv, ub8 rows, ub4 flags, ub4 segment_log2, ub4 lower, ub
     }
     const auto &types = type_list();
     const auto t = std::find_if(types.begin(), types.end(), [&](auto &f) { return f.code == type; });
+    // Buckets are shaped by the type alone: that a kind has no use for a type shows when rows are added.
     if (kind > 3 || t == types.end())
         return {24, flags, {}};
 
@@ -154,9 +155,24 @@ TEST(KvLayout, Turns) {
     EXPECT_EQ(actual_layout(0, 1, arid8, 0, 0, 0, 0, false).region[0].segments, 1u);
     EXPECT_EQ(actual_layout(0x1ffff, 1, arid8, 0, 0, 0, 0, false).region[0].segments, 1u);
     EXPECT_EQ(actual_layout(0x20000, 1, arid8, 0, 0, 0, 0, false).region[0].segments, 2u);
-    // A form that fails leaves its figures behind.
-    s = actual_layout(~0ull, ~0ull, k4v4, 12, 0, 0, 1, true);
-    EXPECT_EQ(s.status, 10u);
+    EXPECT_EQ(actual_layout(~0ull, ~0ull, k4v4, 12, 0, 0, 1, true).status, 10u);
+}
+
+// Where both forms fail the index form leaves its figures behind. No bucket in use can come to that.
+TEST(KvLayout, FiguresBehindAFailure) {
+    tavo_kv kv{};
+    kv.flags = TAVO_KV_FLAGS(TAVO_KV_FIXED_KEY, TAVO_KV_K4V4) | TAVO_KV_PTR;
+    const ub8 rows = 2ull * 0xffffffff; // as many buckets of 2 as a link of 32 bits can number, at one percent
+    EXPECT_EQ(tavo_kv_layout_bucketed(rows, rows, &kv.flags, 2, 1, 0, 12, &kv, 0, 0, 1, 0), 10u);
+    const tavo_kv_region &r = kv.region[0];
+    EXPECT_EQ(r.segment_id_bits, 33);
+    EXPECT_EQ(r.element_bits, 6);
+    EXPECT_EQ(r.alloc_hint, 4);
+    EXPECT_EQ(r.element_size, 512);
+    EXPECT_EQ(r.entries, 2);
+    EXPECT_EQ(r.one, 1u);
+    EXPECT_EQ(kv.region[1].element_bits, 0);
+    EXPECT_EQ(kv.flags, TAVO_KV_FLAGS(TAVO_KV_FIXED_KEY, TAVO_KV_K4V4));
 }
 
 // The figures come in as arguments for any bucket.

@@ -113,6 +113,13 @@ TEST(KvScan, Refusals) {
     EXPECT_EQ(lib()->mut_kv_scan(&out.vec, &t.table.kv, 1, &position, 1), 16u);
     EXPECT_EQ(out.vec.size, 0u);
     EXPECT_EQ(position.bucket, 0u);
+    // Nor with no room and no array at all: what is written is the mode's matter, not the array's.
+    tavo_vec nowhere{};
+    for (ub4 mode : {1u, 3u}) {
+        EXPECT_EQ(lib()->mut_kv_scan(&nowhere, &t.table.kv, mode, &position, 1), 16u);
+        EXPECT_EQ(nowhere.size, 0u);
+        EXPECT_EQ(position.segment + position.bucket + position.chain_position + position.count, 0u);
+    }
     // Nothing left to scan.
     position = {7, 3, 2, 5};
     EXPECT_EQ(lib()->mut_kv_scan(nullptr, &t.table.kv, 2, &position, 4), 0u);

@@ -35,8 +35,7 @@ public:
         const ub4 upper = form == table_form::ptr_prefetch ? 0 : no_prefetch;
         status_ = lib->layout_kv(ndv, rows, &kv.flags, &kv, segment_log2, 0, upper, 0, form != table_form::idx);
         for (ub4 r = 0; r < 3; r++) {
-            // More places than layout asks for: callers of the array kinds map one segment beyond.
-            pointers_[r].resize(kv.region[r].segment_count + 2);
+            pointers_[r].resize(places(r));
             kv.region[r].segments = pointers_[r].data();
         }
         for (ub4 s = 0; kind < TAVO_KV_ARRAY && s < kv.region[0].segment_count; s++)
@@ -56,10 +55,13 @@ public:
         pointers_[region][segment] = memory_[region].back().data();
         kv.region[region].mapped_segments = std::max(kv.region[region].mapped_segments, static_cast<ub4>(segment) + 1);
     }
-    // What a caller does after a build stopped with 11, 12 or a refusal.
-    void map_missing(const tavo_kv_status &status) {
-        for (ub8 s = 0; s <= status.build.segment; s++)
-            map(status.build.region_class, s);
+    // What a caller does after a build stopped with 11, 12 or a refusal. A key beyond the map is one of region 0,
+    // whatever class is named; of a table of lists, whose batches leave out the map's last key, one segment more.
+    void map_missing(ub4 result, const tavo_kv_status &status) {
+        const bool beyond = result == TAVO_KEY_BEYOND_MAP;
+        const ub8 more = beyond && TAVO_KV_KIND(kv.flags) == TAVO_KV_ARRAY;
+        for (ub8 s = 0; s <= status.build.segment + more; s++)
+            map(beyond ? 0 : status.build.region_class, s);
     }
 
     ub4 allocated(ub4 region) const { return next_[region]; }
@@ -73,6 +75,15 @@ public:
     }
 
 private:
+    // Addresses that a region can come to need: the array kinds with lists go beyond what layout asks for.
+    ub4 places(ub4 r) const {
+        const ub4 asked = kv.region[r].segment_count, kind_and_type = kv.flags & 0xfff;
+        const bool rows4 = kind_and_type == TAVO_KV_FLAGS(TAVO_KV_ARRAY, TAVO_KV_K4V4);
+        const bool rows8 = kind_and_type == TAVO_KV_FLAGS(TAVO_KV_ARRAY, TAVO_KV_K4V8);
+        if (rows4 || rows8)
+            return r == 0 ? asked + 1 : rows4 && r == 2 ? asked * 6 : rows8 && r == 1 ? asked * 3 : asked;
+        return asked;
+    }
     ub4 hand_out(ub4 r, ub4 count, ub8 *id) {
         const std::lock_guard lock(mutex_);
         const ub4 in_segment = 1u << kv.region[r].element_bits;
