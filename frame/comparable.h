@@ -141,7 +141,9 @@ template <unsigned Bytes>
 }
 
 // A register of comparable elements as they lie in memory to native bits: one shuffle, one shift, one logic operation.
-// The truth table is that of value XOR (spread ? top bit : all ones), without a branch.
+// The truth table, without a branch, does what value XOR (spread ? top bit : all ones) does. As a function of three
+// free bits it is not the same one: they differ where the constant's bit is set and the bits of value and spread are
+// not equal. That never occurs, for the constant is set at the top bit alone, and there spread is the value's own bit.
 template <class Number>
 [[gnu::always_inline]] inline __m512i decode_comparable(__m512i stored) {
     constexpr unsigned bytes = sizeof(typename Number::bits);

@@ -4,24 +4,24 @@
  * that its tavo_enc_ctx states (value_type, vec_dims, TAVO_NATIVE), and a row is a bare run of elements. In a flexible
  * column (TAVO_VEC_BY_POINTER and TAVO_VEC_IMAGES) every row is an image with a head of its own.
  *
- * Whatever the shape, two properties make up the form of a vector:
+ * Whatever the shape, two properties make up the form of a vector.
  *
- *   native or comparable   Native elements are as the processor keeps them: little-endian IEEE bits. Comparable
- * elements are big-endian and ordered byte by byte as their numbers are: of the element's bits, a number with a clear
- * sign bit gets it set, one with a set sign bit is complemented. A writer makes -0.0 a +0.0 and every NaN the pattern
- * FFC00000 (float) or FFF8000000000000 (double). int8 and bitmsb0 are the same in both forms. dense or sparse        A
- * dense vector has exactly as many elements as dimensions. A sparse one lists the elements that are not zero, see
- * below.
+ * Native or comparable: native elements are as the processor keeps them, little-endian IEEE bits. Comparable elements
+ * are big-endian and ordered byte by byte as their numbers are: of the element's bits, a number with a clear sign bit
+ * gets it set, one with a set sign bit is complemented. A writer makes -0.0 a +0.0 and every NaN the pattern FFC00000
+ * (float) or FFF8000000000000 (double). int8 and bitmsb0 are the same in both forms.
  *
- * Sparse layout, at p (a row of a uniform column, or the data of an image):
+ * Dense or sparse: a dense vector has exactly as many elements as dimensions. A sparse one lists the elements that are
+ * not zero. Its layout, at p (a row of a uniform column, or the data of an image), is in three pieces.
  *
- *   p                ub2 big-endian     count, the number of listed elements (0 is fine)
- *   p + 2            ub4 big-endian     count dimension numbers, strictly ascending, counted from 0 or from 1: kernels
- *                                       only compare them
- *   then             elements           count values in the same order. Native float, double, float16, bfloat16 start
- * at the ADDRESS p + 2 + 4 * count rounded up to a multiple of 8, so a writer knows the final address modulo 8;
- * comparable ones and int8 follow at once, unaligned; bitmsb0 has no values: the dimension numbers are those of the set
- * bits
+ * 1. At p, count, ub2 big-endian: the number of listed elements. 0 is fine.
+ *
+ * 2. At p + 2, count dimension numbers, ub4 big-endian, strictly ascending. They count from 0 or from 1: kernels only
+ * compare them.
+ *
+ * 3. Behind these, count values in the same order. Native float, double, float16 and bfloat16 start at the ADDRESS
+ * p + 2 + 4 * count rounded up to a multiple of 8, so a writer knows the final address modulo 8. Comparable ones and
+ * int8 follow at once, unaligned. bitmsb0 has no values: the dimension numbers are those of the set bits.
  *
  * Kernels read exactly the elements of an operand and nothing behind them, with one exception: where a host hands a
  * comparable sparse vector to a native kernel, up to 7 bytes past it are read, as the values' address is rounded up. */
@@ -102,12 +102,15 @@ enum tavo_metric {
     tavo_metric_cosine_distance = 4,   /* 1 - similarity, not clamped */
     tavo_metric_dotprod = 5,           /* dot product */
     tavo_metric_dotprod_negated = 6,   /* its negative: smaller is nearer */
-    tavo_metric_manhattan = 7,         /* sum of absolute differences */
+    tavo_metric_manhattan = 7,         /* sum of absolute differences; dense int8: see below */
     tavo_metric_hamming = 8,           /* number of positions that differ (floating point: by a threshold that the types
                                           decide; NaN never differs) */
     tavo_metric_jaccard_similarity = 9, /* bits alone: intersection over union; NaN for two empty vectors */
     tavo_metric_jaccard_distance = 10   /* 1 - similarity */
 };
+
+/* tavo_metric_manhattan of two dense int8 vectors is the low 32 bits of the sum, unsigned: the sum itself for any two
+ * of up to 16,843,009 dimensions (2^32 - 1 over the largest difference, 255). */
 
 /* ---- vector_distance and vector_topk ----
  *
@@ -116,6 +119,14 @@ enum tavo_metric {
  * pointers; without it, data points at the one row. Rows come from env->sel_bits, else from env->ones_vec, else all,
  * from env->resume_row on, which moves on to the row (or list position) to go on with. Both vectors are flexible or
  * neither.
+ *
+ * Uniform operands: enc->value_type and TAVO_NATIVE of either side say what its rows are. The dimension count of both
+ * sides is col's enc->vec_dims. The query's is not read, so nothing can be checked: the query must hold that many
+ * elements. Beside an int8 side without TAVO_NATIVE the other one is read as native, whatever its own flag says, so
+ * give int8 columns TAVO_NATIVE. (With a scratch for one query against several rows, the query is taken for native.)
+ *
+ * Flexible operands: type, form, layout and dimension count come from the head of every image. value_type, vec_dims and
+ * TAVO_NATIVE of query and col are not read, nor is the layout argument. The rule for int8 holds for images too.
  *
  * vector_distance: res->data is an array of res->size doubles; a call does at most that many rows and writes their
  * distances back to back in the order of the visit. It is done when resume_row says so: a full output is status 0. All
@@ -130,7 +141,8 @@ enum tavo_metric {
  * and for a dense image scratch + 17 aligned to 8.
  *
  * In flexible operations a row whose image is bad, has another dimension count than the query or a type that cannot be
- * compared with it loses its bit in env->valid_rows; its place in a distance output keeps what stood there.
+ * compared with it loses its bit in env->valid_rows, which may be null. Its place in a distance output keeps what stood
+ * there, which is made comparable with the rest. In an output of nearest rows it has no place.
  *
  * Statuses: TAVO_DONE; TAVO_UNSUPPORTED for row counts that don't fit, several rows without row pointers, a bad query
  * image; TAVO_BAD_INPUT for one flexible operand of two, or no kernel for the operands. */

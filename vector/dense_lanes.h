@@ -20,7 +20,7 @@ constexpr unsigned block_registers(base type) {
 
 // bfloat16 comes dealt where a block has pairs of registers.
 template <class Metric, base Type>
-constexpr bool dealt = Type == base::bfloat16 &&block_registers<Metric>(Type) % 2 == 0;
+constexpr bool dealt = (Type == base::bfloat16) && (block_registers<Metric>(Type) % 2 == 0);
 
 // Brings the lanes of two dealt accumulators into the order of the elements.
 [[gnu::always_inline]] inline void gather_dealt(__m512 &even, __m512 &odd) {

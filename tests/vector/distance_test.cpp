@@ -119,6 +119,35 @@ TEST(Distance, EveryDenseEntryAgreesWithTheModel) {
     }
 }
 
+// Sums of int8 are exact up to 2^24 a lane, in any order. Values of one sign take them past that, where the lanes, the
+// blocks and the order of the last additions show.
+TEST(Distance, Int8SumsPastTheExactOnes) {
+    features choice;
+    guarded_payload left(1 << 19), right(1 << 19);
+    std::mt19937_64 rng(9204);
+    const vector_form form{TAVO_ELEM_INT8, false, false};
+    const auto one_sided = [&](ub4 dims, bool negative) {
+        plain_vector v{TAVO_ELEM_INT8, dims, std::vector<ub8>(dims), {}};
+        for (ub8 &e : v.elements)
+            e = negative ? 0x80 + rng() % 8 : 120 + rng() % 8;
+        return v;
+    };
+    for (ub4 metric : {2u, 3u, 5u}) {
+        bool members_differ = false;
+        for (ub4 dims : {50003u, 60011u, 300017u}) {
+            const plain_vector a = one_sided(dims, false), b = one_sided(dims, metric == 2);
+            for (bool extended : {false, true}) {
+                choice.choose(extended);
+                ASSERT_NO_FATAL_FAILURE(
+                    check({metric, form, form}, a, b, left, right, std::to_string(dims) + " one-sided dims"));
+            }
+            members_differ |=
+                model_distance(metric, a, form, b, form, false) != model_distance(metric, a, form, b, form, true);
+        }
+        EXPECT_TRUE(members_differ) << "metric " << metric << " does not tell the orders apart";
+    }
+}
+
 TEST(Distance, EverySparseEntryAgreesWithTheModel) {
     guarded_payload left, right;
     std::mt19937_64 rng(9202);
@@ -143,7 +172,7 @@ TEST(Distance, EverySparseEntryAgreesWithTheModel) {
 
 // Lists long enough that matches come in several batches.
 TEST(Distance, LongSparseLists) {
-    guarded_payload left, right;
+    guarded_payload left(1 << 19), right(1 << 19);
     std::mt19937_64 rng(9203);
     for (ub4 metric : {1u, 4u, 6u, 7u, 8u})
         for (ub4 dims : {2001u, 4000u, 100000u})
@@ -153,6 +182,20 @@ TEST(Distance, LongSparseLists) {
                 const plain_vector b = random_sparse(e.right.type, dims, m, content::ordinary, rng);
                 ASSERT_NO_FATAL_FAILURE(check(e, a, b, left, right, std::to_string(m) + " of " + std::to_string(dims)));
             }
+    // As long as lists get: positions need all 16 bits, most of them matching or about half.
+    for (ub4 dims : {66000u, 120000u}) {
+        const plain_vector a = random_sparse(TAVO_ELEM_FLOAT, dims, 65535, content::ordinary, rng);
+        const plain_vector b = random_sparse(TAVO_ELEM_FLOAT16, dims, 65535, content::ordinary, rng);
+        const std::vector<ub8> ones(65535, 1);
+        const plain_vector a_bits{TAVO_ELEM_BITMSB0, dims, ones, a.at}, b_bits{TAVO_ELEM_BITMSB0, dims, ones, b.at};
+        const vector_form bits{TAVO_ELEM_BITMSB0, false, true};
+        for (ub4 metric : {1u, 4u, 6u, 7u, 8u}) {
+            const std::string what = "65535 of " + std::to_string(dims);
+            ASSERT_NO_FATAL_FAILURE(check({metric, {TAVO_ELEM_FLOAT, false, true}, {TAVO_ELEM_FLOAT16, true, true}}, a,
+                                          b, left, right, what));
+            ASSERT_NO_FATAL_FAILURE(check({metric, bits, bits}, a_bits, b_bits, left, right, what));
+        }
+    }
 }
 
 double distance(ub4 metric, ub4 left_type, ub4 right_type, const std::vector<double> &a, const std::vector<double> &b) {

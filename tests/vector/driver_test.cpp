@@ -96,6 +96,8 @@ const forms_case cases[] = {
     {6, {2, true, false}, {7, false, false}},  {2, {7, true, false}, {7, true, false}},
     {7, {8, true, false}, {1, true, false}},   {8, {8, true, false}, {8, false, false}},
     {3, {5, true, false}, {2, true, false}},   {10, {6, false, false}, {6, false, false}},
+    {2, {1, true, false}, {5, true, false}},   {7, {5, true, true}, {8, true, true}},
+    {1, {2, true, true}, {5, true, true}},     {6, {5, true, false}, {5, true, false}},
     {1, {1, true, true}, {1, true, true}},     {5, {7, true, true}, {2, false, true}},
     {4, {2, true, true}, {5, false, true}},    {9, {6, false, true}, {6, true, true}},
 };
@@ -105,10 +107,35 @@ plain_vector random_vector(const vector_form &form, ub4 dims, std::mt19937_64 &r
                        : random_dense(form.type, dims, content::ordinary, rng);
 }
 
-// What the kernel reads of a form that is flagged comparable, see the selection.
-vector_form read_form(vector_form side, const vector_form &other) {
-    side.comparable = side.comparable && !(other.type == TAVO_ELEM_INT8 && other.comparable);
-    return side;
+// Beside an int8 that is flagged comparable a vector is read as native, whatever its own flag says.
+bool misread(const vector_form &side, const vector_form &other) {
+    return side.comparable && other.type == TAVO_ELEM_INT8 && other.comparable && side.type != TAVO_ELEM_INT8;
+}
+// The numbers that a native kernel then finds: the stored bytes as they are, where it looks for them.
+plain_vector as_native(const void *row, std::size_t head, plain_vector v, bool sparse) {
+    const ub1 *at = static_cast<const ub1 *>(row) + head;
+    if (sparse) {
+        at += 2 + 4 * v.at.size();
+        at += -reinterpret_cast<uintptr_t>(at) & 7;
+    }
+    const unsigned bytes = element_bytes(v.type);
+    for (ub8 &e : v.elements) {
+        e = 0;
+        std::memcpy(&e, at, bytes);
+        at += bytes;
+    }
+    return v;
+}
+// The distance of two rows of uniform columns, or of images with heads of `head` bytes, as the flags have them read.
+double due_distance(ub4 metric, const plain_vector &left, vector_form l, const void *left_row,
+                    const plain_vector &right, vector_form r, const void *right_row, std::size_t head, bool decoded) {
+    vector_form flagged = l; // how the left one is presented to the selection
+    flagged.comparable = l.comparable && !decoded;
+    const bool left_misread = misread(flagged, r), right_misread = misread(r, flagged);
+    const plain_vector a = left_misread ? as_native(left_row, head, left, l.sparse) : left;
+    const plain_vector b = right_misread ? as_native(right_row, head, right, r.sparse) : right;
+    l.comparable = l.comparable && !left_misread, r.comparable = r.comparable && !right_misread;
+    return model_distance(metric, a, l, b, r);
 }
 
 // One query or a paired column; the three ways; with scratch and without.
@@ -138,18 +165,15 @@ TEST(DistanceDriver, UniformWalks) {
                         selection s(how, rows, rng);
                         std::vector<ub8> scratch(1000);
                         const ub8 layout = TAVO_VECTOR_LAYOUT(c.query.sparse, c.col.sparse);
-                        // An int8 query beside a comparable column is not comparable any more once it might be decoded.
-                        vector_form l = c.query;
-                        if (!paired && with_scratch)
-                            l.comparable = false;
-                        const vector_form reads_right = read_form(c.col, l);
-                        if (reads_right.comparable != c.col.comparable)
-                            continue; // such a column would be read as what it is not
-                        ASSERT_NO_FATAL_FAILURE(drain(
-                            col, query, c.metric, layout, s, with_scratch ? scratch.data() : nullptr, native, rng,
-                            [&](ub4 row, double &due) {
-                                due = model_distance(c.metric, left[paired ? row : 0], c.query, right[row], c.col);
-                            }));
+                        // With scratch no query counts as comparable, int8 neither.
+                        const bool decoded = !paired && with_scratch;
+                        ASSERT_NO_FATAL_FAILURE(
+                            drain(col, query, c.metric, layout, s, with_scratch ? scratch.data() : nullptr, native, rng,
+                                  [&](ub4 row, double &due) {
+                                      const ub4 l = paired ? row : 0;
+                                      due = due_distance(c.metric, left[l], c.query, query.pointers[l], right[row],
+                                                         c.col, col.pointers[row], 0, decoded);
+                                  }));
                     }
 }
 
@@ -163,8 +187,7 @@ TEST(DistanceDriver, FlexibleWalksDropWhatHasNoDistance) {
             const auto random_form = [&](bool right) {
                 const ub4 types[] = {1, 2, 5, 7, 8, 6};
                 const ub4 type = types[rng() % (right ? 6 : 5)];
-                return vector_form{type, rng() % 2 && type != 5 && type != 6,
-                                   right && rng() % 8 == 0 ? !sparse : sparse};
+                return vector_form{type, rng() % 2 == 0, right && rng() % 8 == 0 ? !sparse : sparse};
             };
             std::vector<plain_vector> left, right;
             std::vector<vector_form> left_forms, right_forms;
@@ -204,8 +227,11 @@ TEST(DistanceDriver, FlexibleWalksDropWhatHasNoDistance) {
             ASSERT_NO_FATAL_FAILURE(drain(
                 col, query, metric, 0x5a, s, with_scratch ? at : nullptr, native_out, rng, [&](ub4 row, double &due) {
                     const ub4 l = paired ? row : 0;
+                    // Here an int8 query stays comparable: there is nothing to decode.
+                    const bool decoded = !paired && with_scratch && left_forms[l].type != TAVO_ELEM_INT8;
                     if (!bad[row])
-                        due = model_distance(metric, left[l], left_forms[l], right[row], right_forms[row]);
+                        due = due_distance(metric, left[l], left_forms[l], query.pointers[l], right[row],
+                                           right_forms[row], col.pointers[row], LVECTOR_HEAD_SIZE, decoded);
                 }));
             ASSERT_EQ(valid, want_valid);
         }

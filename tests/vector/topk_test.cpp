@@ -95,13 +95,13 @@ public:
 };
 
 std::vector<found> topk(vector_column &col, vector_column &query, ub4 metric, ub4 k, tavo_env &env, bool native = true,
-                        ub8 layout = 0) {
+                        ub8 layout = 0, void *scratch = nullptr) {
     const guarded memory(k * sizeof(tavo_topk_entry));
     tavo_enc_ctx enc{};
     enc.flags = native ? TAVO_NATIVE : 0;
     tavo_vec res{};
     res.data = memory.data(), res.size = k, res.enc = &enc;
-    EXPECT_EQ(lib.vector_topk(&res, &col.vec, &query.vec, metric, layout, &env, nullptr), 0u);
+    EXPECT_EQ(lib.vector_topk(&res, &col.vec, &query.vec, metric, layout, &env, scratch), 0u);
     std::vector<found> out;
     for (ub4 i = 0; i < res.size; i++)
         out.push_back({memory.as<tavo_topk_entry>()[i].row, memory.as<tavo_topk_entry>()[i].distance});
@@ -261,6 +261,59 @@ TEST(TopK, PairedAndFlexible) {
             SCOPED_TRACE(paired * 2 + flexible);
             ASSERT_NO_FATAL_FAILURE(expect_equal(topk(*col, *query, 2, 70, env), told.sorted()));
             EXPECT_EQ(valid, want_valid);
+        }
+}
+
+// A comparable query, decoded to scratch or read as it stands, in either layout and shape.
+TEST(TopK, ScratchAndLayouts) {
+    std::mt19937_64 rng(9504);
+    const ub4 rows = 300, k = 20, dims = 40;
+    for (ub4 metric : {1u, 4u, 6u})
+        for (bool sparse : {false, true}) {
+            const vector_form query_form{TAVO_ELEM_FLOAT16, true, sparse}, form{TAVO_ELEM_FLOAT, true, sparse};
+            const auto random_row = [&](const vector_form &f) {
+                return sparse ? random_sparse(f.type, dims, 15, content::ordinary, rng)
+                              : random_dense(f.type, dims, content::ordinary, rng);
+            };
+            const plain_vector wanted = random_row(query_form);
+            std::vector<plain_vector> right;
+            std::vector<double> due, sorted;
+            for (ub4 r = 0; r < rows; r++) {
+                right.push_back(random_row(form));
+                due.push_back(model_distance(metric, wanted, query_form, right[r], form));
+            }
+            sorted = due;
+            std::sort(sorted.begin(), sorted.end());
+            for (bool flexible : {false, true})
+                for (bool with_scratch : {false, true}) {
+                    SCOPED_TRACE("metric " + std::to_string(metric) + " sparse " + std::to_string(sparse) +
+                                 " flexible " + std::to_string(flexible) + " scratch " + std::to_string(with_scratch));
+                    const auto column = [&](const std::vector<plain_vector> &v, const vector_form &f) {
+                        return flexible ? std::make_unique<vector_column>(v, std::vector<vector_form>(v.size(), f))
+                                        : std::make_unique<vector_column>(v, f);
+                    };
+                    const auto col = column(right, form), query = column({wanted}, query_form);
+                    // Behind a head the elements are aligned 17 bytes on.
+                    const guarded memory(208);
+                    ub1 *const scratch = memory.data() + (flexible ? 7 : 0);
+                    ASSERT_EQ(reinterpret_cast<uintptr_t>(memory.data()) % 8, 0u);
+                    tavo_env env{};
+                    const std::vector<found> got =
+                        topk(*col, *query, metric, k, env, true, flexible ? 0 : TAVO_VECTOR_LAYOUT(sparse, sparse),
+                             with_scratch ? scratch : nullptr);
+                    EXPECT_EQ(env.resume_row, rows);
+                    ASSERT_EQ(got.size(), k);
+                    for (ub4 i = 0; i < k; i++) {
+                        ASSERT_EQ(got[i].distance, sorted[i]) << "place " << i;
+                        ASSERT_EQ(got[i].distance, due[got[i].row]) << "place " << i;
+                        for (ub4 j = 0; j < i; j++)
+                            ASSERT_NE(got[i].row, got[j].row) << "places " << i << " and " << j;
+                    }
+                    bool written = false;
+                    for (std::size_t i = 0; i < memory.size(); i++)
+                        written |= memory.data()[i] != 0xa5;
+                    EXPECT_EQ(written, with_scratch);
+                }
         }
 }
 

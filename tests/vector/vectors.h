@@ -48,7 +48,7 @@ void write_payload(std::vector<ub1> &out, const plain_vector &v, const vector_fo
 // A payload that ends at an unreadable page, but for what an address modulo 8 calls for: at most 7 bytes.
 class guarded_payload {
 public:
-    guarded_payload() : memory_(1 << 17) {}
+    explicit guarded_payload(std::size_t room = 1 << 17) : memory_(room) {}
     const ub1 *place(const plain_vector &v, const vector_form &form);
 
 private:
