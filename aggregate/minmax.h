@@ -3,7 +3,7 @@
 //
 //   source   codes of W bits, any alignment; src.enc.symbol_count is one above any code. A code that isn't below it is
 //            folded like any other
-//   rows     sel_bits, else ones_vec, else all rows; from resume_row on
+//   rows     sel_bits from resume_row on, else all of ones_vec, else all rows from resume_row on
 //   null     a _null member passes over rows of code 0
 //   mode     TAVO_MINMAX_LOW: only the smallest code is wanted, TAVO_MINMAX_HIGH: only the largest; else both
 //   result   TAVO_DONE with the pair (ub4 smallest, ub4 largest) at res.data; TAVO_NONE_SELECTED if no row contributed,
@@ -12,8 +12,10 @@
 // A walk along a selection ends early once it has seen the best values that the mode allows: the half of the pair that
 // isn't wanted is then no extreme of the rows. A range of rows and a run-length column are always read to their end.
 //
-// resume_row moves behind the last row or list entry, and stays where it was if no row contributed or a list ended
-// early. Codes are read up to 3 bytes past the last one, and not at all where a block of 64 rows has none selected.
+// resume_row moves behind the last row or list entry. It stays where it was if a list ended early, and if no row of a
+// range or a selection contributed. A run-length column sets res.count to 2 or 0 and keeps run_index and run_end. After
+// an early end of a selection resume_row is 32 rows a block behind the first, and nobody goes on from there. A dictionary
+// has at most 2^31 symbols. Codes are read up to 3 bytes past the last one, and not at all where a block of 64 rows has none selected.
 #pragma once
 
 #include "aggregate/fold_codes.h"
@@ -214,7 +216,9 @@ private:
             if (seen.low <= best.low && seen.high >= best.high)
                 return write(seen);
         }
-        return finish(n != 0 ? list[n - 1] + 1 : env->resume_row);
+        if (n != 0) // also where no row contributed
+            env->resume_row = list[n - 1] + 1;
+        return finish(env->resume_row);
     }
 
     tavo_vec *res;

@@ -65,7 +65,8 @@ private:
         for (ub4 row : list)
             if (fold(seen, code(row)) && seen.first <= best.first && seen.second >= best.second)
                 return {TAVO_DONE, seen, s, {}};
-        return finish(seen, s, list.back() + 1);
+        s.resume_row = list.back() + 1; // also where no row contributed
+        return finish(seen, s, s.resume_row);
     }
 
     // Sixteen lanes, as blocks of 64 rows are folded in groups of sixteen: the end comes when one lane has the lowest
