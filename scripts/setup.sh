@@ -15,7 +15,7 @@ bench)
         echo "setup: figures need a processor with AVX-512; this one lacks $lacks" >&2
         exit 2
     fi
-    packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config)
+    packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config sqlite3 mawk)
     ;;
 aarch64) packages+=(libsimde-dev libgtest-dev googletest pkg-config g++-aarch64-linux-gnu qemu-user) ;;
 fuzz) packages+=(libgtest-dev clang-14 libclang-rt-14-dev) ;;
