@@ -119,26 +119,25 @@ void column_builder::go_on_by_places() {
 // holds the numbers of the places that are values, behind two entries that are free: the ends of the symbols, of which
 // there are at most two more than values, are written over them.
 void column_builder::encode(place_list &places, block<ub4> order, symbol_list &symbols) const {
-    {
-        value_sorter sorter(text_, places, type_.type());
-        sorter.sort({order.data() + 2, order.size() - 2});
-    }
-    const ub4 *numbers = order.data() + 2;
-    const std::size_t values = order.size() - 2;
-    std::string made;
+    const std::span<ub4> numbers(order.data() + 2, order.size() - 2);
     symbols = symbol_list(name_, std::move(order)); // its memory stays where it is while the list has room
     if (by_places_)
         symbols.reserve(text_.text.size()); // all of it together is not longer
     if (has_null_)
         symbols.add("");
-    for (std::size_t i = 0; i < values; i++) {
-        fetch_ahead(text_, places, {numbers, values}, i);
-        const ub4 number = numbers[i];
-        const std::string_view value = text_.value_at(places[number], made);
-        if (i == 0 || value != symbols.last())
-            symbols.add(value);
-        places.replace(number, symbols.size() - 1);
-    }
+    bool first = true;
+    std::string made;
+    value_sorter(text_, places, type_.type()).sort(numbers, [&](std::span<const ub4> sorted) {
+        for (std::size_t i = 0; i < sorted.size(); i++) {
+            fetch_ahead(text_, places, sorted, i);
+            const ub4 number = sorted[i];
+            const std::string_view value = text_.value_at(places[number], made);
+            if (first || value != symbols.last())
+                symbols.add(value);
+            first = false;
+            places.replace(number, symbols.size() - 1);
+        }
+    });
 }
 
 column_builder::result column_builder::finish() {

@@ -69,8 +69,10 @@ bool value_sorter::before(ub4 a, ub4 b) {
 }
 
 void value_sorter::sort(std::span<ub4> numbers, std::size_t depth) {
-    if (numbers.size() <= piece)
-        return sort_piece(numbers, depth);
+    if (numbers.size() <= piece) {
+        sort_piece(numbers, depth);
+        return hand_on(numbers);
+    }
 
     std::vector<ub8> splitters;
     const std::size_t samples = std::min(most_splitters, numbers.size() / (piece / 4)) * samples_a_splitter;
@@ -90,12 +92,10 @@ void value_sorter::sort(std::span<ub4> numbers, std::size_t depth) {
         for (std::size_t i = 0; i < numbers.size(); i++) {
             const ub8 key = key_of(numbers[i], depth);
             const ub8 *first = splitters.data();
-            for (std::size_t left = all; left > 0;) { // the first one not below the key, without branches
-                const std::size_t half = (left + 1) / 2;
-                const bool below = first[half - 1] < key;
-                first = below ? first + half : first;
-                left = below ? left - half : half - 1;
-            }
+            std::size_t left = all; // the first one not below the key, by steps that are not branches
+            for (; left > 1; left -= left / 2)
+                first += left / 2 & -static_cast<std::size_t>(first[left / 2 - 1] < key);
+            first += left == 1 && *first < key;
             const std::size_t at = static_cast<std::size_t>(first - splitters.data());
             bucket_of[i] = static_cast<ub2>(2 * at + (at < all && *first == key));
             ends[bucket_of[i]]++;
@@ -111,10 +111,14 @@ void value_sorter::sort(std::span<ub4> numbers, std::size_t depth) {
     for (std::size_t bucket = 0; bucket < ends.size(); bucket++) {
         const std::size_t begin = bucket == 0 ? 0 : ends[bucket - 1];
         const std::span<ub4> inside = numbers.subspan(begin, ends[bucket] - begin);
-        if (bucket % 2 == 1)
+        if (bucket % 2 == 1) {
+            inside_++;
             sort_equal(inside, depth, splitters[bucket / 2]);
-        else
+            inside_--;
+            hand_on(inside);
+        } else {
             sort(inside, depth);
+        }
     }
 }
 
@@ -143,8 +147,10 @@ void value_sorter::sort_piece(std::span<ub4> numbers, std::size_t depth) {
             equal_keys.push_back(records_[i].key);
         }
     }
+    inside_++;
     for (std::size_t i = 0; i < equal.size(); i++)
         sort_equal(numbers.subspan(equal[i].first, equal[i].second), depth, equal_keys[i]);
+    inside_--;
 }
 
 // Numbers whose eight bytes at this depth are equal.

@@ -2,6 +2,7 @@
 // sort keys at a time.
 #pragma once
 
+#include <functional>
 #include <span>
 
 #include <tavo/tavo.h>
@@ -17,12 +18,16 @@ public:
     value_sorter(const field_text &text, const place_list &places, value_type type)
         : text_(text), places_(places), type_(type) {}
 
-    // Orders numbers of places by the values there and, where two are one value, by their texts.
+    // Orders numbers of places by the values there and, where two are one value, by their texts. Piece by piece, in
+    // this order, they are handed to `ready`, while their texts are still near.
     //
     // Takes six bytes a number beside them. Method: sample sort with buckets for equal keys (Sanders, Winkel: Super
     // Scalar Sample Sort, 2004) down to pieces that fit the cache, which are sorted by bytes from the lowest one up;
     // numbers with equal keys go on with the next eight bytes.
-    void sort(std::span<ub4> numbers) { sort(numbers, 0); }
+    void sort(std::span<ub4> numbers, const std::function<void(std::span<const ub4>)> &ready) {
+        ready_ = &ready;
+        sort(numbers, 0);
+    }
 
 private:
     struct record {
@@ -30,6 +35,10 @@ private:
         ub4 number;
     };
     void sort(std::span<ub4> numbers, std::size_t depth);
+    void hand_on(std::span<const ub4> numbers) const {
+        if (inside_ == 0)
+            (*ready_)(numbers);
+    }
     void sort_piece(std::span<ub4> numbers, std::size_t depth);
     void sort_equal(std::span<ub4> numbers, std::size_t depth, ub8 key);
     ub8 key_of(ub4 number, std::size_t depth);
@@ -40,7 +49,9 @@ private:
     value_type type_;
     std::string made_, other_made_, key_, other_key_;
     block<record> records_, scratch_;
-    unsigned level_ = 0;
+    unsigned level_ = 0;  // how many times equal keys have been gone into
+    unsigned inside_ = 0; // not zero within a piece, which is handed on as a whole
+    const std::function<void(std::span<const ub4>)> *ready_ = nullptr;
 };
 
 } // namespace host

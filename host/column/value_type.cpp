@@ -265,6 +265,8 @@ std::optional<std::string> sort_key(value_type type, std::string_view text) {
 void found_type::see(std::string_view value, std::size_t line) {
     if (any_ && type_ == value_type::text)
         return;
+    if (any_ && (type_ == value_type::integer || type_ == value_type::decimal) && short_integer_key(value) != 0)
+        return; // the common case, told without taking the number apart
     const value_type seen = type_of(value), before = type_;
     type_ = any_ ? common_type(type_, seen) : seen;
     if (type_ == value_type::text) {
