@@ -30,7 +30,7 @@ TEST(NumberScan, AgreesWithPlainReading) {
         for (ub4 rows : boundary_sizes()) {
             const auto values = member.random_values(rows, rng);
             const auto value = [&] { return rows == 0 ? scan_value(7) : values[rng() % rows]; };
-            const auto [a, b] = std::minmax(value(), value());
+            const auto [a, b] = std::minmax({value(), value()});
             const scan_value other_tz(value().number, static_cast<int>(rng() % 24) - 8);
             const auto side = rng() % 2 ? guard::behind : guard::before;
             ASSERT_NO_FATAL_FAILURE(expect_agreement(member, values, a, b, side));
