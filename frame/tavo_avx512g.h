@@ -236,9 +236,13 @@ typedef struct tavo_specialized_ctx {
     void (*dgk_symbol2code)(void);                                                                             /* 72 */
     /* The bytes and length of each dense group code. */
     void (*dgk_code2symbol)(void);                                                                             /* 73 */
-    /* Sets the bits of rows whose elements in two columns of one layout are equal. */
+    /* Rows whose elements in two columns of one layout are equal, left->size in all: res->count, and res->bits if a row
+     * differs (else these stay untouched). 0; with elements that may be longer than 8 bytes, or without
+     * TAVO_OVERREAD_OK on a side, 1 if no row is equal. */
     ub4 (*eq_stream)(tavo_vec *res, tavo_vec *left, tavo_vec *right, tavo_env *env) TAVO_NOEXCEPT;             /* 74 */
-    /* Copies the selected rows of a column; goes on where it stopped when the output was full. */
+    /* Copies the rows in env->ones_vec, else in env->sel_bits, to an output of the same layout. dst->size and, in the LV
+     * layouts, dst->byte_size: room on entry, written on return. 23 when the output is full: call again with the same
+     * env. 2 without a common layout. */
     ub4 (*selective)(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                               /* 75 */
     /* Decodes a spak stream; to be stored in tavo_host.spak_decode. *out_len receives the bytes written, also when
      * they are not what the head promised; a refused head leaves it and dst untouched. */
@@ -247,7 +251,8 @@ typedef struct tavo_specialized_ctx {
     ub4 (*thread_ctx_fini)(void) TAVO_NOEXCEPT;                                                                /* 78: 0 */
     /* Adds up 8- or 16-bit values into the ub4 at res->data. */
     ub4 (*sum_vec)(tavo_vec *res, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                                 /* 79 */
-    /* Compares two ub4 code columns row by row, each through a table of ub4 values or, where that is null, directly. */
+    /* Compares two ub4 code columns row by row, each through a table of ub4 values or, where that is null, directly.
+     * op->data points at 0 to 5 for eq lt gt le ge ne. ORs into res->bits. 0 always. */
     ub4 (*lookup_and_compare)(tavo_vec *res, tavo_vec *left, tavo_vec *right, tavo_vec *left_table,
                               tavo_vec *right_table, tavo_vec *op, tavo_env *env) TAVO_NOEXCEPT;               /* 80 */
     /* Running sums of n ub4 values, wrapping: n + 1 elements, the first 0, the last the total. */

@@ -34,8 +34,9 @@ typedef struct tavo_host tavo_host;
 typedef ub4 tavo_rle_expand_fn(tavo_host *host, tavo_vec *res, tavo_vec *src, tavo_env *env);
 
 /* A vector plays one of four roles: source (src), result of a scan (res: only bits, count, size), output of a
- * row-moving kernel (dst), or constant: data points at one value in the width of the kernel, in the processor's byte
- * order (1 byte for 8-bit codes, 2 for 16, 8 for 64, 4 for every other width). */
+ * row-moving kernel (dst), or constant: data points at one value in the width of the kernel. For packed codes it is in
+ * the processor's byte order (1 byte for 8-bit codes, 2 for 16, 8 for 64, 4 for every other width); for fixed and dynp
+ * numbers in the column's, most significant byte first, in the width of the kernel's name. */
 struct tavo_vec {
     void *data;      /* column data as enc states, or a spak stream; output array; constant. Any alignment for codes */
     ub2 *lengths;    /* element lengths of TAVO_LV_SEP / TAVO_LP_SEP columns; lengths output of a decode;

@@ -1,9 +1,9 @@
 // Set membership of dictionary codes: the one text of 22 kernels, one for each code width W.
 //
 //   source   as in the scans of dictionary codes
-//   set      a bit vector over codes: bit c of the set vector's bits set means that code c is in the set. Up to 13 bits
-//            the whole set of 2^W bits is read, rounded up to bytes; above, the 4 bytes that hold the bit of a code that
-//            occurs, and nothing else
+//   set      a bit vector over codes: bit c of the set vector's bits set means that code c is in the set. It has the words
+//            of all codes that occur. Up to 13 bits the rest of its 2^W bits is read as well, as far as it lies in the
+//            pages of these words; above, only the 4 bytes that hold the bit of a code that occurs
 //   result   bit r of res.bits set where the set has code r; zeros above row n in the last word; res.count
 //
 // Frame, over-reads and selections are those of the scans, but env.result_flags gets TAVO_RESULT_SET_SELECTED.
@@ -12,23 +12,47 @@
 // it. Larger sets are fetched from memory.
 #pragma once
 
-#include "scan/code_rows.h"
-#include "scan/one_bit_scan.h"
-#include "scan/scan_frame.h"
+#include "scan/dict_scan.h"
 
 namespace tavo {
+
+// A set that is loaded whole, as far as it can be.
+struct small_set {
+    const ub1 *bits;
+    unsigned bytes; // readable; no code that occurs has its bit behind them
+};
+
+// A host may have made the set no longer than its dictionary asks for. Where 2^W bits from its start on cross into
+// another page, that page is the set's only if a code occurs whose bit lies there.
+template <unsigned W>
+inline small_set small_set_of(const ub8 *set, const ub1 *codes, ub4 n) noexcept {
+    constexpr unsigned whole = W <= 6 ? 8 : 1u << (W - 3), page = 4096; // or a multiple, if pages are larger
+    const auto *bits = reinterpret_cast<const ub1 *>(set);
+    const auto in_page = static_cast<unsigned>(page - reinterpret_cast<uintptr_t>(set) % page);
+    if (in_page >= whole)
+        return {bits, whole};
+    if constexpr (W > 6) {
+        using test = lane_test<scan_op::ge, W, false>;
+        code_rows<W, test> rows(codes, test({8 * in_page, 0}));
+        for (; n >= rows.rows; n -= rows.rows)
+            if (rows.next() != 0)
+                return {bits, whole};
+        if (n != 0 && _bzhi_u64(rows.last(n), n) != 0)
+            return {bits, whole};
+    }
+    return {bits, in_page};
+}
 
 // Sets in registers, for byte lanes: at most 32 bytes, the second half for codes of 128 and up.
 template <unsigned W>
 class byte_set {
 public:
-    [[gnu::always_inline]] explicit byte_set(const ub8 *set) noexcept {
-        constexpr unsigned bytes = W <= 3 ? 1 : 1u << (W - 3);
-        const auto *p = reinterpret_cast<const ub1 *>(set);
-        const __mmask16 readable = bytes >= 16 ? 0xffff : (1u << bytes % 16) - 1;
-        low = _mm512_broadcast_i32x4(_mm_maskz_loadu_epi8(readable, p));
+    [[gnu::always_inline]] explicit byte_set(small_set set) noexcept {
+        low = _mm512_broadcast_i32x4(
+            _mm_maskz_loadu_epi8(static_cast<__mmask16>(_bzhi_u32(0xffff, set.bytes)), set.bits));
         if constexpr (W == 8)
-            high = _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 16)));
+            high = _mm512_broadcast_i32x4(_mm_maskz_loadu_epi8(
+                static_cast<__mmask16>(_bzhi_u32(0xffff, set.bytes < 16 ? 0 : set.bytes - 16)), set.bits + 16));
         bit_possible = _mm512_load_si512(tavo_bit_possible.row[0]);
     }
     [[gnu::always_inline]] ub8 operator()(__m512i codes) const noexcept {
@@ -60,11 +84,9 @@ template <unsigned W>
 class nibble_set {
 public:
     using lanes = code_lanes<W>;
-    [[gnu::always_inline]] explicit nibble_set(const ub8 *set) noexcept {
-        unsigned members = *reinterpret_cast<const ub1 *>(set);
-        if constexpr (W == 4)
-            members |= static_cast<unsigned>(reinterpret_cast<const ub1 *>(set)[1]) << 8;
-        else
+    [[gnu::always_inline]] explicit nibble_set(small_set set) noexcept {
+        auto members = static_cast<unsigned>(*reinterpret_cast<const ub8 *>(set.bits));
+        if constexpr (W == 2)
             members = (members & 0xf) | (members & 2) << 3 | (members & 4) << 6 | (members & 8) << 9;
         table = _mm512_broadcast_i32x4(_mm_movm_epi8(static_cast<__mmask16>(members)));
     }
@@ -86,10 +108,12 @@ private:
 template <unsigned W>
 class word_set {
 public:
-    [[gnu::always_inline]] explicit word_set(const ub8 *set) noexcept {
+    [[gnu::always_inline]] explicit word_set(small_set set) noexcept {
 #pragma GCC unroll 16
-        for (unsigned i = 0; i < registers; i++)
-            words[i] = _mm512_loadu_si512(set + 8 * i);
+        for (unsigned i = 0; i < registers; i++) {
+            const unsigned bytes = set.bytes < 64 * i ? 0 : set.bytes - 64 * i;
+            words[i] = _mm512_maskz_loadu_epi8(_bzhi_u64(~0ull, bytes < 64 ? bytes : 64), set.bits + 64 * i);
+        }
     }
     [[gnu::always_inline]] ub8 operator()(__m512i codes) const noexcept {
         const __m512i place = _mm512_srli_epi16(codes, 4);
@@ -153,7 +177,8 @@ class set_test {
 public:
     using lanes = code_lanes<W, true>;
 
-    [[gnu::always_inline]] explicit set_test(const ub8 *set) noexcept : contains(set) {}
+    template <class Set>
+    [[gnu::always_inline]] explicit set_test(Set set) noexcept : contains(set) {}
     [[gnu::always_inline]] ub8 operator()(__m512i source) const noexcept { return contains(codes.codes(source)); }
     [[gnu::always_inline]] ub8 first(__m512i source, unsigned n) const noexcept {
         if constexpr (requires { contains.first(source, n); })
@@ -184,7 +209,13 @@ template <unsigned W>
             res, src, env, texts,
             [&](const ub1 *codes, ub8 *bv, ub4 n) {
                 using test = std::conditional_t<W == 2 || W == 4, nibble_set<W>, set_test<W>>;
-                return scan_blocks(code_rows<W, test>(codes, test(set)), bv, n);
+                const auto loaded = [&] {
+                    if constexpr (W <= 13)
+                        return small_set_of<W>(set, codes, n);
+                    else
+                        return set;
+                }();
+                return scan_blocks(code_rows<W, test>(codes, test(loaded)), bv, n);
             },
             TAVO_RESULT_SET_SELECTED);
     }
