@@ -14,8 +14,9 @@
 //
 // resume_row moves behind the last row or list entry. It stays where it was if a list ended early, and if no row of a
 // range or a selection contributed. A run-length column sets res.count to 2 or 0 and keeps run_index and run_end. After
-// an early end of a selection resume_row is 32 rows a block behind the first, and nobody goes on from there. A dictionary
-// has at most 2^31 symbols. Codes are read up to 3 bytes past the last one, and not at all where a block of 64 rows has none selected.
+// an early end of a selection resume_row is 32 rows a block behind the first, and nobody goes on from there. A
+// dictionary has at most 2^31 symbols. Codes are read up to 3 bytes past the last one, and not at all where a block of
+// 64 rows has none selected.
 #pragma once
 
 #include "aggregate/fold_codes.h"

@@ -1,5 +1,5 @@
-// The control stream: one small field a row, 1, 2 or 4 bits for numbers of 16, 32 or 64 bits, the first row of a byte in
-// its top bits. In dynp columns the field is the element's length less one; beside fixed columns it is the tz.
+// The control stream: one small field a row, 1, 2 or 4 bits for numbers of 16, 32 or 64 bits, the first row of a byte
+// in its top bits. In dynp columns the field is the element's length less one; beside fixed columns it is the tz.
 //
 // Four bytes hold the fields of one 512-bit compare at every width.
 #pragma once
@@ -13,7 +13,9 @@
 namespace tavo {
 
 template <unsigned W>
-constexpr unsigned control_bits = W == 16 ? 1 : W == 32 ? 2 : 4;
+constexpr unsigned control_bits = W == 16   ? 1
+                                  : W == 32 ? 2
+                                            : 4;
 template <unsigned W>
 constexpr unsigned rows_per_control_byte = 8 / control_bits<W>;
 
@@ -33,8 +35,7 @@ template <unsigned W>
 template <unsigned W>
 [[gnu::always_inline]] inline ub4 control_bytes_of(const ub1 *stream, unsigned n) noexcept {
     const unsigned bytes = (n * control_bits<W> + 7) / 8;
-    return static_cast<ub4>(
-        _mm_cvtsi128_si32(_mm_maskz_loadu_epi8(static_cast<__mmask16>((1u << bytes) - 1), stream)));
+    return static_cast<ub4>(_mm_cvtsi128_si32(_mm_maskz_loadu_epi8(static_cast<__mmask16>((1u << bytes) - 1), stream)));
 }
 
 // The vector form: the fields of four bytes, one a lane of W bits.
@@ -55,8 +56,7 @@ public:
             return _mm512_and_si512(_mm512_srlv_epi32(_mm512_set1_epi32(static_cast<int>(four_bytes)), shifts),
                                     _mm512_set1_epi32(field));
         else
-            return _mm512_and_si512(_mm512_srlv_epi64(_mm512_set1_epi64(four_bytes), shifts),
-                                    _mm512_set1_epi64(field));
+            return _mm512_and_si512(_mm512_srlv_epi64(_mm512_set1_epi64(four_bytes), shifts), _mm512_set1_epi64(field));
     }
 
 private:
@@ -67,8 +67,7 @@ private:
         t.clear_selectors();
         for (unsigned lane = 0; lane < 512 / W; lane++) {
             const unsigned byte = lane / rows_per_control_byte<W>;
-            const unsigned in_byte =
-                control_bits<W> * (rows_per_control_byte<W> - 1 - lane % rows_per_control_byte<W>);
+            const unsigned in_byte = control_bits<W> * (rows_per_control_byte<W> - 1 - lane % rows_per_control_byte<W>);
             t.put(0, lane * W / 8, W / 8, W == 16 ? in_byte : 8 * byte + in_byte);
             t.row[1][lane * W / 8] = static_cast<ub1>(byte);
         }

@@ -76,8 +76,8 @@ private:
             source = _mm_loadu_si128(reinterpret_cast<const __m128i *>(position));
         }
         position += length;
-        return _mm_shuffle_epi8(
-            source, _mm_load_si128(reinterpret_cast<const __m128i *>(dynp_shuffles<W / 8>.row[fields])));
+        return _mm_shuffle_epi8(source,
+                                _mm_load_si128(reinterpret_cast<const __m128i *>(dynp_shuffles<W / 8>.row[fields])));
     }
 
     struct no_lanes {};

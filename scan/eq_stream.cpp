@@ -5,8 +5,8 @@
 //             row n. A column with all rows equal leaves res.bits untouched: there count and status say it all
 //   status    short path: 0. General path: 1 if no row is equal, else 0
 //
-// The short path is taken where one side has TAVO_OVERREAD_OK and no element is longer than 8 bytes. With the flag on both
-// sides it reads 8 bytes at the start of an element; otherwise nothing but the elements is read.
+// The short path is taken where one side has TAVO_OVERREAD_OK and no element is longer than 8 bytes. With the flag on
+// both sides it reads 8 bytes at the start of an element; otherwise nothing but the elements is read.
 //
 // The layouts are tried in the order LV_SEP, LV, LP_SEP, LP; what is none of these is fixed.
 #include "frame/tavoc_avx512g.h"
@@ -163,11 +163,9 @@ ub4 tavo_eq_stream_dydi(tavo_vec *res, tavo_vec *left, tavo_vec *right, tavo_env
         const ub4 bytes = fixed_element_bytes(enc);
         return varying || bytes < enc->max_len ? enc->max_len : bytes;
     };
-    const bool is_short = ((left_enc->flags | right_enc->flags) & TAVO_OVERREAD_OK) != 0 &&
-                          longest_of(left_enc) <= 8 && longest_of(right_enc) <= 8;
-    const path p = !is_short                      ? path::general
-                   : (layouts & TAVO_OVERREAD_OK) ? path::short_overread
-                                                  : path::short_exact;
+    const bool is_short = ((left_enc->flags | right_enc->flags) & TAVO_OVERREAD_OK) != 0 && longest_of(left_enc) <= 8 &&
+                          longest_of(right_enc) <= 8;
+    const path p = !is_short ? path::general : (layouts & TAVO_OVERREAD_OK) ? path::short_overread : path::short_exact;
     const kernel_texts texts = TAVO_KERNEL_TEXTS(tavo_eq_stream_dydi);
     const ub1 *a = column_data(left, env, texts), *b = column_data(right, env, texts);
     const ub4 n = TAVO_VEC_SIZE(left);

@@ -4,7 +4,8 @@
 //             for W = 32, or 40, 48, 56 for W = 64
 //   tz        at src.lengths, in a _tz member of 16, 32 or 64 bits: a control stream, or with TAVO_TZ one signed byte
 //             for all rows. The _tz members of 8 bits have no tz and do what the plain ones do
-//   constant  W / 8 bytes in the column's byte order, of which the first width_bits / 8 count; its tz, a signed byte, at
+//   constant  W / 8 bytes in the column's byte order, of which the first width_bits / 8 count; its tz, a signed byte,
+//   at
 //             lengths
 //   result    bit r of res.bits set where row r qualifies; zeros above row n in the last word; res.count
 //
@@ -35,14 +36,14 @@ private:
     code_lanes<W> lanes;
 };
 
-// Elements of fewer bytes, which come to the top of their lanes: the words of each 128-bit quarter's elements first, then
-// one byte shuffle.
+// Elements of fewer bytes, which come to the top of their lanes: the words of each 128-bit quarter's elements first,
+// then one byte shuffle.
 template <unsigned W>
 class narrow_elements {
 public:
     [[gnu::always_inline]] explicit narrow_elements(unsigned width_bits) noexcept : bytes(width_bits / 8) {
-        shuffle = _mm512_broadcast_i32x4(_mm_load_si128(
-            reinterpret_cast<const __m128i *>(dynp_shuffles<W / 8>.row[equal_lengths<W / 8>(bytes)])));
+        shuffle = _mm512_broadcast_i32x4(
+            _mm_load_si128(reinterpret_cast<const __m128i *>(dynp_shuffles<W / 8>.row[equal_lengths<W / 8>(bytes)])));
         const __m512i quarter = _mm512_srli_epi16(_mm512_load_si512(word_numbers.row[0]), 3);
         const __m512i place = _mm512_and_si512(_mm512_load_si512(word_numbers.row[0]), _mm512_set1_epi16(7));
         const auto quarter_words = static_cast<short>(128 / W * bytes / 2);
@@ -174,8 +175,7 @@ struct fixed_call {
 
     template <class Elements>
     [[gnu::always_inline]] ub4 scan(const ub1 *data, ub8 *bv, ub4 n) const noexcept {
-        return scan_blocks(
-            fixed_rows<Op, W, Tz, Elements>(data, width_bits, tz, tz_is_common ? 0 : 4, lo, hi), bv, n);
+        return scan_blocks(fixed_rows<Op, W, Tz, Elements>(data, width_bits, tz, tz_is_common ? 0 : 4, lo, hi), bv, n);
     }
 };
 

@@ -1,5 +1,5 @@
-// The family list of the scans of fixed-width numbers: every (operator, width, tz rule) once, and the eight members that
-// walk a selection under a name of their own.
+// The family list of the scans of fixed-width numbers: every (operator, width, tz rule) once, and the eight members
+// that walk a selection under a name of their own.
 #pragma once
 
 #include "scan/scan_list.h"
@@ -15,10 +15,8 @@
 #define TAVO_EACH_TWO_CONSTANT_FIXED_SCAN(K, tag, variant)                                                             \
     TAVO_EACH_TWO_CONSTANT_OPERATOR(TAVO_EACH_FIXED_WIDTH, K, fixed, tag, variant)
 // The second variant's ranges, apart: those of 32 and 64 bits have a member of their own that walks the selection.
-#define TAVO_EACH_SHORT_FIXED_TZ_RANGE(K)                                                                              \
-    TAVO_EACH_TWO_CONSTANT_OPERATOR(TAVO_EACH_SHORT_FIXED_WIDTH, K, fixed, _tz, 1)
-#define TAVO_EACH_SELECTIVE_FIXED_SCAN(K)                                                                              \
-    TAVO_EACH_TWO_CONSTANT_OPERATOR(TAVO_EACH_LONG_FIXED_WIDTH, K, fixed, _tz, 1)
+#define TAVO_EACH_SHORT_FIXED_TZ_RANGE(K) TAVO_EACH_TWO_CONSTANT_OPERATOR(TAVO_EACH_SHORT_FIXED_WIDTH, K, fixed, _tz, 1)
+#define TAVO_EACH_SELECTIVE_FIXED_SCAN(K) TAVO_EACH_TWO_CONSTANT_OPERATOR(TAVO_EACH_LONG_FIXED_WIDTH, K, fixed, _tz, 1)
 
 extern "C" {
 TAVO_EACH_ONE_CONSTANT_FIXED_SCAN(TAVO_DECLARE_SCAN, , 0)

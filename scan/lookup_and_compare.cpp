@@ -3,10 +3,11 @@
 //   left, right   ub4 codes at data; left.size rows
 //   tables        ub4 values at data, one a code: every code that occurs has one
 //   op            one byte at data: 0 eq, 1 lt, 2 gt, 3 le, 4 ge, 5 ne, unsigned; a larger one holds for no row
-//   result        bits ORed into res.bits, which the caller has zeroed; res.count: the rows for which it holds. Status 0
+//   result        bits ORed into res.bits, which the caller has zeroed; res.count: the rows for which it holds. Status
+//   0
 //
-// A call with env.resume_row r looks at left.size - r rows. Hosts rely on how it counts them: result bits start at bit 0
-// whatever r is; r is added to the two code addresses in bytes, and in the block loop only; the rows behind the last
+// A call with env.resume_row r looks at left.size - r rows. Hosts rely on how it counts them: result bits start at bit
+// 0 whatever r is; r is added to the two code addresses in bytes, and in the block loop only; the rows behind the last
 // whole eight are those of the arrays from the number of rows done on. A caller that wants all rows passes 0.
 #include <string.h>
 
@@ -48,8 +49,8 @@ ub4 compare(ub1 *bits, ub4 n, ub4 offset, looked_up left, looked_up right) noexc
         step = n - row >= 16 ? 16 : 8;
         const auto there = static_cast<__mmask16>(_bzhi_u32(0xffff, step));
         const ub8 byte = static_cast<ub8>(row) * 4 + offset;
-        const auto hits = static_cast<unsigned>(hits_of_mask(_mm512_mask_cmp_epu32_mask(
-            there, left.values(byte, there), right.values(byte, there), Predicate)));
+        const auto hits = static_cast<unsigned>(hits_of_mask(
+            _mm512_mask_cmp_epu32_mask(there, left.values(byte, there), right.values(byte, there), Predicate)));
         bits[row / 8] = static_cast<ub1>(bits[row / 8] | hits);
         if (step == 16)
             bits[row / 8 + 1] = static_cast<ub1>(bits[row / 8 + 1] | hits >> 8);
@@ -75,7 +76,7 @@ ub4 tavo_lookup_and_compare_dydi(tavo_vec *res, tavo_vec *left, tavo_vec *right,
     const ub1 number = *static_cast<const ub1 *>(op->data);
     const auto run = number < 6 ? by_operator[number] : compare<no_row>;
     const ub4 from = env->resume_row, n = left->size > from ? left->size - from : 0;
-    res->count = run(reinterpret_cast<ub1 *>(res->bits), n, from, looked_up(left, left_table),
-                     looked_up(right, right_table));
+    res->count =
+        run(reinterpret_cast<ub1 *>(res->bits), n, from, looked_up(left, left_table), looked_up(right, right_table));
     return TAVO_DONE;
 }

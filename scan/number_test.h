@@ -1,5 +1,5 @@
-// Comparison of numbers that may carry a tz: the pair (number, tz) is ordered by the number, unsigned, and where numbers
-// are equal by the tz, signed. Equal means both equal.
+// Comparison of numbers that may carry a tz: the pair (number, tz) is ordered by the number, unsigned, and where
+// numbers are equal by the tz, signed. Equal means both equal.
 #pragma once
 
 #include <string.h>

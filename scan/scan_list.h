@@ -28,8 +28,8 @@ constexpr unsigned dict = TAVO_CLASS_DICT, fixed = TAVO_CLASS_FIXED, dynp = TAVO
     tavo_range_scan_fn tavo_##op##_##form##_##width##bit##tag;
 
 #define TAVO_PUT_SCAN(width, form, op, number, tag, variant)                                                           \
-    t.put(dispatch_index(number, scan_class::form, width_code(width), variant), tavo_##op##_##form##_##width##bit##tag, \
-          "tavo_" #op "_" #form "_" #width "bit" #tag);
+    t.put(dispatch_index(number, scan_class::form, width_code(width), variant),                                        \
+          tavo_##op##_##form##_##width##bit##tag, "tavo_" #op "_" #form "_" #width "bit" #tag);
 
 // Members: form_scan<operator, width, variant> with the member's texts.
 #define TAVO_ONE_CONSTANT_MEMBER(width, form, op, number, tag, variant)                                                \

@@ -1,5 +1,5 @@
-// Row selection: copies the selected rows of a column to an output of the same layout, and goes on where it stopped when
-// the output was full.
+// Row selection: copies the selected rows of a column to an output of the same layout, and goes on where it stopped
+// when the output was full.
 //
 //   rows      env.ones_vec if there is one, else the bits of env.sel_bits below src.size
 //   output    up to dst.size elements, and in the LV layouts up to dst.byte_size bytes of data; both say on return what
@@ -8,8 +8,8 @@
 //             which the element reached begins, in the LV layouts. A row that did not fit is the next one
 //   status    0 rows exhausted, 23 output full, 2 no layout that both sides have
 //
-// Nothing outside the elements is read, nothing outside the output is written. Elements reached by index may come in any
-// order of the list; the LV layouts reach them by walking, so there the list ascends (an entry may repeat).
+// Nothing outside the elements is read, nothing outside the output is written. Elements reached by index may come in
+// any order of the list; the LV layouts reach them by walking, so there the list ascends (an entry may repeat).
 #include "bitvec/bitvec.h"
 #include "frame/tavoc_avx512g.h"
 #include "scan/element_layout.h"
@@ -192,7 +192,7 @@ ub4 select_walked_by_list(tavo_vec *dst, const tavo_vec *src, const ub1 *data, t
 template <class Cursor>
 ub4 select_walked(tavo_vec *dst, const tavo_vec *src, const ub1 *data, tavo_env *env) {
     return (env->ones_vec != nullptr ? select_walked_by_list<Cursor> : select_walked_by_bits<Cursor>)(dst, src, data,
-                                                                                                    env);
+                                                                                                      env);
 }
 
 } // namespace

@@ -1,7 +1,8 @@
 // Set membership of dictionary codes: the one text of 22 kernels, one for each code width W.
 //
 //   source   as in the scans of dictionary codes
-//   set      a bit vector over codes: bit c of the set vector's bits set means that code c is in the set. It has the words
+//   set      a bit vector over codes: bit c of the set vector's bits set means that code c is in the set. It has the
+//   words
 //            of all codes that occur. Up to 13 bits the rest of its 2^W bits is read as well, as far as it lies in the
 //            pages of these words; above, only the 4 bytes that hold the bit of a code that occurs
 //   result   bit r of res.bits set where the set has code r; zeros above row n in the last word; res.count
@@ -78,8 +79,8 @@ private:
     __m512i low, high, bit_possible;
 };
 
-// Sets of 2- and 4-bit codes: no code is brought to bit 0. A lane's field, its two halves laid over each other, is the code
-// or, of 2 bits, four times the code: distinct places of one table, 0 being the same place for both.
+// Sets of 2- and 4-bit codes: no code is brought to bit 0. A lane's field, its two halves laid over each other, is the
+// code or, of 2 bits, four times the code: distinct places of one table, 0 being the same place for both.
 template <unsigned W>
 class nibble_set {
 public:
@@ -93,8 +94,8 @@ public:
     [[gnu::always_inline]] ub8 operator()(__m512i source) const noexcept {
         const __m512i fields = codes.fields(source);
         constexpr int either_and = 0xa8; // (a | b) & c
-        const __m512i place = _mm512_ternarylogic_epi32(fields, _mm512_srli_epi16(fields, 4), _mm512_set1_epi8(0x0f),
-                                                        either_and);
+        const __m512i place =
+            _mm512_ternarylogic_epi32(fields, _mm512_srli_epi16(fields, 4), _mm512_set1_epi8(0x0f), either_and);
         return hits_of_mask(_mm512_movepi8_mask(_mm512_shuffle_epi8(table, place)));
     }
     [[gnu::always_inline]] ub8 first(__m512i source, unsigned) const noexcept { return (*this)(source); }

@@ -69,7 +69,8 @@ std::vector<ub1> &random_bytes(std::size_t bytes) {
     return data;
 }
 
-void fixed(benchmark::State &state, std::size_t bytes, unsigned operation, unsigned width, unsigned width_bits, bool tz) {
+void fixed(benchmark::State &state, std::size_t bytes, unsigned operation, unsigned width, unsigned width_bits,
+           bool tz) {
     const auto &data = random_bytes(bytes);
     const auto n = static_cast<ub4>(bytes * 8 / width_bits);
     call k(operation, TAVO_CLASS_FIXED, width, tz, data.data(), data.data(), n, 0x40, 0xc0);
@@ -146,8 +147,9 @@ template <unsigned Width>
     ub4 count = 0;
     std::memset(bits, 0, (c.rows + 63ull) / 64 * 8);
     for (ub4 r = 0; r < c.rows; r++) {
-        const unsigned length =
-            (c.controls[r / rows_a_byte] >> field_bits * (rows_a_byte - 1 - r % rows_a_byte) & ((1 << field_bits) - 1)) + 1;
+        const unsigned length = (c.controls[r / rows_a_byte] >> field_bits * (rows_a_byte - 1 - r % rows_a_byte) &
+                                 ((1 << field_bits) - 1)) +
+                                1;
         ub8 number = 0;
         for (unsigned i = 0; i < Width / 8; i++)
             number = number << 8 | (i < length ? p[i] : 0);

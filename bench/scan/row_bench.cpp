@@ -270,8 +270,8 @@ int main(int argc, char **argv) {
     for (auto [layout, name] : {std::pair{TAVO_LV_SEP, "lv_sep"}, {TAVO_LP_SEP, "lp_sep"}}) {
         add(std::string("eq_stream/") + name + "/short", equal_rows, layout, 8u, true);
         for (unsigned longest : {8u, 30u, 120u})
-            add(std::string("eq_stream/") + name + "/general_to_" + std::to_string(longest), equal_rows, layout, longest,
-                false);
+            add(std::string("eq_stream/") + name + "/general_to_" + std::to_string(longest), equal_rows, layout,
+                longest, false);
     }
     benchmark::RunSpecifiedBenchmarks();
     return 0;

@@ -37,7 +37,8 @@ TEST(NumberScan, AgreesWithPlainReading) {
             ASSERT_NO_FATAL_FAILURE(expect_agreement(member, values, a, b, side));
             ASSERT_NO_FATAL_FAILURE(expect_agreement(member, values, other_tz, other_tz, side));
             ASSERT_NO_FATAL_FAILURE(expect_agreement(member, values, b, {b.number, 127}, side));
-            ASSERT_NO_FATAL_FAILURE(expect_agreement(member, values, {0, -128}, {largest_code(member.width_bits), 3}, side));
+            ASSERT_NO_FATAL_FAILURE(
+                expect_agreement(member, values, {0, -128}, {largest_code(member.width_bits), 3}, side));
         }
 }
 
@@ -60,7 +61,8 @@ TEST(NumberScan, EightBitsHaveNoTz) {
         column.enc.flags |= TAVO_TZ;
         scan_result result(600);
         member(&result.res, &column.src, values[1], values[2], nullptr);
-        EXPECT_EQ(result.bits(), bits_where(600, [&](ub4 r) { return member.qualifies(values[r], values[1], values[2]); }))
+        EXPECT_EQ(result.bits(),
+                  bits_where(600, [&](ub4 r) { return member.qualifies(values[r], values[1], values[2]); }))
             << member.name();
     }
 }

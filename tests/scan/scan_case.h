@@ -29,8 +29,8 @@ struct scan_value {
 
 inline bool in_set(ub8 code, ub8 choice) { return ((code + 1) * (2 * choice + 0x9e3779b97f4a7c15) >> 33) % 8 < 3; }
 
-// The bit vector of a set, for the codes of a column alone: it ends at an unreadable page behind the word of the largest
-// of them. At 24 and 32 bits most of it has never been touched.
+// The bit vector of a set, for the codes of a column alone: it ends at an unreadable page behind the word of the
+// largest of them. At 24 and 32 bits most of it has never been touched.
 class code_set {
 public:
     code_set(unsigned width, const tavo_vec &column, ub8 choice) {
@@ -203,8 +203,8 @@ inline ub4 population(const std::vector<ub8> &words) {
     return n;
 }
 
-// A column between unreadable pages. Behind packed codes 3 bytes may be read; behind the numbers of a narrow fixed column
-// what is missing to its kernel's width; nothing behind dynp elements and fields of any kind.
+// A column between unreadable pages. Behind packed codes 3 bytes may be read; behind the numbers of a narrow fixed
+// column what is missing to its kernel's width; nothing behind dynp elements and fields of any kind.
 struct scan_column {
     tavo_enc_ctx enc{};
     tavo_vec src{};

@@ -52,10 +52,12 @@ TEST(SetScan, SetAcrossPages) {
                 scan_result result(300);
                 tavo_vec set{};
                 set.bits = bits;
-                tavo_global_specialized_ctx.dispatch_table[member.index()].scan(&result.res, &column.src, &set, nullptr);
-                ASSERT_EQ(result.bits(), bits_where(300, [&](ub4 r) {
-                              return bits[values[r].number / 64] >> values[r].number % 64 & 1;
-                          })) << member.name() << " " << before;
+                tavo_global_specialized_ctx.dispatch_table[member.index()].scan(&result.res, &column.src, &set,
+                                                                                nullptr);
+                ASSERT_EQ(
+                    result.bits(),
+                    bits_where(300, [&](ub4 r) { return bits[values[r].number / 64] >> values[r].number % 64 & 1; }))
+                    << member.name() << " " << before;
                 for (scan_value &value : values)
                     value.number %= 8 * before;
                 values[299].number = 8 * before - 1 + rng() % 2; // the last row alone decides
