@@ -17,7 +17,7 @@ bench)
         echo "setup: figures need a processor with AVX-512; this one lacks $lacks" >&2
         exit 2
     fi
-    packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config)
+    packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config sqlite3 mawk)
     ;;
 aarch64) packages+=(libsimde-dev libgtest-dev googletest pkg-config g++-aarch64-linux-gnu qemu-user) ;;
 memcheck) packages+=(libsimde-dev libgtest-dev libbenchmark-dev pkg-config binutils valgrind) ;;

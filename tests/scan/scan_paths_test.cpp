@@ -25,7 +25,8 @@ TEST(ScanPaths, SparseAndDenseAgreeUnderEverySelection) {
             auto selection = random_bits(rows, density, rng);
             const guarded guarded_selection({reinterpret_cast<const ub1 *>(selection.data()), selection.size() * 8});
             auto source_selection = random_bits(rows, 0.7, rng);
-            const auto [lo, hi] = std::minmax(values[rng() % rows], values[rng() % rows]);
+            const auto ends = std::minmax(values[rng() % rows], values[rng() % rows]);
+            const scan_value lo = ends.first, hi = ends.second; // names that a lambda may capture
             for (bool with_source_selection : {false, true})
                 for (ub1 flags : {ub1{0}, ub1{TAVO_ENV_SPARSE}}) {
                     scan_column column(member, values);
