@@ -98,12 +98,12 @@ void pack_and_run(std::span<const ub1> input) {
     for (const ub1 byte : input.subspan(2).first(std::min<std::size_t>(input.size() - 2, 400)))
         codes.insert(codes.end(), 1 + input[1] * (byte % 4u),
                      static_cast<ub4>((byte * 0x01010101ull ^ (byte & 1 ? 0x5a3c0000u : 0u)) & ((1ull << width) - 1)));
-    const std::vector<ub1> packed = host::pack(codes, width);
+    const auto packed = host::pack(codes, width);
     require(packed.size() == host::packed_bytes(codes.size(), width) + host::readable_behind);
     require(unpack(packed.data(), codes.size(), width) == codes);
     const host::run_lengths runs = host::find_runs(codes, width);
     require(runs.table.size() == runs.codes.size() * runs.entry_bits / 8);
-    require(expand(runs.codes, runs.table.data(), runs.entry_bits, codes.size()) == codes);
+    require(expand({runs.codes.begin(), runs.codes.end()}, runs.table.data(), runs.entry_bits, codes.size()) == codes);
 }
 
 // A length, and the symbols' bytes.
@@ -122,7 +122,8 @@ void front_code(std::span<const ub1> input) {
     std::string expected;
     for (const std::string &symbol : symbols)
         expected += symbol;
-    const std::vector<ub1> blocks = host::front_code(symbols, length);
+    const auto blocks =
+        host::front_code({reinterpret_cast<const ub1 *>(expected.data()), expected.size()}, length);
     const guarded coded{std::span<const ub1>(blocks)}, decoded(plain.size());
     tavo_enc_ctx enc{};
     enc.prefix_block = 16;
