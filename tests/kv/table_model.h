@@ -38,7 +38,7 @@ inline key_bytes hash_slot(ub8 hash, ub4 hash_bytes, ub4 slot_bytes) {
     if (key == 0 && (hash_bytes == 8 || slot_bytes == 2))
         key = 1;
     key_bytes slot(slot_bytes);
-    std::memcpy(slot.data(), &key, slot_bytes);
+    std::memcpy(slot.data(), &key, std::min<std::size_t>(slot_bytes, sizeof key)); // zeros behind
     return slot;
 }
 
