@@ -493,7 +493,7 @@ TEST(KvArray, WhatIsRefused) {
             aux.nonmatch_bv = aux.segbv = bits;
             tavo_env probe_env{};
             probe_env.aux = &aux;
-            host_vector out(100, 10), rids(0);
+            host_vector out(80, 10), rids(0);
             rids.enc.flags = TAVO_ROWID_BASE;
             ub4 rid_out[10];
             EXPECT_EQ(lib()->probe_kv(&out.vec, rid_out, nullptr, &rids.vec, &v.keys.vec, &table.kv, mode, &probe_env,
