@@ -122,8 +122,7 @@ void front_code(std::span<const ub1> input) {
     std::string expected;
     for (const std::string &symbol : symbols)
         expected += symbol;
-    const auto blocks =
-        host::front_code({reinterpret_cast<const ub1 *>(expected.data()), expected.size()}, length);
+    const auto blocks = host::front_code({reinterpret_cast<const ub1 *>(expected.data()), expected.size()}, length);
     const guarded coded{std::span<const ub1>(blocks)}, decoded(plain.size());
     tavo_enc_ctx enc{};
     enc.prefix_block = 16;
