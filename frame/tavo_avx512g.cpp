@@ -9,6 +9,9 @@
 #include "frame/dispatch_table.h"
 #include "frame/processor.h"
 #include "frame/tavo_status.h"
+#include "kv/bloom_kernels.h"
+#include "kv/hash.h"
+#include "kv/partition.h"
 
 extern "C" {
 ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
@@ -79,7 +82,10 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(lbiwvones);
     OPERATION(lbiwvrun);
     OPERATION(lbiwvruns);
+    OPERATION(bloom);
     OPERATION(prefix_decode);
+    OPERATION(hash);
+    OPERATION(partition);
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);

@@ -1,0 +1,2 @@
+#include "bench/kit/plain.h"
+BENCHMARK_MAIN();
