@@ -74,7 +74,7 @@ column_hasher::column_hasher(const tavo_vec *column, const ub1 *data, tavo_hash_
     row_ = row;
 }
 
-// Elements that are found by their row number.
+// Elements that lie anywhere: a later row's is fetched before a row's is hashed.
 template <class Element>
 [[gnu::always_inline]] inline void column_hasher::hash_placed(ub8 *out, ub4 rows, hash_seeds seeds,
                                                               Element element) const noexcept {
@@ -126,7 +126,8 @@ void column_hasher::operator()(ub8 *out, ub4 rows, hash_seeds seeds) noexcept {
     const ub2 *lengths = column_->lengths;
     switch (form_) {
     case form::fixed:
-        hash_placed(out, rows, seeds, [=, bytes = width / 8](ub8 row) { return element{data + row * bytes, bytes}; });
+        for (ub8 i = 0, bytes = width / 8; i < rows; i++)
+            out[i] = hash_(data + (row_ + i) * bytes, bytes, seeds(row_ + i));
         break;
     case form::packed_codes:
         hash_symbols(out, rows, seeds, [=](ub8 row) { return packed_code(data, row, width); });
