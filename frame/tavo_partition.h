@@ -13,11 +13,14 @@
  *   TAVO_PARTITION_HASH | _KEY_REFERENCE                         24     key address, ub2 key length and zeros, hash
  *   TAVO_PARTITION_HASH | _KEY_REFERENCE | _ROW_ID               32     row id, hash, key address, length and zeros
  *   TAVO_PARTITION_HASH | _FIXED_KEY                             24     hash, record_extra bytes of key, zeros
- */
+ *
+ * The second of them is a record stream that table builds take as TAVO_RECORD_RIDHASH, the fifth one as
+ * TAVO_RECORD_LPHASH, the sixth as TAVO_RECORD_RIDLPHASH. */
 #ifndef TAVO_PARTITION_H
 #define TAVO_PARTITION_H
 
 #include "tavo_avx512g.h"
+#include "tavo_kv.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -41,9 +44,6 @@ struct tavo_partition_ctx {
 #define TAVO_PARTITION_KEY_REFERENCE 0x20u /* key references from a TAVO_LP or TAVO_LP_SEP column */
 #define TAVO_PARTITION_FIXED_KEY 0x40u     /* key bytes from a TAVO_FIXED column */
 #define TAVO_PARTITION_RECORD_BITS 0x6du
-
-/* Element class, in tavo_enc_ctx.flags, of a hash vector whose elements are records of 16 bytes: row id, hash. */
-#define TAVO_CLASS_ROW_ID_HASH 0x21000000u
 
 TAVO_STATIC_ASSERT(sizeof(tavo_partition_ctx) == 24, "size of tavo_partition_ctx");
 TAVO_OFFSET(tavo_partition_ctx, flags, 0);

@@ -56,7 +56,7 @@ struct partition_step {
 
     hash_source from() const noexcept {
         const tavo_enc_ctx *enc = TAVO_VEC_ENC_CTX(source);
-        if ((enc->flags & TAVO_ELEMENT_CLASS) == TAVO_CLASS_ROW_ID_HASH)
+        if ((enc->flags & TAVO_ELEMENT_CLASS) == TAVO_RECORD_RIDHASH)
             return hash_source::records;
         return TAVO_ENC_CTX_FLAG(enc, TAVO_HASHES) ? hash_source::hashes : hash_source::keys;
     }

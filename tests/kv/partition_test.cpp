@@ -181,7 +181,7 @@ TEST(partition, record_stream) {
         append(expected[hash >> 9 & 15], id, hash);
     }
     const guarded memory(std::span(reinterpret_cast<const ub1 *>(records.data()), records.size()));
-    for (ub4 class_flags : {TAVO_CLASS_ROW_ID_HASH | TAVO_HASHES, TAVO_CLASS_ROW_ID_HASH})
+    for (ub4 class_flags : {TAVO_RECORD_RIDHASH | TAVO_HASHES, TAVO_RECORD_RIDHASH})
         for (ub1 flags : {ub1{0x08}, ub1{0x09}}) {
             tavo_enc_ctx enc{};
             enc.flags = class_flags;
