@@ -11,6 +11,7 @@
 #include "frame/tavo_status.h"
 #include "kv/bloom_kernels.h"
 #include "kv/hash.h"
+#include "kv/kv_table.h"
 #include "kv/partition.h"
 
 extern "C" {
@@ -86,6 +87,10 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(prefix_decode);
     OPERATION(hash);
     OPERATION(partition);
+    OPERATION(layout_kv);
+    OPERATION(create_add_kv);
+    OPERATION(probe_kv);
+    OPERATION(mut_kv_scan);
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);

@@ -53,14 +53,14 @@
 #define TAVO_ADD_KERNELS(K) TAVO_ADD_HASH_KERNELS(K) TAVO_ADD_GD_KERNELS(K) TAVO_ADD_FIXED_KERNELS(K)
 
 // The array kinds: K(type, rows, array).
-#define TAVO_ADD_ARRAY_KERNELS(K)                                                                                      \
+#define TAVO_ADD_LIST_KERNELS(K)                                                                                       \
     K(k4v4, ridgd, arid4)                                                                                              \
     K(k4v4, key32_payload, arid4)                                                                                      \
     K(k4v4, key32_autorid, arid4)                                                                                      \
     K(k4v8, ridgd, arid8)                                                                                              \
     K(k4v8, key32_payload, arid8)                                                                                      \
-    K(k4v8, key32_autorid, arid8)                                                                                      \
-    K(k4, key32, acnt)
+    K(k4v8, key32_autorid, arid8)
+#define TAVO_ADD_ARRAY_KERNELS(K) TAVO_ADD_LIST_KERNELS(K) K(k4, key32, acnt)
 
 namespace tavo {
 
@@ -96,6 +96,12 @@ enum class kv_rows : ub4 {
     number
 };
 
+// Kernels that normalise keys and hashes themselves and hand them on in chunks: the front door's arguments with the
+// segment's address in the place of its number. They start at env->resume_row and write it back.
+using kv_fused_add = ub4(tavo_kv *kv, tavo_vec *hashes, tavo_vec *values, tavo_vec *keys, void *segment, tavo_env *env,
+                         tavo_kv_alloc_fn *alloc, tavo_kv_status *status) noexcept;
+enum class kv_fused_rows : ub4 { gd_gd, gdhc_gd, hash32_fixed, lphash_direct, ridlphash_direct, number };
+
 } // namespace tavo
 
 extern "C" {
@@ -104,11 +110,6 @@ TAVO_ADD_KERNELS(TAVO_DECLARE_ADD)
 TAVO_ADD_ARRAY_KERNELS(TAVO_DECLARE_ADD)
 #undef TAVO_DECLARE_ADD
 
-// Kernels that normalise the keys themselves and hand them on in chunks: the front door's arguments with the segment's
-// address in the place of its number.
-#define TAVO_DECLARE_FUSED(name)                                                                                       \
-    ub4 name(tavo_kv *kv, tavo_vec *hashes, tavo_vec *values, tavo_vec *keys, void *segment, tavo_env *env,            \
-             tavo_kv_alloc_fn *alloc, tavo_kv_status *status) noexcept;
 #define TAVO_FUSED_KEY_TYPES(K, rows) K(k4, rows) K(k6, rows) K(k8, rows) K(k12, rows)
 #define TAVO_FUSED_VALUE_TYPES(K, rows)                                                                                \
     K(k4v4, rows) K(k4v8, rows) K(k6v4, rows) K(k6v8, rows) K(k8v4, rows) K(k8v8, rows) K(k10v4, rows) K(k12v4, rows)
@@ -121,9 +122,8 @@ TAVO_ADD_ARRAY_KERNELS(TAVO_DECLARE_ADD)
     TAVO_FUSED_VALUE_TYPES(K, hash32_fixed)                                                                            \
     TAVO_FUSED_KEY_TYPES(K, lphash_direct)                                                                             \
     TAVO_FUSED_VALUE_TYPES(K, ridlphash_direct)
-#define TAVO_DECLARE_FUSED_OF(type, rows) TAVO_DECLARE_FUSED(tavo_kv_add_##type##_##rows)
-TAVO_ADD_FUSED_KERNELS(TAVO_DECLARE_FUSED_OF)
-#undef TAVO_DECLARE_FUSED_OF
+#define TAVO_DECLARE_FUSED(type, rows) tavo::kv_fused_add tavo_kv_add_##type##_##rows;
+TAVO_ADD_FUSED_KERNELS(TAVO_DECLARE_FUSED)
 #undef TAVO_DECLARE_FUSED
 }
 
@@ -133,6 +133,17 @@ namespace tavo {
 struct kv_add_table {
     kv_add_kernel *of[16][static_cast<ub4>(kv_rows::number)][2]{};
 };
+struct kv_fused_table {
+    kv_fused_add *of[16][static_cast<ub4>(kv_fused_rows::number)]{};
+};
+consteval kv_fused_table list_fused_kernels() {
+    kv_fused_table t;
+#define TAVO_LIST_FUSED(type, rows)                                                                                    \
+    t.of[kv_type::type][static_cast<ub4>(kv_fused_rows::rows)] = &tavo_kv_add_##type##_##rows;
+    TAVO_ADD_FUSED_KERNELS(TAVO_LIST_FUSED)
+#undef TAVO_LIST_FUSED
+    return t;
+}
 consteval kv_add_table list_add_kernels() {
     kv_add_table t;
 #define TAVO_LIST_ADD(type, rows, form)                                                                                \
