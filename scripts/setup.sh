@@ -4,7 +4,7 @@
 set -euo pipefail
 
 mode=${1:-}
-packages=(g++ cmake ninja-build libcli11-dev libfmt-dev)
+packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libxxhash-dev)
 case $mode in
 build) ;;
 test) packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config clang-14 binutils) ;;

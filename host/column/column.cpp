@@ -110,7 +110,7 @@ table::table(const csv_file &file, const std::vector<std::size_t> &wanted, const
         if (options.progress && rows_ % 65536 == 0)
             options.progress(reader.end(), file_.text().size());
     });
-    if (rows_ == 0)
+    if (rows_ == 0 && !options.may_be_empty)
         throw error(file_.path() + ": the file has a header and no rows");
 
     for (std::size_t i = 0; i < wanted.size(); i++) {

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "host/command/explain.h"
+#include "host/command/join_query.h"
 #include "host/command/output.h"
 #include "host/command/subcommands.h"
 #include "host/command/table_options.h"
@@ -20,6 +21,7 @@ namespace {
 
 struct query_options {
     table_options table;
+    join_options join;
     std::string columns, library;
     std::vector<std::string> where;
     ub4 limit = 0xffffffff;
@@ -37,20 +39,13 @@ std::vector<std::size_t> column_list(const csv_file &file, const std::string &li
     return numbers;
 }
 
-// A line of CSV from field(0), field(1), ...
-template <class Field>
-void append_line(std::string &text, std::size_t fields, Field field) {
-    if (fields == 1 && field(0).empty())
-        text += "\"\""; // an empty line would be no row
-    else
-        for (std::size_t i = 0; i < fields; i++) {
-            text += i == 0 ? "" : ",";
-            append_csv(text, field(i));
-        }
-    text += '\n';
-}
-
 int run(const query_options &options) {
+    if (!options.join.file.empty())
+        return run_join(options.join, {options.table, options.where, options.columns, options.library, options.limit,
+                                       options.count, options.explain, options.check});
+    if (!options.join.on.empty() || options.join.left || options.join.right || options.join.anti)
+        throw error("--on, --left, --right and --anti go with --join FILE");
+
     std::vector<predicate> predicates;
     for (const std::string &text : options.where)
         predicates.push_back(parse_predicate(text));
@@ -100,15 +95,15 @@ int run(const query_options &options) {
     if (options.count) {
         answer = fmt::format("{}\n", selected.count);
     } else {
-        append_line(answer, printed.size(),
-                    [&](std::size_t i) { return std::string_view(file.columns()[printed[i]]); });
+        append_csv_line(answer, printed.size(),
+                        [&](std::size_t i) { return std::string_view(file.columns()[printed[i]]); });
         std::vector<column *> columns;
         for (const std::size_t number : printed)
             columns.push_back(table.encoded(number));
         value_reader values(session, columns, selected, options.limit);
         for (ub4 rows; (rows = values.next()) > 0;)
             for (ub4 row = 0; row < rows; row++)
-                append_line(answer, printed.size(), [&](std::size_t i) { return values.value(i, row); });
+                append_csv_line(answer, printed.size(), [&](std::size_t i) { return values.value(i, row); });
         for (query_step &step : values.steps())
             steps.push_back(std::move(step));
     }
@@ -152,6 +147,7 @@ subcommand add_query(CLI::App &app) {
     query->add_flag("--count", options->count, "Print how many rows, not the rows");
     query->add_option("--limit", options->limit, "Print so many rows at most");
     query->add_option("--columns", options->columns, "Print these columns: a,b,c");
+    add_join_options(*query, options->join);
     query->add_flag("--explain", options->explain, "Show each step: kernel, rows in and out, time");
     query->add_flag("--check", options->check, "Recompute the answer from the text and compare");
     query->add_option("--library,--lib", options->library,

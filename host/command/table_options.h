@@ -13,6 +13,7 @@ namespace host {
 struct table_options {
     std::string file;
     std::vector<std::string> null_texts, encode;
+    bool may_be_empty = false;
 };
 // FILE and the options that say how it is read. The options must live until they are parsed.
 void add_table_options(CLI::App &, table_options &);

@@ -101,7 +101,8 @@ void join::build(const join_rows &right, bool pointer_form) {
     {
         const step_clock clock;
         table_ = std::make_unique<table_memory>(
-            ctx_, table_memory::shape{keys_.table_kind(), keys_.table_type(), distinct, right.keyed.count, pointer_form},
+            ctx_,
+            table_memory::shape{keys_.table_kind(), keys_.table_type(), distinct, right.keyed.count, pointer_form},
             settings_.overflow_limit);
         steps_.add("tavo_layout_kv_dydi", "", describe(*table_, keys_), right.keyed.count, right.keyed.count,
                    clock.seconds());
@@ -130,8 +131,8 @@ void join::add_to_table(tavo_vec *hashes, tavo_vec *values, tavo_vec *keys, sb8 
     env.host = session_.record();
     tavo_kv_status missing{};
     const step_clock clock;
-    const ub4 status = ctx_.create_add_kv(table_->kv(), hashes, values, keys, segment, &env, table_memory::hand_out,
-                                          &missing);
+    const ub4 status =
+        ctx_.create_add_kv(table_->kv(), hashes, values, keys, segment, &env, table_memory::hand_out, &missing);
     session_.throw_raised();
     if (status == table_memory::over_limit)
         throw error(fmt::format("the join's table needs more memory than it may take: its overflow has {} of {} bytes",
@@ -157,8 +158,8 @@ void join::add_by_partitions(const join_rows &right, key_vectors &vectors) {
         row_ids positions(static_cast<ub4>(right_rows_.size()), rows);
         const step_clock clock;
         partitions.add(hashes, &positions.vec);
-        steps_.add("tavo_partition_dydi", "", fmt::format("{} partitions, row ids and hashes", partitions.count()), rows,
-                   rows, clock.seconds());
+        steps_.add("tavo_partition_dydi", "", fmt::format("{} partitions, row ids and hashes", partitions.count()),
+                   rows, rows, clock.seconds());
         right_rows_.insert(right_rows_.end(), reader.row_numbers().begin(), reader.row_numbers().begin() + rows);
         for (std::size_t c = 0; c < codes.size(); c++)
             codes[c].insert(codes[c].end(), reader.codes(c), reader.codes(c) + rows);
@@ -216,7 +217,8 @@ std::vector<row_pair> join::probe(join_kind kind, const join_rows &left, std::ve
                              : kind == join_kind::right_anti ? "matched entries marked"
                                                              : "pairs";
     std::vector<row_pair> pairs;
-    code_reader reader(session_, columns_of(keys_, join_side::left), left.rows, left.keyed, settings_.batch_rows, steps_);
+    code_reader reader(session_, columns_of(keys_, join_side::left), left.rows, left.keyed, settings_.batch_rows,
+                       steps_);
     key_vectors vectors(session_, keys_, join_side::left, steps_);
     std::vector<ub8> passing, hashes, rids;
     std::vector<ub4> places, values(probe_outputs);
@@ -239,8 +241,9 @@ std::vector<row_pair> join::probe(join_kind kind, const join_rows &left, std::ve
             const ub4 status = ctx_.bloom(&res, all_hashes, filter_->vec(), &env, bloom_filter::mode);
             if (status != TAVO_DONE && status != TAVO_NONE_SELECTED)
                 fail("tavo_bloom_dydi", status);
-            steps_.add("tavo_bloom_dydi", "", fmt::format("filter of {} KiB, two bits a row", (filter_->bytes() + 1023) / 1024),
-                       rows, res.count, clock.seconds());
+            steps_.add("tavo_bloom_dydi", "",
+                       fmt::format("filter of {} KiB, two bits a row", (filter_->bytes() + 1023) / 1024), rows,
+                       res.count, clock.seconds());
         }
         if (res.count == 0)
             continue;
@@ -285,8 +288,8 @@ std::vector<row_pair> join::probe(join_kind kind, const join_rows &left, std::ve
             value_out.size = probe_outputs;
             value_out.count = 0;
             const step_clock clock;
-            status = ctx_.probe_kv(&value_out, rid_out.data(), &hash_vec, &rid_vec, keys, table_->kv(), mode, &probe_env,
-                                   &status_out);
+            status = ctx_.probe_kv(&value_out, rid_out.data(), &hash_vec, &rid_vec, keys, table_->kv(), mode,
+                                   &probe_env, &status_out);
             seconds += clock.seconds();
             session_.throw_raised();
             if (status != TAVO_DONE && status != TAVO_PROBE_FULL)

@@ -34,7 +34,9 @@ public:
     explicit join_keys(const std::vector<pair> &columns);
 
     std::size_t columns() const { return pairs_.size(); }
-    column *of(join_side side, std::size_t c) const { return side == join_side::left ? pairs_[c].left : pairs_[c].right; }
+    column *of(join_side side, std::size_t c) const {
+        return side == join_side::left ? pairs_[c].left : pairs_[c].right;
+    }
     key_form form() const { return form_; }
     ub4 key_bytes() const { return key_bytes_; } // of fixed keys and shared codes; the longest of the others
     tavo_kv_type table_type() const;             // with values of 4 bytes
@@ -48,7 +50,9 @@ public:
         ub2 length;                   // big-endian, of fixed keys
         std::vector<ub4> shared_code; // by code
     };
-    const dictionary &dictionary_of(join_side side, std::size_t c) const { return dictionaries_[side == join_side::right][c]; }
+    const dictionary &dictionary_of(join_side side, std::size_t c) const {
+        return dictionaries_[side == join_side::right][c];
+    }
 
 private:
     void share_codes(std::size_t c, const std::vector<std::string> &left, const std::vector<std::string> &right);

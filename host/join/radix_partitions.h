@@ -14,8 +14,8 @@ class radix_partitions {
 public:
     // 2^bits partitions, by the hash bits from low_bit up. `record`: TAVO_PARTITION_... flags, of record_bytes bytes.
     // chunk_records: room that a partition gets at a time.
-    radix_partitions(const tavo_specialized_ctx &, unsigned low_bit, unsigned bits, ub1 record, std::size_t record_bytes,
-                     std::size_t chunk_records = 1024);
+    radix_partitions(const tavo_specialized_ctx &, unsigned low_bit, unsigned bits, ub1 record,
+                     std::size_t record_bytes, std::size_t chunk_records = 1024);
     radix_partitions(const radix_partitions &) = delete;
     radix_partitions &operator=(const radix_partitions &) = delete;
 

@@ -41,8 +41,8 @@ public:
     static ub4 hand_out(tavo_kv_region *region, ub4 count, ub8 *id) noexcept;
 
 private:
-    // The callback is given the address of a region and nothing else: it finds the table from that, as the record stands
-    // at a multiple of its size.
+    // The callback is given the address of a region and nothing else: it finds the table from that, as the record
+    // stands at a multiple of its size.
     struct alignas(128) block {
         tavo_kv kv;
         table_memory *owner;
