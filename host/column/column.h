@@ -74,9 +74,9 @@ using forms = std::map<std::string, std::optional<column_form>>;
 struct read_options {
     forms form_of;
     std::vector<std::string> null_texts; // fields that are null besides the empty one
-    bool may_be_empty = false;           // a file with a header and no rows is a table too
     // Told now and then how many bytes of the file are behind us; may be empty.
     std::function<void(std::size_t done, std::size_t all)> progress;
+    bool may_be_empty = false; // a file with a header and no rows is a table too
 };
 
 // A CSV file with some of its columns encoded.
