@@ -1,0 +1,168 @@
+// What SIMDe supplies: the intrinsics that kernels use of it, by their names. A line is a promise that SIMDe does here
+// what the instruction does, bit for bit, which tests/portable holds against the instruction.
+#pragma once
+
+#include <simde/x86/avx512.h>
+
+using __m128i = simde__m128i;
+using __m128 = simde__m128;
+using __m128d = simde__m128d;
+using __m256i = simde__m256i;
+using __m256 = simde__m256;
+using __m256d = simde__m256d;
+using __m512i = simde__m512i;
+using __m512 = simde__m512;
+using __m512d = simde__m512d;
+using __mmask8 = simde__mmask8;
+using __mmask16 = simde__mmask16;
+using __mmask32 = simde__mmask32;
+using __mmask64 = simde__mmask64;
+
+#define _mm_add_pd simde_mm_add_pd
+#define _mm_add_ps simde_mm_add_ps
+#define _mm_add_sd simde_mm_add_sd
+#define _mm_add_ss simde_mm_add_ss
+#define _mm_and_si128 simde_mm_and_si128
+#define _mm_cvtsd_f64 simde_mm_cvtsd_f64
+#define _mm_cvtsi128_si32 simde_mm_cvtsi128_si32
+#define _mm_cvtsi128_si64 simde_mm_cvtsi128_si64
+#define _mm_cvtsi32_si128 simde_mm_cvtsi32_si128
+#define _mm_cvtss_f32 simde_mm_cvtss_f32
+#define _mm_extract_epi64 simde_mm_extract_epi64
+#define _mm_load_si128 simde_mm_load_si128
+#define _mm_loadu_si128 simde_mm_loadu_si128
+#define _mm_movehl_ps simde_mm_movehl_ps
+#define _mm_packus_epi16 simde_mm_packus_epi16
+#define _mm_set1_epi64x simde_mm_set1_epi64x
+#define _mm_set1_epi8 simde_mm_set1_epi8
+#define _mm_set_sd simde_mm_set_sd
+#define _mm_setr_epi8 simde_mm_setr_epi8
+#define _mm_shuffle_epi8 simde_mm_shuffle_epi8
+#undef _mm_shuffle_ps
+#define _mm_shuffle_ps simde_mm_shuffle_ps
+#define _mm_sqrt_sd simde_mm_sqrt_sd
+#define _mm_srlv_epi16 simde_mm_srlv_epi16
+#define _mm_storeu_si128 simde_mm_storeu_si128
+#define _mm_unpackhi_pd simde_mm_unpackhi_pd
+#define _mm_xor_si128 simde_mm_xor_si128
+
+#define _mm256_add_pd simde_mm256_add_pd
+#define _mm256_add_ps simde_mm256_add_ps
+#define _mm256_castpd256_pd128 simde_mm256_castpd256_pd128
+#define _mm256_castps256_ps128 simde_mm256_castps256_ps128
+#define _mm256_extractf128_pd simde_mm256_extractf128_pd
+#define _mm256_extractf128_ps simde_mm256_extractf128_ps
+#define _mm256_load_si256 simde_mm256_load_si256
+#define _mm256_loadu_si256 simde_mm256_loadu_si256
+#define _mm256_or_si256 simde_mm256_or_si256
+#define _mm256_set1_epi16 simde_mm256_set1_epi16
+#define _mm256_set1_epi32 simde_mm256_set1_epi32
+#define _mm256_set1_epi64x simde_mm256_set1_epi64x
+#define _mm256_set1_epi8 simde_mm256_set1_epi8
+#define _mm256_set_m128i simde_mm256_set_m128i
+#define _mm256_setzero_si256 simde_mm256_setzero_si256
+#define _mm256_shuffle_epi8 simde_mm256_shuffle_epi8
+#define _mm256_slli_epi16 simde_mm256_slli_epi16
+#define _mm256_srli_epi16 simde_mm256_srli_epi16
+#define _mm256_storeu_si256 simde_mm256_storeu_si256
+
+#define _mm512_add_epi16 simde_mm512_add_epi16
+#define _mm512_add_epi32 simde_mm512_add_epi32
+#define _mm512_add_epi64 simde_mm512_add_epi64
+#define _mm512_add_epi8 simde_mm512_add_epi8
+#define _mm512_add_pd simde_mm512_add_pd
+#define _mm512_add_ps simde_mm512_add_ps
+#define _mm512_and_epi32 simde_mm512_and_epi32
+#define _mm512_and_epi64 simde_mm512_and_epi64
+#define _mm512_and_si512 simde_mm512_and_si512
+#define _mm512_andnot_si512 simde_mm512_andnot_si512
+#define _mm512_broadcast_i32x4 simde_mm512_broadcast_i32x4
+#define _mm512_broadcast_i64x4 simde_mm512_broadcast_i64x4
+#define _mm512_castpd512_pd256 simde_mm512_castpd512_pd256
+#define _mm512_castpd_si512 simde_mm512_castpd_si512
+#define _mm512_castps512_ps256 simde_mm512_castps512_ps256
+#define _mm512_castsi128_si512 simde_mm512_castsi128_si512
+#define _mm512_castsi512_pd simde_mm512_castsi512_pd
+#define _mm512_castsi512_ps simde_mm512_castsi512_ps
+#define _mm512_castsi512_si128 simde_mm512_castsi512_si128
+#define _mm512_castsi512_si256 simde_mm512_castsi512_si256
+#define _mm512_div_pd simde_mm512_div_pd
+#define _mm512_div_ps simde_mm512_div_ps
+#define _mm512_dpbusd_epi32 simde_mm512_dpbusd_epi32
+#define _mm512_dpwssd_epi32 simde_mm512_dpwssd_epi32
+#define _mm512_extractf64x4_pd simde_mm512_extractf64x4_pd
+#define _mm512_extracti32x4_epi32 simde_mm512_extracti32x4_epi32
+#define _mm512_extracti64x4_epi64 simde_mm512_extracti64x4_epi64
+#define _mm512_insertf64x4 simde_mm512_insertf64x4
+#define _mm512_inserti32x4 simde_mm512_inserti32x4
+#define _mm512_load_si512 simde_mm512_load_si512
+#define _mm512_loadu_pd simde_mm512_loadu_pd
+#define _mm512_loadu_ps simde_mm512_loadu_ps
+#define _mm512_loadu_si512 simde_mm512_loadu_si512
+#define _mm512_mask_max_epu16 simde_mm512_mask_max_epu16
+#define _mm512_mask_max_epu8 simde_mm512_mask_max_epu8
+#define _mm512_mask_min_epu16 simde_mm512_mask_min_epu16
+#define _mm512_mask_min_epu8 simde_mm512_mask_min_epu8
+#define _mm512_max_epu16 simde_mm512_max_epu16
+#define _mm512_max_epu32 simde_mm512_max_epu32
+#define _mm512_max_epu64 simde_mm512_max_epu64
+#define _mm512_max_epu8 simde_mm512_max_epu8
+#define _mm512_min_epu16 simde_mm512_min_epu16
+#define _mm512_min_epu32 simde_mm512_min_epu32
+#define _mm512_min_epu64 simde_mm512_min_epu64
+#define _mm512_min_epu8 simde_mm512_min_epu8
+#define _mm512_movepi8_mask simde_mm512_movepi8_mask
+#define _mm512_mul_epu32 simde_mm512_mul_epu32
+#define _mm512_mul_pd simde_mm512_mul_pd
+#define _mm512_mul_ps simde_mm512_mul_ps
+#define _mm512_mullo_epi16 simde_mm512_mullo_epi16
+#define _mm512_or_epi32 simde_mm512_or_epi32
+#define _mm512_or_epi64 simde_mm512_or_epi64
+#define _mm512_or_si512 simde_mm512_or_si512
+#define _mm512_permutex2var_epi16 simde_mm512_permutex2var_epi16
+#define _mm512_permutex2var_epi32 simde_mm512_permutex2var_epi32
+#define _mm512_permutex2var_epi64 simde_mm512_permutex2var_epi64
+#define _mm512_permutex2var_ps simde_mm512_permutex2var_ps
+#define _mm512_permutexvar_epi16 simde_mm512_permutexvar_epi16
+#define _mm512_permutexvar_epi32 simde_mm512_permutexvar_epi32
+#define _mm512_popcnt_epi64 simde_mm512_popcnt_epi64
+#define _mm512_rolv_epi32 simde_mm512_rolv_epi32
+#define _mm512_sad_epu8 simde_mm512_sad_epu8
+#define _mm512_set1_epi16 simde_mm512_set1_epi16
+#define _mm512_set1_epi32 simde_mm512_set1_epi32
+#define _mm512_set1_epi64 simde_mm512_set1_epi64
+#define _mm512_set1_epi8 simde_mm512_set1_epi8
+#define _mm512_set1_pd simde_mm512_set1_pd
+#define _mm512_set1_ps simde_mm512_set1_ps
+#define _mm512_setr_epi32 simde_mm512_setr_epi32
+#define _mm512_setr_epi64 simde_mm512_setr_epi64
+#define _mm512_setzero_pd simde_mm512_setzero_pd
+#define _mm512_setzero_ps simde_mm512_setzero_ps
+#define _mm512_setzero_si512 simde_mm512_setzero_si512
+#define _mm512_shuffle_epi8 simde_mm512_shuffle_epi8
+#define _mm512_slli_epi32 simde_mm512_slli_epi32
+#define _mm512_slli_epi64 simde_mm512_slli_epi64
+#define _mm512_sllv_epi16 simde_mm512_sllv_epi16
+#define _mm512_sllv_epi32 simde_mm512_sllv_epi32
+#define _mm512_sllv_epi64 simde_mm512_sllv_epi64
+#define _mm512_srai_epi16 simde_mm512_srai_epi16
+#define _mm512_srli_epi16 simde_mm512_srli_epi16
+#define _mm512_srli_epi32 simde_mm512_srli_epi32
+#define _mm512_srli_epi64 simde_mm512_srli_epi64
+#define _mm512_srlv_epi16 simde_mm512_srlv_epi16
+#define _mm512_srlv_epi32 simde_mm512_srlv_epi32
+#define _mm512_srlv_epi64 simde_mm512_srlv_epi64
+#define _mm512_store_si512 simde_mm512_store_si512
+#define _mm512_storeu_pd simde_mm512_storeu_pd
+#define _mm512_storeu_ps simde_mm512_storeu_ps
+#define _mm512_storeu_si512 simde_mm512_storeu_si512
+#define _mm512_sub_epi16 simde_mm512_sub_epi16
+#define _mm512_sub_epi32 simde_mm512_sub_epi32
+#define _mm512_sub_epi64 simde_mm512_sub_epi64
+#define _mm512_sub_pd simde_mm512_sub_pd
+#define _mm512_sub_ps simde_mm512_sub_ps
+#define _mm512_ternarylogic_epi32 simde_mm512_ternarylogic_epi32
+#define _mm512_ternarylogic_epi64 simde_mm512_ternarylogic_epi64
+#define _mm512_xor_epi32 simde_mm512_xor_epi32
+#define _mm512_xor_epi64 simde_mm512_xor_epi64
+#define _mm512_xor_si512 simde_mm512_xor_si512
