@@ -74,7 +74,7 @@ private:
             _mm512_store_si512(word_number, _mm512_srli_epi32(p, 6));
             if (Segmented)
                 _mm512_store_si512(segment_number,
-                                   _mm512_srl_epi32(m, _mm_cvtsi32_si128(static_cast<int>(f.segment_shift))));
+                                   _mm512_srlv_epi32(m, _mm512_set1_epi32(static_cast<int>(f.segment_shift))));
         }
         [[gnu::always_inline]] const ub8 *word(const bloom_filter &f, unsigned i) const noexcept {
             return f.segment(segment_number[Segmented ? i : 0]) + word_number[i];
@@ -93,15 +93,10 @@ private:
         const auto widen = [half](__m512i v) __attribute__((always_inline)) {
             return _mm512_cvtepu32_epi64(half == 0 ? _mm512_castsi512_si256(v) : _mm512_extracti64x4_epi64(v, 1));
         };
-        const auto two = [&](unsigned i) __attribute__((always_inline)) {
-            const auto pointer = [&](unsigned k) {
-                return reinterpret_cast<const double *>(l.word(*this, 8 * half + k));
-            };
-            return _mm_loadh_pd(_mm_load_sd(pointer(i)), pointer(i + 1));
+        const auto at = [&](unsigned i) __attribute__((always_inline)) {
+            return static_cast<long long>(*l.word(*this, 8 * half + i));
         };
-        const __m256d low = _mm256_insertf128_pd(_mm256_castpd128_pd256(two(0)), two(2), 1);
-        const __m256d high = _mm256_insertf128_pd(_mm256_castpd128_pd256(two(4)), two(6), 1);
-        const __m512i words = _mm512_castpd_si512(_mm512_insertf64x4(_mm512_castpd256_pd512(low), high, 1));
+        const __m512i words = _mm512_setr_epi64(at(0), at(1), at(2), at(3), at(4), at(5), at(6), at(7));
         const __m512i one = _mm512_set1_epi64(1);
         const __m512i place = _mm512_and_si512(widen(l.p), _mm512_set1_epi64(63));
         const __m512i wanted = _mm512_sllv_epi64(one, place);
