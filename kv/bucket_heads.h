@@ -39,7 +39,7 @@ template <class Hash>
 template <class Hash>
 class head_batches {
 public:
-    static constexpr ub4 ahead = batch_rows;
+    static constexpr ub8 ahead = batch_rows;
 
     head_batches(const tavo_kv *kv, const void *segment, const void *hashes, ub4 rows) noexcept
         : kv_(kv), segment_(segment), hashes_(static_cast<const ub1 *>(hashes)), rows_(rows) {}
@@ -56,7 +56,8 @@ public:
             return true;
         }
         if (size_ == batch_rows) {
-            std::memcpy(heads_, heads_ + ahead, batch_rows * sizeof *heads_);
+            for (ub4 i = 0; i < batch_rows; i += 8)
+                _mm512_storeu_si512(heads_ + i, _mm512_loadu_si512(heads_ + ahead + i));
         } else {
             size_ = batch_rows;
             bucket_addresses<Hash>(kv_, segment_, hashes_, row_, batch_rows, heads_);
@@ -66,12 +67,13 @@ public:
         if (rows_ - row_ >= 2 * batch_rows)
             bucket_addresses<Hash>(kv_, segment_, hashes_, row_ + batch_rows, batch_rows, heads_ + ahead);
         else
-            repeat_first(ahead);
+            repeat_first(batch_rows);
         prefetch_hashes();
         return true;
     }
 
     ub1 *const *heads() const noexcept { return heads_; }
+    void replace_first(ub1 *bucket) noexcept { heads_[0] = bucket; }
     ub4 first_row() const noexcept { return row_; }
     ub4 size() const noexcept { return size_; }
     bool full() const noexcept { return size_ == batch_rows; }

@@ -57,10 +57,10 @@ struct bucket_match {
         return _mm512_set1_epi32(static_cast<sb4>(key));
     }
 
-    // Bit i: entry i, of `count` entries, has the key. Keys of two bytes are never 0, so all their slots are compared.
+    // Bit i: entry i, of `count` entries, has the key. Keys of two bytes are never 0, so all their slots count. The
+    // count cuts the result and not the compare: that need not wait for the bucket's header then.
     [[gnu::always_inline]] static ub4 entries(__m512i bucket, __m512i key, unsigned count) noexcept {
-        constexpr unsigned all = Bucket::capacity * lanes_per_key;
-        const ub4 lanes = (key_bytes == 2 ? all_ones(all) : (1u << (count * lanes_per_key)) - 1) << first_lane;
+        constexpr ub4 lanes = all_ones(Bucket::capacity * lanes_per_key) << first_lane;
         ub4 hits;
         if constexpr (lane_bytes == 2)
             hits = _mm512_mask_cmpeq_epi16_mask(lanes, bucket, key);
@@ -75,7 +75,7 @@ struct bucket_match {
                 whole &= hits >> i;
             hits = _pext_u32(whole, every_key);
         }
-        return hits;
+        return key_bytes == 2 ? hits : _bzhi_u32(hits, count);
     }
 
 private:

@@ -119,7 +119,7 @@ ub4 add_rows(tavo_kv *kv, void *segment, ub4 count, const void *hash_array, cons
             if constexpr (Value::stride != 0)
                 prefetch_elements(values, first, Value::stride);
         }
-        for (ub4 i = 0; i < n; i++) {
+        for (ub8 i = 0; i < n; i++) {
             ub1 *head = heads[i];
             _mm_prefetch(heads[i + batch.ahead], _MM_HINT_T0);
             const auto word = bucket::count_word_of(head);
@@ -128,7 +128,7 @@ ub4 add_rows(tavo_kv *kv, void *segment, ub4 count, const void *hash_array, cons
                 store_as(head + bucket::count_at, static_cast<typename bucket::count_word>(word + 1));
             } else {
                 if (const ub4 refused = rotate<bucket>(kv, head, alloc, status)) {
-                    *done = first + i;
+                    *done = static_cast<ub4>(first + i);
                     return refused;
                 }
                 entry = 0;

@@ -118,6 +118,13 @@ template <ub4 Type, kv_link Link, class Family, class Output>
 
     head_batches<typename Family::hash> batch(kv, nullptr, hashes, rows);
     while (batch.next()) {
+        if (skip != 0 && batch.first_row() == 0) {
+            // The first row goes on in the middle of its chain, as if that were its head.
+            ub1 *at = batch.heads()[0];
+            for (ub8 done = 0; done < skip; done++)
+                at = next_bucket<bucket>(kv, at);
+            batch.replace_first(at);
+        }
         ub1 *const *heads = batch.heads();
         const ub4 first = batch.first_row(), n = batch.size();
         if (batch.full()) {
@@ -131,8 +138,8 @@ template <ub4 Type, kv_link Link, class Family, class Output>
         } else {
             tail_rows = n;
         }
-        for (ub4 i = 0; i < n; i++) {
-            const ub8 row = ub8{first} + i;
+        for (ub8 i = 0; i < n; i++) {
+            const ub8 row = first + i;
             ub1 *at = heads[i];
             _mm_prefetch(heads[i + batch.ahead], _MM_HINT_T0);
             if constexpr (Link == kv_link::ptr_prefetch) {
@@ -152,14 +159,13 @@ template <ub4 Type, kv_link Link, class Family, class Output>
                 rid = reinterpret_cast<ub8>(rids) + row;
             [[maybe_unused]] bool matched = false;
 
-            ub8 position = skip;
-            for (; skip != 0; skip--)
-                at = next_bucket<bucket>(kv, at);
-            steps -= position;
             for (;;) {
                 const __m512i entries = _mm512_loadu_si512(at);
                 if constexpr (!Output::count) {
                     if (written > last_start) [[unlikely]] {
+                        ub8 position = row == 0 ? skip : 0;
+                        for (const ub1 *b = heads[i]; b != at; b = next_bucket<bucket>(kv, b))
+                            position++;
                         aux->tavo_aux_stream_position = position;
                         *rows_done = static_cast<ub4>(row);
                         *outputs = written;
@@ -227,9 +233,8 @@ template <ub4 Type, kv_link Link, class Family, class Output>
                 if (!next || (rule == probe_rule::distinct && hits))
                     break;
                 at = next;
-                position++;
+                steps++;
             }
-            steps += position;
             if constexpr (Output::count && rule == probe_rule::nonmatch)
                 counted += !matched;
         }

@@ -1,6 +1,7 @@
 // Probe and build of join tables beside absl::flat_hash_map, std::unordered_multimap and a loop of independent random
 // reads of 64 bytes each, the limit of a table beyond the caches. Keys are 8 bytes and unique on the build side, values
-// 8 bytes; the maps hash keys themselves, tables get hashes as input.
+// 8 bytes; the maps hash keys themselves, tables get hashes as input. Probe rows come in vectors of 8192, as an engine
+// hands them on: their outputs are overwritten by the next one's.
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 #include <sys/mman.h>
@@ -43,10 +44,9 @@ struct alignas(512) table {
     std::vector<void *> segments[3];
     ub4 next = 0;
 
-    table(ub4 type, ub8 rows, bool index, bool prefetch) {
+    table(ub4 type, ub8 rows, bool index, bool prefetch, ub4 segment_log2 = 20) {
         kv.flags = TAVO_KV_FLAGS(TAVO_KV_FIXED_KEY, type);
-        // Segments of 1 MiB.
-        if (lib()->layout_kv(rows, rows, &kv.flags, &kv, 20, 0, prefetch ? 0 : ~0u, 0, !index) != 0)
+        if (lib()->layout_kv(rows, rows, &kv.flags, &kv, segment_log2, 0, prefetch ? 0 : ~0u, 0, !index) != 0)
             std::abort();
         for (int r = 0; r < 2; r++) {
             segments[r].resize(kv.region[r].segment_count);
@@ -114,10 +114,19 @@ void build(table &t, rows &r) {
         std::abort();
 }
 
-constexpr ub4 probes = 1 << 21;
+constexpr ub4 vector_rows = 8192;
+
+struct table_size {
+    const char *name;
+    std::size_t bytes;
+    ub4 segment_log2;
+    ub4 probes; // with their keys and hashes in the same level of memory
+};
+constexpr table_size sizes[] = {
+    {"L2", 512 << 10, 19, vector_rows}, {"L3", 16 << 20, 20, 1 << 18}, {"1GiB", 1ull << 30, 20, 1 << 21}};
 
 // Probe rows: every one a build row, none, or one in two.
-std::vector<ub8> probe_numbers(ub8 build_rows, int hits_percent) {
+std::vector<ub8> probe_numbers(ub4 probes, ub8 build_rows, int hits_percent) {
     std::vector<ub8> out(probes);
     for (ub4 i = 0; i < probes; i++) {
         const ub8 r = mix(i + 77);
@@ -135,85 +144,93 @@ std::vector<ub8> build_numbers(ub8 n) {
 // Build rows for a table of about this size: 3 a bucket of k8v8, half of them filled.
 constexpr ub8 rows_for(std::size_t bytes) { return bytes / 64 * 3 / 2; }
 
-struct probe_outputs {
-    std::vector<ub8> values = std::vector<ub8>(probes * 2), rids = std::vector<ub8>(probes * 2);
-    tavo_vec out{};
-    ub4 run(table &t, rows &r, ub4 mode, bool autorid) {
-        tavo_enc_ctx rid_enc{};
-        rid_enc.flags = autorid ? TAVO_ROWID_BASE : 0;
-        tavo_vec rid_vec{};
-        rid_vec.enc = &rid_enc;
-        rid_vec.data = r.values.data();
-        tavo_aux_info aux{};
-        tavo_env env{};
-        env.aux = &aux;
-        tavo_kv_status status{};
-        out.data = values.data();
-        out.size = probes * 2;
-        if (lib()->probe_kv(&out, rids.data(), &r.hash_vec, &rid_vec, &r.key_vec, &t.kv, mode, &env, &status) != 0)
-            std::abort();
-        return out.size;
-    }
+struct outputs {
+    std::vector<ub8> values = std::vector<ub8>(vector_rows * 2), rids = std::vector<ub8>(vector_rows * 2);
 };
 
-void probe(benchmark::State &state, std::size_t bytes, int hits, ub4 mode, bool index, bool prefetch) {
-    const ub8 n = rows_for(bytes);
-    table t(TAVO_KV_K8V8, n, index, prefetch);
+// All probe rows, vector by vector; how many matches.
+ub8 run(table &t, rows &r, ub4 mode, outputs &to) {
+    tavo_enc_ctx rid_enc{};
+    tavo_vec rid_vec{}, hash_vec = r.hash_vec, key_vec = r.key_vec, out{};
+    rid_vec.enc = &rid_enc;
+    tavo_aux_info aux{};
+    tavo_kv_status status{};
+    ub8 found = 0;
+    for (ub4 first = 0; first < r.hashes.size(); first += vector_rows) {
+        hash_vec.data = r.hashes.data() + first;
+        key_vec.data = r.keys.data() + std::size_t{first} * 8;
+        rid_vec.data = r.values.data() + first;
+        hash_vec.size = key_vec.size = vector_rows;
+        tavo_env env{};
+        env.aux = &aux;
+        out.data = to.values.data();
+        out.size = vector_rows * 2;
+        if (lib()->probe_kv(&out, to.rids.data(), &hash_vec, &rid_vec, &key_vec, &t.kv, mode, &env, &status) != 0)
+            std::abort();
+        found += out.size;
+    }
+    return found;
+}
+
+void probe(benchmark::State &state, const table_size &size, int hits, ub4 mode, bool index, bool prefetch) {
+    const ub8 n = rows_for(size.bytes);
+    table t(TAVO_KV_K8V8, n, index, prefetch, size.segment_log2);
     {
         rows build_rows(build_numbers(n), 8, 8);
         build(t, build_rows);
     }
-    rows probe_rows(probe_numbers(n, hits), 8, 8);
-    probe_outputs out;
-    ub4 found = 0;
-    report_best(state, 0, probes, [&] { found = out.run(t, probe_rows, mode, false); });
-    state.counters["found"] = found;
-    state.counters["table_MiB"] = static_cast<double>(t.bytes() >> 20);
+    rows probe_rows(probe_numbers(size.probes, n, hits), 8, 8);
+    outputs out;
+    ub8 found = 0;
+    report_best(state, 0, size.probes, [&] { found = run(t, probe_rows, mode, out); });
+    state.counters["found"] = static_cast<double>(found);
+    state.counters["table_KiB"] = static_cast<double>(t.bytes() >> 10);
 }
 
-void flat_map(benchmark::State &state, std::size_t bytes, int hits) {
-    const ub8 n = rows_for(bytes);
-    absl::flat_hash_map<ub8, ub8> map;
+// The same with a map's lookup: `each(map, key, f)` calls f with each value of the key.
+template <class Map, class Each>
+void map_probe(benchmark::State &state, const table_size &size, int hits, Each &&each) {
+    const ub8 n = rows_for(size.bytes);
+    Map map;
     map.reserve(n);
     for (ub8 i = 0; i < n; i++)
         map.emplace(i, i);
-    const std::vector<ub8> keys = probe_numbers(n, hits);
-    probe_outputs out;
-    ub4 found = 0;
-    report_best(state, 0, probes, [&] {
+    const std::vector<ub8> keys = probe_numbers(size.probes, n, hits);
+    outputs out;
+    ub8 found = 0;
+    report_best(state, 0, size.probes, [&] {
         found = 0;
-        for (ub4 i = 0; i < probes; i++)
-            if (const auto at = map.find(keys[i]); at != map.end()) {
-                out.rids[found] = i;
-                out.values[found++] = at->second;
-            }
+        for (ub4 first = 0; first < keys.size(); first += vector_rows) {
+            ub4 written = 0;
+            for (ub4 i = first; i < first + vector_rows; i++)
+                each(map, keys[i], [&](ub8 value) {
+                    out.rids[written] = i;
+                    out.values[written++] = value;
+                });
+            found += written;
+        }
     });
-    state.counters["found"] = found;
+    state.counters["found"] = static_cast<double>(found);
 }
-
-void multimap(benchmark::State &state, std::size_t bytes, int hits) {
-    const ub8 n = rows_for(bytes);
-    std::unordered_multimap<ub8, ub8> map;
-    map.reserve(n);
-    for (ub8 i = 0; i < n; i++)
-        map.emplace(i, i);
-    const std::vector<ub8> keys = probe_numbers(n, hits);
-    probe_outputs out;
-    ub4 found = 0;
-    report_best(state, 0, probes, [&] {
-        found = 0;
-        for (ub4 i = 0; i < probes; i++)
-            for (auto [at, end] = map.equal_range(keys[i]); at != end; ++at) {
-                out.rids[found] = i;
-                out.values[found++] = at->second;
-            }
+void flat_map(benchmark::State &state, const table_size &size, int hits) {
+    using map = absl::flat_hash_map<ub8, ub8>;
+    map_probe<map>(state, size, hits, [](const map &m, ub8 key, auto &&f) {
+        if (const auto at = m.find(key); at != m.end())
+            f(at->second);
     });
-    state.counters["found"] = found;
+}
+void multimap(benchmark::State &state, const table_size &size, int hits) {
+    using map = std::unordered_multimap<ub8, ub8>;
+    map_probe<map>(state, size, hits, [](const map &m, ub8 key, auto &&f) {
+        for (auto [at, end] = m.equal_range(key); at != end; ++at)
+            f(at->second);
+    });
 }
 
 // One line of a table of the same size and the same make (1 MiB segments), for each row: the addresses are known.
-void random_reads(benchmark::State &state, std::size_t bytes) {
-    table t(TAVO_KV_K8V8, rows_for(bytes), false, false);
+void random_reads(benchmark::State &state, const table_size &size) {
+    table t(TAVO_KV_K8V8, rows_for(size.bytes), false, false, size.segment_log2);
+    const ub4 probes = size.probes;
     std::vector<const ub1 *> lines(probes);
     const ub4 bits = t.kv.region[0].element_bits;
     for (ub4 i = 0; i < probes; i++) {
@@ -234,10 +251,10 @@ void random_reads(benchmark::State &state, std::size_t bytes) {
     });
 }
 
-void build_table(benchmark::State &state, std::size_t bytes) {
-    const ub8 n = rows_for(bytes);
+void build_table(benchmark::State &state, const table_size &size) {
+    const ub8 n = rows_for(size.bytes);
     rows r(build_numbers(n), 8, 8);
-    table t(TAVO_KV_K8V8, n, false, false);
+    table t(TAVO_KV_K8V8, n, false, false, size.segment_log2);
     double best = 1e9;
     for (auto _ : state)
         for (int i = 0; i < 3; i++) {
@@ -250,8 +267,8 @@ void build_table(benchmark::State &state, std::size_t bytes) {
     state.SetItemsProcessed(static_cast<int64_t>(n));
 }
 
-void build_flat_map(benchmark::State &state, std::size_t bytes) {
-    const ub8 n = rows_for(bytes);
+void build_flat_map(benchmark::State &state, const table_size &size) {
+    const ub8 n = rows_for(size.bytes);
     const std::vector<ub8> keys = build_numbers(n);
     double best = 1e9;
     for (auto _ : state)
@@ -271,31 +288,25 @@ void build_flat_map(benchmark::State &state, std::size_t bytes) {
     state.SetItemsProcessed(static_cast<int64_t>(n));
 }
 
-const struct {
-    const char *name;
-    std::size_t bytes;
-} sizes[] = {{"L2", 512 << 10}, {"L3", 16 << 20}, {"1GiB", 1ull << 30}};
-
 void register_all() {
     const auto add = [](std::string name, auto f) {
         by_best_time(benchmark::RegisterBenchmark(name.c_str(), f)->Unit(benchmark::kMillisecond));
     };
-    for (const auto &size : sizes) {
+    for (const table_size &size : sizes) {
         const std::string at = std::string("/") + size.name;
-        const std::size_t bytes = size.bytes;
-        add("random_reads" + at, [=](benchmark::State &s) { random_reads(s, bytes); });
+        add("random_reads" + at, [&size](benchmark::State &s) { random_reads(s, size); });
         for (int hits : {100, 50, 0}) {
             const std::string what = at + "/hits:" + std::to_string(hits);
-            add("probe" + what, [=](benchmark::State &s) { probe(s, bytes, hits, 0, false, false); });
-            add("flat_hash_map" + what, [=](benchmark::State &s) { flat_map(s, bytes, hits); });
+            add("probe" + what, [&size, hits](benchmark::State &s) { probe(s, size, hits, 0, false, false); });
+            add("flat_hash_map" + what, [&size, hits](benchmark::State &s) { flat_map(s, size, hits); });
         }
-        add("probe_prefetch" + at, [=](benchmark::State &s) { probe(s, bytes, 100, 0, false, true); });
-        add("probe_idx" + at, [=](benchmark::State &s) { probe(s, bytes, 100, 0, true, false); });
-        add("probe_count" + at, [=](benchmark::State &s) { probe(s, bytes, 100, 1, false, false); });
-        add("probe_mutkv" + at, [=](benchmark::State &s) { probe(s, bytes, 100, 9, false, false); });
-        add("unordered_multimap" + at, [=](benchmark::State &s) { multimap(s, bytes, 100); });
-        add("build" + at, [=](benchmark::State &s) { build_table(s, bytes); });
-        add("build_flat_hash_map" + at, [=](benchmark::State &s) { build_flat_map(s, bytes); });
+        add("probe_prefetch" + at, [&size](benchmark::State &s) { probe(s, size, 100, 0, false, true); });
+        add("probe_idx" + at, [&size](benchmark::State &s) { probe(s, size, 100, 0, true, false); });
+        add("probe_count" + at, [&size](benchmark::State &s) { probe(s, size, 100, 1, false, false); });
+        add("probe_mutkv" + at, [&size](benchmark::State &s) { probe(s, size, 100, 9, false, false); });
+        add("unordered_multimap" + at, [&size](benchmark::State &s) { multimap(s, size, 100); });
+        add("build" + at, [&size](benchmark::State &s) { build_table(s, size); });
+        add("build_flat_hash_map" + at, [&size](benchmark::State &s) { build_flat_map(s, size); });
     }
 }
 
