@@ -184,8 +184,9 @@ int run_join(const join_options &options, const joined_query &asked) {
     for (const std::string &text : asked.where)
         q.where.push_back(parse_predicate(text));
 
-    library library(library_path(asked.library));
-    library.check_and_start(this_processor());
+    const processor here = this_processor();
+    library library(choose_library(asked.library, here));
+    library.check_and_start(here);
     const csv_file left_file(asked.table.file), right_file(options.file);
     const join_names names(left_file, right_file);
     q.keys = names.key_columns(options.on);
@@ -254,7 +255,7 @@ int run_join(const join_options &options, const joined_query &asked) {
             tell(fmt::format("the first {} of {} rows", asked.limit, joined.pairs.size()));
     }
     if (asked.explain)
-        out.write(explain(joined.steps));
+        out.write(explain(joined.steps, library));
     if (asked.check)
         out.write(fmt::format("check: {} rows of {} and {}, joined from the text: agrees\n", joined.pairs.size(),
                               left.rows(), right.rows()));

@@ -105,7 +105,7 @@ std::string key_text(const std::string &form, std::mt19937_64 &rng, unsigned val
     if (form == "eleven") // lengths to the longest that a slot takes
         return std::string(1 + n % 11, static_cast<char>('a' + n % 3));
     if (form == "long")
-        return fmt::format("a text longer than any slot, {}", n);
+        return fmt::format("a text longer than any slot: {}", n);
     if (form == "twelve")
         return fmt::format("{:012}x", n).substr(0, 12);
     if (form == "integer")
