@@ -47,7 +47,8 @@ private:
             missing(1, id >> list4_record_log2);
             return refused;
         }
-        // clang-format off: the text is part of the interface
+        // The text is part of the interface, to the blank.
+        // clang-format off
         TAVO_ASSERT(id == (ub4) id);
         // clang-format on
         const list4_record record{element_of<list4_record_bytes>(kv->region[1], id)};
@@ -314,8 +315,8 @@ ub4 add_to_lists(tavo_kv *kv, ub4 count, const void *record_array, const void *k
     const Adder adder{kv, alloc, status};
     const sb8 limit = (static_cast<sb8>(kv->region[0].mapped_segments) << list_key_bits) - 1;
     return add_to_array(
-        count, limit, limit + 1, 0, list_key_bits, done, status,
-        [&](ub4 row) { return Rows::key(records, keys, row); }, [&](ub4 key) { adder.prefetch(key); },
+        count, limit, limit + 1, 0, list_key_bits, done, status, [&](ub4 row) { return Rows::key(records, keys, row); },
+        [&](ub4 key) { adder.prefetch(key); },
         [&](ub4 row) {
             typename Adder::value v;
             Rows::value::copy(reinterpret_cast<ub1 *>(&v), records, values, row);

@@ -1,7 +1,8 @@
 // Reading the array kinds: a key's rows, or their number.
 //
-// A list reader copies a key's rows, in the order in which they were added, to an output that may be too small: it keeps
-// the node and the position in it in the caller's tavo_aux_info and goes on there in the next call for the same key.
+// A list reader copies a key's rows, in the order in which they were added, to an output that may be too small: it
+// keeps the node and the position in it in the caller's tavo_aux_info and goes on there in the next call for the same
+// key.
 #pragma once
 
 #include "frame/tavoc_avx512g.h"

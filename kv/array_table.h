@@ -2,10 +2,10 @@
 //
 //   arid4   region 0: groups of 8 keys: ub1 has_record, ub1 spilled (a bit a key), eight ub4 cells. A cell is 0, or row
 //           id plus 1, or with has_record the id of a record.
-//           region 1: records of 17 bytes: ub1 count, four ub4 values. Once spilled the count is 2, values 0 and 1 stay,
-//           and the address of the newest node takes the place of values 2 and 3.
-//           region 2: units of 2 bytes, from which nodes are cut: ub2 count, ub2 capacity, address of the next node at
-//           byte 4, values from byte 12. The nodes of a key are a ring; the newest leads to the oldest.
+//           region 1: records of 17 bytes: ub1 count, four ub4 values. Once spilled the count is 2, values 0 and 1
+//           stay, and the address of the newest node takes the place of values 2 and 3. region 2: units of 2 bytes,
+//           from which nodes are cut: ub2 count, ub2 capacity, address of the next node at byte 4, values from byte 12.
+//           The nodes of a key are a ring; the newest leads to the oldest.
 //   arid8   region 0: one tagged word a key (slot_tag).
 //           region 1: units of 8 bytes: blocks of four words, and nodes: next, ub4 count, ub4 capacity, values. A block
 //           that spills becomes the head of its list, with capacity 2. The newest node's next is the head's address

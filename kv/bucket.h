@@ -68,7 +68,8 @@ constexpr bool images_hold() {
             const unsigned keys_end = b.first_key + 1u * b.capacity * t.key_bytes,
                            values_end = b.first_value + 1u * b.capacity * t.value_bytes;
             if (b.capacity >> t.count_bits || keys_end > bucket_bytes ||
-                (t.value_bytes && (keys_end > b.first_value || b.first_value % t.value_bytes || values_end > bucket_bytes)))
+                (t.value_bytes &&
+                 (keys_end > b.first_value || b.first_value % t.value_bytes || values_end > bucket_bytes)))
                 return false;
         }
         // All marks of a bucket fit behind its count.

@@ -13,10 +13,9 @@ template <class Hash>
 [[gnu::noinline]] void bucket_addresses(const tavo_kv *kv, const void *segment, const ub1 *hashes, ub8 row, ub4 n,
                                         ub1 **heads) noexcept {
     const tavo_kv_region &r = kv->region[0];
-    const __m512i bucket_mask = 
-        _mm512_set1_epi64(static_cast<sb8>(((ub8{1} << r.element_bits) - 1) & 0xffffffff));
+    const __m512i bucket_mask = _mm512_set1_epi64(static_cast<sb8>(((ub8{1} << r.element_bits) - 1) & 0xffffffff));
     const __m512i segment_mask = _mm512_set1_epi64(tavo_kv_num_segments(kv) - 1);
-    const __m128i element_bits = _mm_cvtsi32_si128(r.element_bits);
+    const __m512i element_bits = _mm512_set1_epi64(r.element_bits);
     if (!segment && tavo_kv_num_segments(kv) == 1)
         segment = r.segments[0];
     const __m512i base = _mm512_set1_epi64(static_cast<sb8>(reinterpret_cast<ub8>(segment)));
@@ -26,7 +25,7 @@ template <class Hash>
         const __m512i offset = _mm512_slli_epi64(_mm512_and_si512(hash, bucket_mask), bucket_log2);
         __m512i segments = base;
         if (!segment) {
-            const __m512i number = _mm512_and_si512(_mm512_srl_epi64(hash, element_bits), segment_mask);
+            const __m512i number = _mm512_and_si512(_mm512_srlv_epi64(hash, element_bits), segment_mask);
             segments = _mm512_mask_i64gather_epi64(base, rows, number, r.segments, 8);
         }
         _mm512_mask_storeu_epi64(heads + i, rows, _mm512_add_epi64(segments, offset));

@@ -21,9 +21,9 @@ template <class Bucket>
 struct bucket_match {
     static constexpr unsigned key_bytes = Bucket::key_bytes;
     // Lanes as wide as key and place allow. A key is one lane, or several that have to match together.
-    static constexpr unsigned lane_bytes = key_bytes % 4 != 0                               ? 2
+    static constexpr unsigned lane_bytes = key_bytes % 4 != 0                             ? 2
                                            : key_bytes == 8 && Bucket::first_key % 8 == 0 ? 8
-                                                                                            : 4;
+                                                                                          : 4;
     static constexpr unsigned lanes_per_key = key_bytes / lane_bytes;
     static constexpr unsigned first_lane = Bucket::first_key / lane_bytes;
     static_assert(Bucket::first_key % lane_bytes == 0);

@@ -22,7 +22,9 @@ inline ub4 hash_bits(const tavo_vec *hashes) noexcept {
     return hashes->enc->width_code == 22 ? 64 : hashes->enc->width_code == 21 ? 32 : 0;
 }
 
-inline ub4 key_width_bits(const tavo_vec *keys) noexcept { return keys && keys->enc ? keys->enc->width_bits & 0xff : 0; }
+inline ub4 key_width_bits(const tavo_vec *keys) noexcept {
+    return keys && keys->enc ? keys->enc->width_bits & 0xff : 0;
+}
 
 // Whether the key vector has a form that the table's kind can take.
 inline bool keys_fit(const tavo_kv *kv, const tavo_vec *keys) noexcept {

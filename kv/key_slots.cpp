@@ -115,9 +115,7 @@ const ub1 *key_slots(const key_column &keys, ub4 slot_bytes, ub8 row, ub4 n, ub4
         }
         break;
     }
-    case key_column::packed_lp:
-        copy_texts<key_column::packed_lp>(keys, slot_bytes, row, n, rows, buffer.slots);
-        break;
+    case key_column::packed_lp: copy_texts<key_column::packed_lp>(keys, slot_bytes, row, n, rows, buffer.slots); break;
     case key_column::separate_lp:
         copy_texts<key_column::separate_lp>(keys, slot_bytes, row, n, rows, buffer.slots);
         break;

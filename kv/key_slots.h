@@ -1,5 +1,5 @@
-// Keys brought into the form of a table's key slots, and hashes into 64 bits, a chunk of rows at a time. Build and probe
-// share it: a key has the same slot bytes on both sides.
+// Keys brought into the form of a table's key slots, and hashes into 64 bits, a chunk of rows at a time. Build and
+// probe share it: a key has the same slot bytes on both sides.
 #pragma once
 
 #include "kv/bucket.h"
@@ -14,9 +14,9 @@ constexpr unsigned largest_key = 12;
 // A column of keys.
 struct key_column {
     enum form_t {
-        fixed,         // elements of `bytes` bytes at `data`
-        packed_lp,     // 10-byte elements: ub2 length, address (TAVO_LP)
-        separate_lp,   // addresses at `data`, lengths at `lengths` (TAVO_LP_SEP)
+        fixed,          // elements of `bytes` bytes at `data`
+        packed_lp,      // 10-byte elements: ub2 length, address (TAVO_LP)
+        separate_lp,    // addresses at `data`, lengths at `lengths` (TAVO_LP_SEP)
         records_lp_at0, // record stream of `bytes` bytes a row: address at 0, ub2 length at 8
         records_lp_at16 // the same at 16 and 24
     };

@@ -50,10 +50,10 @@ static ub4 add_rest(kv_add_kernel *kernel, tavo_kv *kv, void *segment, ub4 rows,
     if (row >= rows)
         return TAVO_DONE;
     ub4 done = 0;
-    const ub4 result = kernel(kv, segment, rows - env->resume_row, arrays.hashes + row * arrays.hash_stride,
-                              arrays.keys + row * arrays.key_stride,
-                              reinterpret_cast<const void *>(arrays.values + row * arrays.value_stride), &done, alloc,
-                              status);
+    const ub4 result =
+        kernel(kv, segment, rows - env->resume_row, arrays.hashes + row * arrays.hash_stride,
+               arrays.keys + row * arrays.key_stride,
+               reinterpret_cast<const void *>(arrays.values + row * arrays.value_stride), &done, alloc, status);
     env->resume_row += done;
     return result;
 }
@@ -95,8 +95,9 @@ constexpr kernel_texts build_texts = TAVO_KERNEL_TEXTS(tavo_create_add_kv_dydi);
 // ---- The fused kernels: by where keys, hashes and values come from ----
 
 // Keys and hashes in vectors of their own.
-[[gnu::noinline]] static ub4 add_columns(tavo_kv *kv, const hash_column &hashes, const key_column &keys, ub4 rows, tavo_vec *values,
-                       void *segment, tavo_env *env, tavo_kv_alloc_fn *alloc, tavo_kv_status *status) noexcept {
+[[gnu::noinline]] static ub4 add_columns(tavo_kv *kv, const hash_column &hashes, const key_column &keys, ub4 rows,
+                                         tavo_vec *values, void *segment, tavo_env *env, tavo_kv_alloc_fn *alloc,
+                                         tavo_kv_status *status) noexcept {
     const ub4 value_bytes = table_types[TAVO_KV_TYPE(kv->flags)].value_bytes;
     value_source source{false, 0, 0};
     if (value_bytes != 0) {
@@ -145,8 +146,9 @@ static ub4 add_lphash_direct(tavo_kv *kv, tavo_vec *records, tavo_vec *, tavo_ve
 }
 
 // Row ids out of the records, cut to the table's values, chunk by chunk.
-[[gnu::noinline]] static ub4 add_ridlphash_direct(tavo_kv *kv, tavo_vec *records, tavo_vec *, tavo_vec *, void *segment, tavo_env *env,
-                                tavo_kv_alloc_fn *alloc, tavo_kv_status *status) noexcept {
+[[gnu::noinline]] static ub4 add_ridlphash_direct(tavo_kv *kv, tavo_vec *records, tavo_vec *, tavo_vec *, void *segment,
+                                                  tavo_env *env, tavo_kv_alloc_fn *alloc,
+                                                  tavo_kv_status *status) noexcept {
     const ub1 *data = data_of(records, env, build_texts);
     const ub4 value_bytes = table_types[TAVO_KV_TYPE(kv->flags)].value_bytes;
     kv_add_kernel *kernel = fixed_kernel(kv, false);
@@ -171,7 +173,8 @@ static ub4 add_lphash_direct(tavo_kv *kv, tavo_vec *records, tavo_vec *, tavo_ve
 static void *tavo_map_segment(const tavo_kv *kv, sb8 segment_id) noexcept {
     if (segment_id < 0)
         return nullptr;
-    // clang-format off: the text is part of the interface
+    // The text is part of the interface, to the blank.
+    // clang-format off
     TAVO_ASSERT(0 == (segment_id & ~(sb8) (tavo_kv_num_segments(kv) - 1)));
     // clang-format on
     return kv->region[0].segments[segment_id];

@@ -2,8 +2,8 @@
 #include "frame/tavo_status.h"
 #include "kv/array_probe.h"
 #include "kv/join_vectors.h"
-#include "kv/probe_output.h"
 #include "kv/kv_probe_kernels.h"
+#include "kv/probe_output.h"
 
 namespace tavo {
 
@@ -34,8 +34,8 @@ struct array_probe {
     array_probe(tavo_vec *out, void *rids_at, tavo_vec *rid_vec, tavo_vec *key_vec, tavo_kv *table, ub4 m, tavo_env *e,
                 tavo_kv_status *s) noexcept
         : value_out(out), rid_out(rids_at), kv(table), mode(m), env(e), status(s),
-          keys(data_of(key_vec, e, array_texts)), rows(key_vec->size), capacity(counts(m) || !out ? 0 : out->size),
-          rids{false, 0} {
+          keys(data_of(key_vec, e, array_texts)), rows(key_vec->size),
+          capacity(counts(m) || !out ? 0 : out->size), rids{false, 0} {
         TAVO_ASSERT(counts(mode) || (value_out && env->aux));
         if (!writes_rids(mode))
             return;

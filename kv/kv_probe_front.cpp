@@ -21,9 +21,7 @@ static ub4 mode_status(const tavo_kv *kv, ub4 mode) noexcept {
     if (kind > TAVO_KV_ARRAY_COUNT || type > 15 || table_types[type].key_bytes == 0)
         return TAVO_UNSUPPORTED;
     constexpr ub4 value_modes = 0b111110101011, key_modes = 0b11110011;
-    const ub4 modes = kind == TAVO_KV_HASH_VALUE             ? 1
-                      : table_types[type].value_bytes != 0 ? value_modes
-                                                           : key_modes;
+    const ub4 modes = kind == TAVO_KV_HASH_VALUE ? 1 : table_types[type].value_bytes != 0 ? value_modes : key_modes;
     if (mode >= probe_modes || !(modes >> mode & 1))
         return TAVO_MODE_REFUSED;
     const bool marks = mode == TAVO_PROBE_COUNT_MUTKV || mode == TAVO_PROBE_PAIRS_MUTKV;
@@ -108,9 +106,8 @@ static ub4 probe_codes(bool cached, tavo_vec *value_out, void *rid_out, tavo_vec
     return probe_columns(hashes_of_codes(keys, codes, cached), {key_column::fixed, codes, nullptr, 4}, keys->size,
                          value_out, rid_out, rids, kv, mode, env, status);
 }
-static ub4 probe_hashed(hash_column::form_t form, key_column keys, tavo_vec *value_out, void *rid_out,
-                        tavo_vec *hashes, tavo_vec *rids, tavo_kv *kv, ub4 mode, tavo_env *env,
-                        tavo_kv_status *status) noexcept {
+static ub4 probe_hashed(hash_column::form_t form, key_column keys, tavo_vec *value_out, void *rid_out, tavo_vec *hashes,
+                        tavo_vec *rids, tavo_kv *kv, ub4 mode, tavo_env *env, tavo_kv_status *status) noexcept {
     return probe_columns({form, data_of(hashes, env, probe_texts), nullptr, 0, 0}, keys, hashes->size, value_out,
                          rid_out, rids, kv, mode, env, status);
 }

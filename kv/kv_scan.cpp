@@ -11,8 +11,8 @@ struct table_scan {
     const tavo_kv *kv;
     tavo_kv_scan_position *position;
     ub4 end_segment;
-    ub4 inverted;   // xor on the marks: all ones for the unmarked
-    void *values;   // null: count only
+    ub4 inverted; // xor on the marks: all ones for the unmarked
+    void *values; // null: count only
     ub4 capacity;
     ub8 found = 0;
 };

@@ -1,6 +1,6 @@
 // Probe and build of join tables beside absl::flat_hash_map, std::unordered_multimap and a loop of independent random
 // reads of 64 bytes each, the limit of a table beyond the caches. Keys are 8 bytes and unique on the build side, values
-// 8 bytes; the maps hash keys themselves, tables get hashes as input. Probe rows come in vectors of 8192, as an engine
+// 8 bytes; the maps hash keys themselves, tables get hashes as input. Probe rows come in vectors of 4096, as an engine
 // hands them on: their outputs are overwritten by the next one's.
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
@@ -91,7 +91,8 @@ struct rows {
         for (ub4 i = 0; i < n; i++) {
             hashes.push_back(mix(numbers[i]));
             std::memcpy(keys.data() + std::size_t{i} * key_bytes, &numbers[i], std::min(key_bytes, 8u));
-            std::memcpy(reinterpret_cast<ub1 *>(values.data()) + std::size_t{i} * value_bytes, &numbers[i], value_bytes);
+            std::memcpy(reinterpret_cast<ub1 *>(values.data()) + std::size_t{i} * value_bytes, &numbers[i],
+                        value_bytes);
         }
         hash_enc.flags = TAVO_HASHES;
         hash_enc.width_code = 22;
@@ -114,7 +115,7 @@ void build(table &t, rows &r) {
         std::abort();
 }
 
-constexpr ub4 vector_rows = 8192;
+constexpr ub4 vector_rows = 4096;
 
 struct table_size {
     const char *name;
@@ -123,7 +124,7 @@ struct table_size {
     ub4 probes; // with their keys and hashes in the same level of memory
 };
 constexpr table_size sizes[] = {
-    {"L2", 512 << 10, 19, vector_rows}, {"L3", 16 << 20, 20, 1 << 18}, {"1GiB", 1ull << 30, 20, 1 << 21}};
+    {"L2", 256 << 10, 18, 4 * vector_rows}, {"L3", 16 << 20, 20, 1 << 18}, {"1GiB", 1ull << 30, 20, 1 << 21}};
 
 // Probe rows: every one a build row, none, or one in two.
 std::vector<ub8> probe_numbers(ub4 probes, ub8 build_rows, int hits_percent) {
@@ -235,8 +236,8 @@ void random_reads(benchmark::State &state, const table_size &size) {
     const ub4 bits = t.kv.region[0].element_bits;
     for (ub4 i = 0; i < probes; i++) {
         const ub8 h = mix(i + 77);
-        lines[i] = static_cast<ub1 *>(t.segments[0][h >> bits & (t.segments[0].size() - 1)]) +
-                   (h & ((1u << bits) - 1)) * 64;
+        lines[i] =
+            static_cast<ub1 *>(t.segments[0][h >> bits & (t.segments[0].size() - 1)]) + (h & ((1u << bits) - 1)) * 64;
     }
     __m512i sum = _mm512_setzero_si512();
     report_best(state, 0, probes, [&] {

@@ -209,9 +209,9 @@ TEST(Join, FormsAndManyPairs) {
 TEST(Join, TablesBuiltBySegment) {
     std::mt19937_64 rng(72);
     joined_files files(random_file("long", "integer", 3000, 20000, rng),
-                       random_file("long", "integer", 20000, 20000, rng));
+                       random_file("long", "integer", 16000, 20000, rng));
     joined_files short_keys(random_file("integer", "integer", 3000, 20000, rng),
-                            random_file("integer", "integer", 20000, 20000, rng));
+                            random_file("integer", "integer", 16000, 20000, rng));
     host::join_settings settings;
     settings.partition_from = 1000;
     settings.batch_rows = 1500;

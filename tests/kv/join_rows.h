@@ -7,10 +7,27 @@ namespace tavo::test {
 
 // Where keys and hashes come from. The names are those of the kernels.
 enum class row_form {
-    ridhash, hash64value, hash32value,            // kind 0
-    fixed_hash64, hash32_fixed, fixedhash, ridfixedhash, // kind 1
-    gd_gd, gdhc_gd, gd_hash32, gd_hash64, gdhash, gdcachedhash, ridgdhash, ridgdcachedhash, // kind 2
-    lp_hash64, lp_hash32, lpsep_hash64, lpsep_hash32, lphash, ridlphash // kind 3
+    ridhash,
+    hash64value,
+    hash32value, // kind 0
+    fixed_hash64,
+    hash32_fixed,
+    fixedhash,
+    ridfixedhash, // kind 1
+    gd_gd,
+    gdhc_gd,
+    gd_hash32,
+    gd_hash64,
+    gdhash,
+    gdcachedhash,
+    ridgdhash,
+    ridgdcachedhash, // kind 2
+    lp_hash64,
+    lp_hash32,
+    lpsep_hash64,
+    lpsep_hash32,
+    lphash,
+    ridlphash // kind 3
 };
 
 struct form_figures {

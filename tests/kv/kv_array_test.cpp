@@ -291,7 +291,8 @@ TEST(KvArray, RefusalWithOneDropsTheRow) {
     env.aux = &aux;
     tavo_kv_status status{};
     std::vector<ub4> rid_out(40);
-    EXPECT_EQ(lib()->probe_kv(&out.vec, rid_out.data(), nullptr, &rids.vec, &keys.vec, &table.kv, 0, &env, &status), 0u);
+    EXPECT_EQ(lib()->probe_kv(&out.vec, rid_out.data(), nullptr, &rids.vec, &keys.vec, &table.kv, 0, &env, &status),
+              0u);
     EXPECT_EQ(std::vector<ub4>(out.memory.as<ub4>(), out.memory.as<ub4>() + out.vec.size),
               (std::vector<ub4>{1, 2, 3, 4, 7, 8}));
 }
@@ -351,8 +352,8 @@ TEST(KvArray, JoinsInEveryMode) {
                 }
                 refusals += table.refusals;
 
-                for (ub4 mode : c.kind == 5 ? std::vector<ub4>{0, 1, 4, 5, 6, 7}
-                                            : std::vector<ub4>{0, 1, 3, 5, 7, 10, 11}) {
+                for (ub4 mode :
+                     c.kind == 5 ? std::vector<ub4>{0, 1, 4, 5, 6, 7} : std::vector<ub4>{0, 1, 3, 5, 7, 10, 11}) {
                     SCOPED_TRACE("mode " + std::to_string(mode));
                     const bool counting = mode == 1 || mode == 4 || mode == 6 || mode == 10, autorid = rng() % 2;
                     const ub4 n = static_cast<ub4>(rng() % 500);
@@ -427,8 +428,8 @@ TEST(KvArray, WhatIsRefused) {
                                        &host_table::alloc, &status),
                   0u);
         for (ub4 mode = 0; mode < 14; mode++) {
-            const bool takes = c.kind == 5 ? mode <= 7 && mode != 2 && mode != 3
-                                           : mode <= 11 && mode != 2 && mode != 4 && mode != 6;
+            const bool takes =
+                c.kind == 5 ? mode <= 7 && mode != 2 && mode != 3 : mode <= 11 && mode != 2 && mode != 4 && mode != 6;
             const bool marks = mode == 8 || mode == 9;
             tavo_aux_info aux{};
             ub8 bits[2] = {};
@@ -440,7 +441,9 @@ TEST(KvArray, WhatIsRefused) {
             ub4 rid_out[10];
             EXPECT_EQ(lib()->probe_kv(&out.vec, rid_out, nullptr, &rids.vec, &v.keys.vec, &table.kv, mode, &probe_env,
                                       &status),
-                      !takes ? 14u : marks ? 2u : 0u)
+                      !takes  ? 14u
+                      : marks ? 2u
+                              : 0u)
                 << c.name << " mode " << mode;
         }
     }

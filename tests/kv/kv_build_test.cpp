@@ -41,7 +41,8 @@ std::vector<ub8> numbers(std::size_t n, ub8 distinct, std::mt19937_64 &rng) {
 }
 
 const std::vector<std::size_t> &batch_sizes() {
-    static const std::vector<std::size_t> sizes = {0, 1, 7, 8, 9, 231, 232, 233, 463, 464, 465, 700, 2319, 2320, 2321, 2560};
+    static const std::vector<std::size_t> sizes = {0,   1,   7,   8,   9,    231,  232,  233,
+                                                   463, 464, 465, 700, 2319, 2320, 2321, 2560};
     return sizes;
 }
 
@@ -130,8 +131,8 @@ TEST(KvBuild, SegmentsInParallel) {
             for (ub4 s = t; s < segments; s += 4) {
                 tavo_env env{};
                 tavo_kv_status status{};
-                if (lib()->create_add_kv(&table.kv, &parts[s]->hashes.vec, &parts[s]->values.vec, &parts[s]->keys.vec, s,
-                                         &env, &host_table::alloc, &status) != 0)
+                if (lib()->create_add_kv(&table.kv, &parts[s]->hashes.vec, &parts[s]->values.vec, &parts[s]->keys.vec,
+                                         s, &env, &host_table::alloc, &status) != 0)
                     failed++;
             }
         });
@@ -203,12 +204,13 @@ TEST(KvBuildDeath, CallersBugs) {
     const auto add = [&](host_table &table, ub4 type, ub4 width, sb8 segment) {
         const key_maker maker{form, type, width, 1};
         join_vectors rows(maker, numbers(40, 10, rng), numbers(40, 10, rng), false, 0, 4);
-        return lib()->create_add_kv(&table.kv, &rows.hashes.vec, &rows.values.vec, &rows.keys.vec, segment, &env,
-                                    [](tavo_kv_region *, ub4, ub8 *id) -> ub4 {
-                                        *id = 1u << 29;
-                                        return 0;
-                                    },
-                                    &status);
+        return lib()->create_add_kv(
+            &table.kv, &rows.hashes.vec, &rows.values.vec, &rows.keys.vec, segment, &env,
+            [](tavo_kv_region *, ub4, ub8 *id) -> ub4 {
+                *id = 1u << 29;
+                return 0;
+            },
+            &status);
     };
     host_table table(1, TAVO_KV_K4V4, 100, 100), links(1, TAVO_KV_K4V4, 100, 100, table_form::idx);
     EXPECT_DEATH(add(table, TAVO_KV_K4V4, 4, table.kv.region[0].segment_count),

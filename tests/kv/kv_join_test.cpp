@@ -146,8 +146,7 @@ std::map<sb8, ub4> take_marks(host_table &table) {
     };
     const tavo_kv_region *r = table.kv.region;
     for (ub8 b = 0; b < ub8{r[0].segment_count} << r[0].element_bits; b++)
-        take(static_cast<ub1 *>(r[0].segments[b >> r[0].element_bits]) +
-                 (b & ((1u << r[0].element_bits) - 1)) * 64,
+        take(static_cast<ub1 *>(r[0].segments[b >> r[0].element_bits]) + (b & ((1u << r[0].element_bits) - 1)) * 64,
              static_cast<sb8>(b));
     for (ub8 id = 0; id < table.allocated(1); id++)
         take(static_cast<ub1 *>(r[1].segments[id >> 12]) + (id & 4095) * 64, ~static_cast<sb8>(id));
@@ -369,15 +368,16 @@ TEST(KvProbe, ModesThatATableRefuses) {
                 tavo_env env{};
                 env.aux = &aux;
                 tavo_kv_status status{};
-                const bool value = std::find(std::begin(value_modes), std::end(value_modes), mode) != std::end(value_modes);
+                const bool value =
+                    std::find(std::begin(value_modes), std::end(value_modes), mode) != std::end(value_modes);
                 const bool key = std::find(std::begin(key_modes), std::end(key_modes), mode) != std::end(key_modes);
                 const bool takes = kind == 0 ? mode == 0 : type.value ? value : key;
-                const bool listed = kind == 0   ? type.key <= 4 && type.value
-                                    : kind == 2 ? type.key == 4
-                                                : type.key > 2;
+                const bool listed = kind == 0 ? type.key <= 4 && type.value : kind == 2 ? type.key == 4 : type.key > 2;
                 EXPECT_EQ(lib()->probe_kv(&out.vec, nullptr, &hashes.vec, &rids.vec, &keys.vec, &table.kv, mode, &env,
                                           &status),
-                          !takes ? 14u : listed ? 0u : 2u)
+                          !takes   ? 14u
+                          : listed ? 0u
+                                   : 2u)
                     << type.name << " kind " << kind << " mode " << mode;
             }
     host_table table(6, 4, 10, 10);

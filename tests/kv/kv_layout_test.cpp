@@ -95,7 +95,7 @@ shape actual_layout(ub8 ndv, ub8 rows, ub4 flags, ub4 segment_log2, ub4 lower, u
     for (int r = 0; r < 3; r++) {
         const tavo_kv_region &from = kv.region[r];
         s.region[r] = {from.segment_count, from.segment_id_bits, from.element_bits, from.alloc_hint,
-                       from.element_size, from.entries,          from.one};
+                       from.element_size,  from.entries,         from.one};
     }
     return s;
 }

@@ -54,8 +54,7 @@ public:
             return;
         memory_[region].emplace_back(tavo_kv_segment_bytes(&kv, region), guard::behind, 0);
         pointers_[region][segment] = memory_[region].back().data();
-        kv.region[region].mapped_segments =
-            std::max(kv.region[region].mapped_segments, static_cast<ub4>(segment) + 1);
+        kv.region[region].mapped_segments = std::max(kv.region[region].mapped_segments, static_cast<ub4>(segment) + 1);
     }
     // What a caller does after a build stopped with 11, 12 or a refusal.
     void map_missing(const tavo_kv_status &status) {

@@ -125,9 +125,7 @@ public:
         std::memcpy(&v, b.bytes + value_at(entry), type_.value);
         return v;
     }
-    ub4 count(const model_bucket &b) const {
-        return b.bytes[pointers_ ? 8 : 0] & ((1u << type_.count_bits) - 1);
-    }
+    ub4 count(const model_bucket &b) const { return b.bytes[pointers_ ? 8 : 0] & ((1u << type_.count_bits) - 1); }
     std::size_t overflow_buckets() const { return overflow_.size(); }
     ub8 head_of(ub8 hash, sb8 segment_id = -1) const {
         const tavo_kv_region &r = kv_->region[0];
