@@ -34,14 +34,12 @@ ub8 bytes_of(const std::string &text) {
     return std::stoull(text) << shift;
 }
 
-std::vector<join_names::place> printed_columns(const join_names &names, const std::string &list, join_kind kind) {
+std::vector<join_names::place> printed_columns(const join_names &names, const std::optional<std::string> &list,
+                                               join_kind kind) {
     std::vector<join_names::place> places;
-    if (!list.empty()) {
-        csv_reader reader(list, "--columns");
-        std::vector<csv_field> fields;
-        reader.next(fields);
-        for (const csv_field &field : fields)
-            places.push_back(names.find(field.value()));
+    if (list) {
+        for (const std::size_t number : column_list(names.all(), *list))
+            places.push_back(names.at(number));
         return places;
     }
     for (const join_side side : {join_side::left, join_side::right}) {
@@ -53,21 +51,23 @@ std::vector<join_names::place> printed_columns(const join_names &names, const st
     return places;
 }
 
-// Options of one side's file: --encode of a column goes to the file that has it.
+// Options of one side's file: --encode and --type of a column go to the file that has it.
 table_options side_options(const table_options &options, const join_names &names, join_side side) {
     table_options own = options;
     own.file = names.file(side).path();
-    own.may_be_empty = true;
-    own.encode.clear();
-    for (const std::string &text : options.encode) {
-        const std::size_t equals = text.rfind('=');
-        if (equals == std::string::npos || equals == 0) {
-            own.encode.push_back(text);
-            continue;
+    for (std::vector<std::string> *list : {&own.encode, &own.types}) {
+        std::vector<std::string> kept;
+        for (const std::string &text : *list) {
+            const std::size_t equals = text.rfind('=');
+            if (equals == std::string::npos) {
+                kept.push_back(text);
+                continue;
+            }
+            const join_names::place place = names.find(text.substr(0, equals));
+            if (place.side == side)
+                kept.push_back(names.file(side).columns()[place.column] + text.substr(equals));
         }
-        const join_names::place place = names.find(text.substr(0, equals));
-        if (place.side == side)
-            own.encode.push_back(names.file(side).columns()[place.column] + text.substr(equals));
+        *list = kept;
     }
     return own;
 }
@@ -187,8 +187,12 @@ int run_join(const join_options &options, const joined_query &asked) {
     const processor here = this_processor();
     library library(choose_library(asked.library, here));
     library.check_and_start(here);
-    const csv_file left_file(asked.table.file), right_file(options.file);
+    table_options right_options = asked.table;
+    right_options.file = options.file;
+    const csv_file left_file = open_csv(asked.table), right_file = open_csv(right_options);
     const join_names names(left_file, right_file);
+    for (predicate &p : q.where)
+        names.resolve(p);
     q.keys = names.key_columns(options.on);
     if (q.keys.size() > join_keys::most_columns)
         throw error(fmt::format("--on takes up to {} pairs of columns", join_keys::most_columns));
@@ -252,14 +256,15 @@ int run_join(const join_options &options, const joined_query &asked) {
         out.write(header);
         out.write(lines);
         if (asked.limit < joined.pairs.size())
-            tell(fmt::format("the first {} of {} rows", asked.limit, joined.pairs.size()));
     }
-    if (asked.explain)
-        out.write(explain(joined.steps, library));
-    if (asked.check)
-        out.write(fmt::format("check: {} rows of {} and {}, joined from the text: agrees\n", joined.pairs.size(),
-                              left.rows(), right.rows()));
     out.finish();
+    if (!asked.count && asked.limit < joined.pairs.size())
+        tell(fmt::format("the first {} of {} rows", asked.limit, joined.pairs.size()));
+    if (asked.explain)
+        show(explain(joined.steps, library));
+    if (asked.check)
+        show(fmt::format("check: {} rows of {} and {}, joined from the text: agrees\n", joined.pairs.size(),
+                         left.rows(), right.rows()));
     return answered;
 }
 

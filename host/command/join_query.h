@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,8 @@ void add_join_options(CLI::App &, join_options &);
 struct joined_query {
     table_options table;
     std::vector<std::string> where;
-    std::string columns, library;
+    std::optional<std::string> columns;
+    std::string library;
     ub4 limit;
     bool count, explain, check;
 };

@@ -13,15 +13,6 @@ namespace host {
 
 namespace {
 
-// The canonical keys of a column's symbols, by code. The null code's is empty; no row with it gets here.
-std::vector<std::string> canonical_keys(const column &col, value_type type) {
-    std::vector<std::string> keys;
-    const auto &symbols = col.dict().symbols();
-    for (ub8 code = 0; code < symbols.size(); code++)
-        keys.push_back(code < col.dict().first_code() ? std::string() : sort_key(type, symbols[code]).value());
-    return keys;
-}
-
 template <class F>
 void each_length(const column &col, const std::vector<std::string> &keys, F f) {
     for (ub8 code = col.dict().first_code(); code < keys.size(); code++)
@@ -31,6 +22,14 @@ void each_length(const column &col, const std::vector<std::string> &keys, F f) {
 constexpr ub4 longest_slot = 12;
 
 } // namespace
+
+std::vector<std::string> canonical_keys(const column &col, value_type type) {
+    std::vector<std::string> keys;
+    for (ub8 code = 0; code < col.dict().end_code(); code++)
+        keys.push_back(code < col.dict().first_code() ? std::string()
+                                                      : sort_key(type, col.dict().symbols()[code]).value());
+    return keys;
+}
 
 join_keys::join_keys(const std::vector<pair> &columns) : pairs_(columns) {
     if (columns.empty() || columns.size() > most_columns)

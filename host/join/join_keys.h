@@ -21,6 +21,9 @@
 
 namespace host {
 
+// The canonical keys of a column's symbols as values of a type that holds them, by code. The null code's is empty.
+std::vector<std::string> canonical_keys(const column &, value_type);
+
 enum class key_form { fixed, length_prefixed, shared_codes };
 enum class join_side { left, right };
 

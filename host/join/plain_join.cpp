@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "host/column/table.h"
 #include "host/query/recompute.h"
 
 namespace host {

@@ -41,8 +41,10 @@ public:
         host::join_question q;
         q.kind = kind;
         q.keys = names.key_columns(on);
-        for (const std::string &text : where)
+        for (const std::string &text : where) {
             q.where.push_back(host::parse_predicate(text));
+            names.resolve(q.where.back());
+        }
         q.printed = {{host::join_side::left, 0}, {host::join_side::right, 0}};
         std::vector<std::vector<host::value_type>> types(2);
         for (const host::table *t : {&left_, &right_})
@@ -68,7 +70,6 @@ private:
         host::read_options o;
         o.form_of = forms;
         o.null_texts = {"NULL"};
-        o.may_be_empty = true;
         return o;
     }
 
@@ -165,6 +166,9 @@ TEST(Join, ConditionsAreOnPairs) {
                                                {"not (left.v > 4 and other.v > 4)"},
                                                {"not (left.v > 4 or other.v is not null)", "left.row > 10"},
                                                {"other.v in (1, 2) or other.v is null", "left.v < 8 or left.v is null"},
+                                               {"left.v > other.v"},
+                                               {"not (other.v <= left.v)"},
+                                               {"left.row = other.row or left.v is null"},
                                                {"left.v > 100"},
                                                {"other.v > 100"}})
         for (const host::join_kind kind : {host::join_kind::inner, host::join_kind::left, host::join_kind::right}) {
@@ -237,7 +241,7 @@ TEST(Join, Names) {
     EXPECT_EQ(column("left.n"), "R2"); // a column's own name goes first
     for (const char *name : {"row", "zzz", "other.code", "file.code"})
         EXPECT_THROW(files.names.find(name), host::error) << name;
-    for (const char *on : {"", "=", "code=", "code=zzz", "row=,", "code=name,"})
+    for (const char *on : {"", "=", "code=", "code=zzz", "row=,", "code=name,", "zzz"})
         EXPECT_THROW(files.names.key_columns({on}), host::error) << on;
 }
 
