@@ -255,7 +255,6 @@ int run_join(const join_options &options, const joined_query &asked) {
         append_csv_line(header, q.printed.size(), [&](std::size_t i) { return names.shown(q.printed[i]); });
         out.write(header);
         out.write(lines);
-        if (asked.limit < joined.pairs.size())
     }
     out.finish();
     if (!asked.count && asked.limit < joined.pairs.size())

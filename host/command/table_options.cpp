@@ -135,7 +135,6 @@ table read_table(const csv_file &file, const std::vector<std::size_t> &columns, 
     reading.form_of = forms_of(options.encode, file);
     reading.type_of = types_of(options.types, file);
     reading.null_texts = options.null_texts;
-    reading.may_be_empty = options.may_be_empty;
     reading.progress = [&](std::size_t done, std::size_t all) { progress.show(done, all); };
     return table(file, columns, reading);
 }

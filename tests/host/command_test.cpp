@@ -285,7 +285,7 @@ TEST_F(Command, Joins) {
     expect_refused("query " + left + " --join " + right + " --on id,id,id,id", "up to 3 pairs");
     expect_refused("query " + left + " --join '" + folder_ + "/absent.csv' --on id", "absent.csv");
     expect_refused(small + " --where 'name = x'", "both files have a column name: write a.name or b.name");
-    expect_refused(small + " --where 'c.name = x'", "has a column c.name");
+    expect_refused(small + " --where 'c.name = x'", "there is no column 'c.name'; did you mean a.name or b.name?");
     expect_refused(small + " --where 'a.id = x'", "'x' cannot be compared with column id");
     expect_refused(small + " --anti --where 'a.id = 1 or b.id = 2'", "one file alone");
     expect_refused(small + " --join-memory 12X", "expected a number of bytes");
