@@ -1,5 +1,6 @@
 // The front door of the build: which kernel takes the rows, and the cutting of rows whose keys need normalising.
 #include <algorithm>
+#include <atomic>
 
 #include "frame/tavo_status.h"
 #include "frame/tavoc_avx512g.h"
@@ -218,6 +219,25 @@ static kv_rows with_values(ub4 type, const tavo_vec *values, kv_rows alone, kv_r
     return flags_of(values) & TAVO_ROWID_BASE ? autorid : payload;
 }
 
+// The width of a table's key columns, which its first add fixes. Threads that build segments of one table may all be
+// its first add. 0: rows without a key column.
+struct key_width {
+    tavo_kv *kv;
+    ub4 bits;
+
+    bool agrees() const noexcept {
+        const ub4 kept = std::atomic_ref(kv->key_bits).load(std::memory_order_relaxed);
+        return bits == 0 || kept == 0 || kept == bits;
+    }
+    bool keep() const noexcept {
+        ub4 kept = std::atomic_ref(kv->key_bits).load(std::memory_order_relaxed);
+        if (bits == 0 || kept != 0)
+            return agrees();
+        return std::atomic_ref(kv->key_bits).compare_exchange_strong(kept, bits, std::memory_order_relaxed) ||
+               kept == bits;
+    }
+};
+
 } // namespace tavo
 
 extern "C" ub4 tavo_create_add_kv_dydi(tavo_kv *kv, tavo_vec *hashes, tavo_vec *values, tavo_vec *keys, sb8 segment_id,
@@ -226,15 +246,11 @@ extern "C" ub4 tavo_create_add_kv_dydi(tavo_kv *kv, tavo_vec *hashes, tavo_vec *
     const ub4 kind = TAVO_KV_KIND(kv->flags), type = TAVO_KV_TYPE(kv->flags);
     if (kind > TAVO_KV_ARRAY_COUNT || type > 15)
         return TAVO_UNSUPPORTED;
-    const ub4 width = kind == TAVO_KV_FIXED_KEY ? key_width_bits(keys) : 0;
-    if (width != 0 && kv->key_bits != 0 && kv->key_bits != width)
+    key_width width{kv, kind == TAVO_KV_FIXED_KEY ? key_width_bits(keys) : 0};
+    if (!width.agrees())
         return TAVO_UNSUPPORTED;
     const bool is_array = kind >= TAVO_KV_ARRAY;
     const ub4 form = is_array ? 0 : form_of(kv);
-    const auto keep_width = [&] {
-        if (width != 0)
-            kv->key_bits = width;
-    };
 
     // A record stream as it is.
     const ub4 element_class = flags_of(hashes) & TAVO_ELEMENT_CLASS;
@@ -243,7 +259,8 @@ extern "C" ub4 tavo_create_add_kv_dydi(tavo_kv *kv, tavo_vec *hashes, tavo_vec *
             kv_add_kernel *kernel = kernel_of(type, c.rows, form);
             if (!kernel)
                 return TAVO_UNSUPPORTED;
-            keep_width();
+            if (!width.keep())
+                return TAVO_UNSUPPORTED;
             const row_arrays arrays{data_of(hashes, env, build_texts), c.bytes, nullptr, 0, 0, 0};
             return add_rest(kernel, kv, segment, hashes->size, arrays, env, alloc, status);
         }
@@ -294,7 +311,8 @@ extern "C" ub4 tavo_create_add_kv_dydi(tavo_kv *kv, tavo_vec *hashes, tavo_vec *
         if (bits == 64) {
             if (!fixed_kernel(kv, flags_of(values) & TAVO_ROWID_BASE))
                 return TAVO_UNSUPPORTED;
-            keep_width();
+            if (!width.keep())
+                return TAVO_UNSUPPORTED;
             return add_hash64_fixed(kv, hashes, values, keys, segment, env, alloc, status);
         }
         fused = kv_fused_rows::hash32_fixed;
@@ -302,6 +320,7 @@ extern "C" ub4 tavo_create_add_kv_dydi(tavo_kv *kv, tavo_vec *hashes, tavo_vec *
     kv_fused_add *kernel = fused == kv_fused_rows::number ? nullptr : fused_kernels.of[type][static_cast<ub4>(fused)];
     if (!kernel || (fused != kv_fused_rows::ridlphash_direct && !values_given))
         return TAVO_UNSUPPORTED;
-    keep_width();
+    if (!width.keep())
+        return TAVO_UNSUPPORTED;
     return kernel(kv, hashes, values, keys, segment, env, alloc, status);
 }

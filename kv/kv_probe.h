@@ -86,6 +86,13 @@ inline void mark_entries(ub1 *bucket, ub4 entries) noexcept {
             break;
 }
 
+// The count of a bucket whose marks other threads may be setting.
+template <class Bucket>
+inline unsigned count_beside_marks(const ub1 *bucket) noexcept {
+    const std::atomic_ref<ub8> word(*reinterpret_cast<ub8 *>(const_cast<ub1 *>(bucket) + 8));
+    return static_cast<unsigned>(word.load(std::memory_order_relaxed)) & Bucket::count_mask;
+}
+
 // rids: the rows' ids, or the first row's id as an address. Outputs: *outputs of them, at most `capacity`;
 // nothing is written behind them. *rows_done receives the rows that are through.
 // *total receives the sum of the count members, which use neither capacity nor outputs.
@@ -177,7 +184,12 @@ template <ub4 Type, kv_link Link, class Family, class Output>
                 ub1 *next = next_bucket<bucket>(kv, at);
                 if constexpr (Link == kv_link::ptr_prefetch)
                     _mm_prefetch(next ? next : at, _MM_HINT_T0);
-                ub4 hits = match::entries(entries, key, bucket::count(at));
+                unsigned count;
+                if constexpr (rule == probe_rule::mutkv)
+                    count = count_beside_marks<bucket>(at);
+                else
+                    count = bucket::count(at);
+                ub4 hits = match::entries(entries, key, count);
                 const auto value_of = [at](unsigned entry) {
                     return load_as<value_type>(at + bucket::first_value + entry * bucket::value_bytes);
                 };

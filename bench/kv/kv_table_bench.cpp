@@ -4,7 +4,6 @@
 // hands them on: their outputs are overwritten by the next one's.
 #include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
-#include <sys/mman.h>
 
 #include <cstdlib>
 #include <memory>
