@@ -62,7 +62,6 @@ private:
     std::unique_ptr<table_memory> table_;
     std::unique_ptr<bloom_filter> filter_;
     std::vector<ub4> right_rows_; // by the value in the table: the order in which they were added
-    ub8 chain_steps_ = 0;
 };
 
 } // namespace host
