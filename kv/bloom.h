@@ -1,7 +1,7 @@
 // The text of the bloom filter kernels; their contract stands in bloom_kernels.h.
 //
 // Sixteen rows are tested at a time: positions are worked out in 32-bit lanes, then each row's word is loaded on its
-// own. (A gather does the same and takes twice the time on processors that split it up.)
+// own.
 #pragma once
 
 #include <bit>
