@@ -57,6 +57,11 @@ forms=(--encode distance=spak --encode delay=spak --encode origin=rle)
 show columns "$flights" "${forms[@]}"
 build/library/host/tavo columns "$flights" "${forms[@]}" </dev/null || exit 1
 ask "$flights" "${forms[@]}" --where "origin = SFO" --where "distance >= 2500" --where "delay > 90" --limit 5
+# Joined with the airports that they leave from; then the same with the airports that no flight leaves from, and these alone.
+ask "$flights" --join "$airports" --on origin=iata --where "airports.state = CA" --where "delay > 200" \
+    --columns date,delay,origin,city,state --limit 5
+ask "$flights" --join "$airports" --on origin=iata --right --count
+ask "$flights" --join "$airports" --on origin=iata --right --anti --where "airports.state = CA" --columns iata,city --limit 5
 ask "$airports" --null NA --where "latitude > 48.9" --where "not state = AK" --limit 5
 # Nearest neighbours among vectors of 100 dimensions: as the file has them, of the words that predicates select, and as
 # bytes and bits.

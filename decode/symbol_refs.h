@@ -45,16 +45,25 @@ private:
     return _mm512_cvtepu32_epi64(_mm512_extracti64x4_epi64(codes_u32x16, 1));
 }
 
-// All symbols have one length, which isn't 0. indicators::all_rows takes a null indicator array too.
+// Where a symbol's bytes stand.
+struct symbol_extent {
+    ub8 address;
+    ub2 length;
+};
+
+// All symbols have one length; references are made of lengths above 0 only. indicators::all_rows takes a null indicator array too.
 class one_len_symbols {
 public:
     static constexpr bool looks_up = false; // a code's place is computed
     explicit one_len_symbols(const tavo_enc_ctx *enc) noexcept
         : symbols(enc->symbols), length(__builtin_bswap16(*enc->symbol_len)) {}
 
+    [[gnu::always_inline]] symbol_extent operator()(ub4 code) const noexcept {
+        return {symbols + static_cast<ub8>(code) * length, length};
+    }
     template <indicators Rule>
     [[gnu::always_inline]] void refer(const symbol_refs &refs, ub8 i, ub4 code) const noexcept {
-        refs.address[i] = symbols + static_cast<ub8>(code) * length;
+        refs.address[i] = (*this)(code).address;
         refs.length[i] = length;
         if (Rule == indicators::all_rows && refs.indicator != nullptr)
             refs.indicator[i] = 0;
@@ -85,11 +94,14 @@ public:
     static constexpr bool looks_up = true;
     explicit cla_symbols(const tavo_enc_ctx *enc) noexcept : symbols(enc->symbols), cla(enc->cla) {}
 
+    [[gnu::always_inline]] symbol_extent operator()(ub4 code) const noexcept {
+        const ub4 start = __builtin_bswap32(cla[code]), stop = __builtin_bswap32(cla[code + 1ull]);
+        return {symbols + start, static_cast<ub2>(stop - start)};
+    }
     template <indicators Rule>
     [[gnu::always_inline]] void refer(const symbol_refs &refs, ub8 i, ub4 code) const noexcept {
-        const ub4 start = __builtin_bswap32(cla[code]), stop = __builtin_bswap32(cla[code + 1ull]);
-        const auto length = static_cast<ub2>(stop - start);
-        refs.address[i] = symbols + start;
+        const auto [address, length] = (*this)(code);
+        refs.address[i] = address;
         refs.length[i] = length;
         if (Rule == indicators::all_rows)
             refs.indicator[i] = length == 0 ? null_indicator : 0;

@@ -6,6 +6,7 @@
 #include "tavo_bit_iter.h"
 #include "tavo_env.h"
 #include "tavo_kv.h"
+#include "tavo_partition.h"
 #include "tavo_status.h"
 #include "tavo_types.h"
 #include "tavo_vec.h"

@@ -7,7 +7,10 @@
 #include "frame/dispatch_table.h"
 #include "frame/processor.h"
 #include "frame/tavo_status.h"
+#include "kv/bloom_kernels.h"
+#include "kv/hash.h"
 #include "kv/kv_table.h"
+#include "kv/partition.h"
 #include "scan/row_operations.h"
 #include "vector/distance.h"
 #include "vector/pick_metric.h"
@@ -78,9 +81,12 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(lbiwvones);
     OPERATION(lbiwvrun);
     OPERATION(lbiwvruns);
+    OPERATION(bloom);
     OPERATION(prefix_decode);
     OPERATION(eq_stream);
     OPERATION(selective);
+    OPERATION(hash);
+    OPERATION(partition);
     OPERATION(layout_kv);
     OPERATION(create_add_kv);
     OPERATION(probe_kv);

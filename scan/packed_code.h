@@ -49,4 +49,10 @@ template <unsigned W, class Position = ub8>
     }
 }
 
+// The same with the width known at run time only, 1 to 25 bits or 32: it touches 4 bytes for every width.
+[[gnu::always_inline]] inline ub4 packed_code(const ub1 *codes, ub8 row, unsigned width) noexcept {
+    const ub8 bit = row * width;
+    return load_big_endian_4(codes + bit / 8) << bit % 8 >> (32 - width);
+}
+
 } // namespace tavo

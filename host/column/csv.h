@@ -133,4 +133,17 @@ char find_delimiter(std::string_view text);
 // Appends a field to a line of output, in quotes where CSV needs them.
 void append_csv(std::string &line, std::string_view value);
 
+// Appends a line of field(0), field(1), ... up to the number of fields.
+template <class Field>
+void append_csv_line(std::string &text, std::size_t fields, Field field) {
+    if (fields == 1 && field(0).empty())
+        text += "\"\""; // an empty line would be no row
+    else
+        for (std::size_t i = 0; i < fields; i++) {
+            text += i == 0 ? "" : ",";
+            append_csv(text, field(i));
+        }
+    text += '\n';
+}
+
 } // namespace host

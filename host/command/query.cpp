@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "host/command/explain.h"
+#include "host/command/join_query.h"
 #include "host/command/output.h"
 #include "host/command/subcommands.h"
 #include "host/command/table_options.h"
@@ -21,25 +22,13 @@ namespace {
 
 struct query_options {
     table_options table;
+    join_options join;
     std::optional<std::string> columns;
     std::string library;
     std::vector<std::string> where;
     ub4 limit = 0xffffffff;
     bool count = false, explain = false, check = false;
 };
-
-// A line of CSV from field(0), field(1), ...
-template <class Field>
-void append_line(std::string &text, std::size_t fields, Field field) {
-    if (fields == 1 && field(0).empty())
-        text += "\"\""; // an empty line would be no row
-    else
-        for (std::size_t i = 0; i < fields; i++) {
-            text += i == 0 ? "" : ",";
-            append_csv(text, field(i));
-        }
-    text += '\n';
-}
 
 // The numbers of the columns that the predicates name.
 std::vector<std::size_t> columns_of(const std::vector<predicate> &predicates, const csv_file &file) {
@@ -62,6 +51,12 @@ std::vector<ub4> expected_rows(const csv_file &file, const table &table, const s
 }
 
 int run(const query_options &options) {
+    if (!options.join.file.empty())
+        return run_join(options.join, {options.table, options.where, options.columns, options.library, options.limit,
+                                       options.count, options.explain, options.check});
+    if (!options.join.on.empty() || options.join.left || options.join.right || options.join.anti)
+        throw error("--on, --left, --right and --anti go with --join FILE");
+
     std::vector<predicate> predicates;
     for (const std::string &text : options.where)
         predicates.push_back(parse_predicate(text));
@@ -106,7 +101,7 @@ int run(const query_options &options) {
         std::string lines;
         for (const std::size_t number : printed)
             columns.push_back(table.encoded(number));
-        append_line(lines, printed.size(), [&](std::size_t i) { return std::string_view(columns[i]->name()); });
+        append_csv_line(lines, printed.size(), [&](std::size_t i) { return std::string_view(columns[i]->name()); });
         out.write(lines);
         value_reader values(session, columns, selected, options.limit);
         printed_check check(file, std::move(expected), printed, options.table.null_texts);
@@ -118,7 +113,7 @@ int run(const query_options &options) {
         for (ub4 rows; (rows = values.next()) > 0;) {
             lines.clear();
             for (ub4 row = 0; row < rows; row++)
-                append_line(lines, printed.size(), [&](std::size_t i) { return values.value(i, row); });
+                append_csv_line(lines, printed.size(), [&](std::size_t i) { return values.value(i, row); });
             if (options.check && disagrees(check.compare(lines)))
                 return check_failed;
             out.write(lines);
@@ -161,6 +156,7 @@ subcommand add_query(CLI::App &app) {
     query->add_flag("--count", options->count, "Print how many rows, not the rows");
     query->add_option("--limit", options->limit, "Print so many rows at most");
     query->add_option("--columns", options->columns, "Print these columns: a,b,c");
+    add_join_options(*query, options->join);
     query->add_flag("--explain", options->explain, "Show each step: kernel, rows in and out, time");
     query->add_flag("--check", options->check, "Recompute the answer from the text and compare");
     query->add_option("--library,--lib", options->library,

@@ -113,41 +113,41 @@ truth ordered(comparison op, int order) {
 
 class evaluator {
 public:
-    evaluator(const csv_file &file, const std::map<std::string, value_type> &types,
-              const std::vector<std::string> &null_texts)
-        : file_(file), types_(types), null_texts_(null_texts) {}
+    evaluator(const field_reader &field, const std::map<std::string, value_type> &types)
+        : field_(field), types_(types) {}
 
-    truth of(const predicate &p, const std::vector<csv_field> &row) const {
+    truth of(const predicate &p) const {
         switch (p.kind) {
-        case predicate_kind::not_: return negate(of(p.operands[0], row));
+        case predicate_kind::not_: return negate(of(p.operands[0]));
         case predicate_kind::and_: {
             truth least = truth::yes;
             for (const predicate &operand : p.operands)
-                least = std::min(least, of(operand, row));
+                least = std::min(least, of(operand));
             return least;
         }
         case predicate_kind::or_: {
             truth most = truth::no;
             for (const predicate &operand : p.operands)
-                most = std::max(most, of(operand, row));
+                most = std::max(most, of(operand));
             return most;
         }
         default: break;
         }
-        const std::string field = row[file_.column(p.column.text)].value();
-        const bool null = is_null(field, null_texts_);
+        const std::optional<std::string> field = field_(p.column.text);
         if (p.kind == predicate_kind::is_null)
-            return truth_of(null);
-        if (null)
+            return truth_of(!field);
+        if (!field)
             return truth::unknown;
         if (p.kind == predicate_kind::columns) {
-            const std::string other = row[file_.column(p.other.text)].value();
-            if (is_null(other, null_texts_))
+            const std::optional<std::string> other = field_(p.other.text);
+            if (!other)
                 return truth::unknown;
             return ordered(
-                p.op, compare_values(common_type(types_.at(p.column.text), types_.at(p.other.text)), field, other));
+                p.op, compare_values(common_type(types_.at(p.column.text), types_.at(p.other.text)), *field, *other));
         }
-        auto against = [&](std::size_t i) { return compare_values(types_.at(p.column.text), field, p.values[i].text); };
+        auto against = [&](std::size_t i) {
+            return compare_values(types_.at(p.column.text), *field, p.values[i].text);
+        };
         if (p.kind == predicate_kind::range)
             return truth_of((p.low_open ? against(0) > 0 : against(0) >= 0) &&
                             (p.high_open ? against(1) < 0 : against(1) <= 0));
@@ -161,9 +161,8 @@ public:
     }
 
 private:
-    const csv_file &file_;
+    const field_reader &field_;
     const std::map<std::string, value_type> &types_;
-    const std::vector<std::string> &null_texts_;
 };
 
 } // namespace
@@ -179,14 +178,26 @@ int compare_values(value_type type, std::string_view a, std::string_view b) {
     return sign(a.compare(b));
 }
 
+std::optional<std::string> field_value(const csv_field &field, const std::vector<std::string> &null_texts) {
+    std::string value = field.value();
+    if (is_null(value, null_texts))
+        return std::nullopt;
+    return value;
+}
+
+bool is_true(const predicate &p, const field_reader &field, const std::map<std::string, value_type> &types) {
+    return evaluator(field, types).of(p) == truth::yes;
+}
+
 std::vector<ub4> recompute(const csv_file &file, const std::vector<predicate> &all,
                            const std::map<std::string, value_type> &types, const std::vector<std::string> &null_texts) {
-    const evaluator evaluate(file, types, null_texts);
     std::vector<ub4> rows;
     ub4 row = 0;
     file.records([&](const std::vector<csv_field> &fields, const csv_reader &) {
-        if (std::all_of(all.begin(), all.end(),
-                        [&](const predicate &p) { return evaluate.of(p, fields) == truth::yes; }))
+        const field_reader field = [&](const std::string &column) {
+            return field_value(fields[file.column(column)], null_texts);
+        };
+        if (std::all_of(all.begin(), all.end(), [&](const predicate &p) { return is_true(p, field, types); }))
             rows.push_back(row);
         row++;
     });

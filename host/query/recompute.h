@@ -1,7 +1,9 @@
 // The answer once more, from the text of the file: no codes, no dictionaries, no kernels. What --check compares with.
 #pragma once
 
+#include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,15 @@
 #include "host/query/predicate.h"
 
 namespace host {
+
+// A row's field by the name of its column; nothing for a null.
+using field_reader = std::function<std::optional<std::string>(const std::string &column)>;
+
+// A field's value; nothing if it is null.
+std::optional<std::string> field_value(const csv_field &field, const std::vector<std::string> &null_texts);
+
+// Whether a predicate, resolved, is true of a row. `types` names the type of each column that it names.
+bool is_true(const predicate &, const field_reader &, const std::map<std::string, value_type> &types);
 
 // Numbers of the rows for which all predicates, resolved, are true. `types` names the type of each column that they
 // name; a field is null if it is empty or one of null_texts.

@@ -184,6 +184,59 @@ TEST_F(Command, OutOfMemory) {
 }
 #endif
 
+TEST_F(Command, Joins) {
+    const std::string join = "query " + flights_ + " --join " + airports_ + " --on origin=iata ";
+    outcome o = run(join + "--where 'airports.state = CA' --where 'delay > 200' --count --check");
+    EXPECT_EQ(o.status, 0) << o.err;
+    // awk -F, 'NR==FNR {if ($4=="CA") ca[$1]=1; next} $2>200 && ($4 in ca)' airports.csv flights-100k.csv | wc -l
+    EXPECT_EQ(o.out, "35\n");
+    EXPECT_EQ(o.err, "check: 35 rows of 100000 and 3376, joined from the text: agrees\n");
+
+    o = run(join +
+            "--where 'state = CA' --where 'delay > 200' --columns airports.city,delay,right.iata --explain --check");
+    EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_TRUE(o.out.starts_with("city,delay,iata\n")) << o.out;
+    for (const char *part : {"tavo_hash_dydi", "tavo_layout_kv_dydi", "tavo_create_add_kv_dydi", "tavo_bloom_dydi",
+                             "tavo_probe_kv_dydi", "joined from the text: agrees\n"})
+        EXPECT_NE(o.err.find(part), std::string::npos) << part << "\n" << o.err;
+
+    const std::string left = file("a.csv", "id,name\n1,x\n2,\n3,z\n"),
+                      right = file("b.csv", "id,name\n3,c\n1,a\n3,d\n9,\n");
+    const std::string small = "query " + left + " --join " + right + " --on id --check";
+    const auto answer = [&](const std::string &options) {
+        const outcome out = run(small + " " + options);
+        EXPECT_EQ(out.status, 0) << options << "\n" << out.err;
+        return out.out;
+    };
+    EXPECT_EQ(answer(""), "a.id,a.name,b.id,b.name\n1,x,1,a\n3,z,3,c\n3,z,3,d\n");
+    EXPECT_EQ(answer("--left"), "a.id,a.name,b.id,b.name\n1,x,1,a\n2,,,\n3,z,3,c\n3,z,3,d\n");
+    EXPECT_EQ(answer("--right"), "a.id,a.name,b.id,b.name\n1,x,1,a\n3,z,3,c\n3,z,3,d\n,,9,\n");
+    EXPECT_EQ(answer("--anti"), "a.id,a.name\n2,\n");
+    EXPECT_EQ(answer("--right --anti --columns b.name"), "b.name\n\"\"\n");
+    EXPECT_EQ(answer("--limit 1 --columns b.name,a.name"), "b.name,a.name\na,x\n");
+    EXPECT_EQ(answer("--where 'b.name > c or a.name = x' --columns b.name"), "b.name\na\nd\n");
+
+    const std::string none = file("none.csv", "id,name\n");
+    EXPECT_EQ(run("query " + left + " --join " + none + " --on id --left --count --check").out, "3\n");
+    EXPECT_EQ(run("query " + none + " --join " + left + " --on id --count --check").out, "0\n");
+    EXPECT_EQ(run("query " + none + " --join " + none + " --on id --right --count --check").out, "0\n");
+
+    expect_refused("query " + left + " --join " + right, "--join needs --on");
+    expect_refused("query " + left + " --on id", "go with --join");
+    expect_refused(small + " --left --right", "exclude each other");
+    expect_refused("query " + left + " --join " + right + " --on id=nam", "did you mean name");
+    expect_refused("query " + left + " --join " + right + " --on id, ", "--on id,");
+    expect_refused("query " + left + " --join " + right + " --on id,id,id,id", "up to 3 pairs");
+    expect_refused("query " + left + " --join '" + folder_ + "/absent.csv' --on id", "absent.csv");
+    expect_refused(small + " --where 'name = x'", "both files have a column name: write a.name or b.name");
+    expect_refused(small + " --where 'c.name = x'", "there is no column 'c.name'; did you mean a.name or b.name?");
+    expect_refused(small + " --where 'a.id = x'", "'x' cannot be compared with column id");
+    expect_refused(small + " --anti --where 'a.id = 1 or b.id = 2'", "one file alone");
+    expect_refused(small + " --join-memory 12X", "expected a number of bytes");
+    expect_refused("query " + flights_ + " --join " + flights_ + " --on origin --join-memory 100K --count",
+                   "needs more memory than it may take");
+}
+
 TEST_F(Command, BadLibraries) {
     const std::string query = "query " + file("t.csv", "x\n1\n2\n") + " --where 'x = 2'";
     const auto library = [](const std::string &name) { return "'" TAVO_FALSE_LIBRARIES "/false_" + name + ".so'"; };

@@ -1,0 +1,9 @@
+#include "host/join/join_hash.h"
+
+#include <xxhash.h>
+
+namespace host {
+
+ub8 join_hash(const void *data, ub8 length, ub8 seed) { return XXH3_64bits_withSeed(data, length, seed); }
+
+} // namespace host

@@ -1,0 +1,179 @@
+#include "kv/hash.h"
+
+#include <cstring>
+
+#include "decode/symbol_refs.h"
+#include "frame/tavoc_avx512g.h"
+#include "scan/packed_code.h"
+
+namespace tavo {
+namespace {
+
+struct element {
+    const void *bytes;
+    ub8 length;
+};
+
+template <class T>
+T load(const ub1 *p) noexcept {
+    T value;
+    std::memcpy(&value, p, sizeof value);
+    return value;
+}
+element element_at(ub8 address, ub8 length) noexcept { return {reinterpret_cast<const void *>(address), length}; }
+
+// The element at the walk's position; moves behind it.
+struct separate_lengths {
+    const ub2 *lengths;
+
+    element operator()(const ub1 *&walk, ub8 row) const noexcept {
+        const ub1 *bytes = walk;
+        walk += lengths[row];
+        return {bytes, lengths[row]};
+    }
+};
+struct lengths_inside {
+    element operator()(const ub1 *&walk, ub8) const noexcept {
+        const ub2 length = load<ub2>(walk);
+        const ub1 *bytes = walk + sizeof length;
+        walk = bytes + length;
+        return {bytes, length};
+    }
+};
+
+constexpr ub8 prefetch_rows = 16; // ahead of the row that is hashed
+
+} // namespace
+
+column_hasher::form column_hasher::form_of(const tavo_enc_ctx *enc) noexcept {
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_RLE))
+        return form::none;
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_FIXED))
+        return form::fixed;
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_PACKED_KEYS))
+        return form::packed_codes;
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_DICT))
+        return form::codes;
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_LV_SEP))
+        return form::separate_lengths;
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_LV))
+        return form::lengths_inside;
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_LP_SEP))
+        return form::addresses;
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_LP))
+        return form::references;
+    return form::none;
+}
+
+column_hasher::column_hasher(const tavo_vec *column, const ub1 *data, tavo_hash_fn *hash, ub4 row, ub8 offset) noexcept
+    : column_(column), form_(form_of(TAVO_VEC_ENC_CTX(column))), data_(data), hash_(hash), row_(0), walk_(data) {
+    if (form_ == form::separate_lengths)
+        walk_over(row);
+    else if (form_ == form::lengths_inside)
+        walk_ += offset;
+    row_ = row;
+}
+
+// Elements that lie anywhere: a later row's is fetched before a row's is hashed.
+template <class Element>
+[[gnu::always_inline]] inline void column_hasher::hash_placed(ub8 *out, ub4 rows, hash_seeds seeds,
+                                                              Element element) const noexcept {
+    ub8 i = 0;
+    const auto hash_one = [&] {
+        const auto [bytes, length] = element(row_ + i);
+        out[i] = hash_(bytes, length, seeds(row_ + i));
+    };
+    for (; i + prefetch_rows < rows; i++) {
+        __builtin_prefetch(element(row_ + i + prefetch_rows).bytes);
+        hash_one();
+    }
+    for (; i < rows; i++)
+        hash_one();
+}
+
+template <class Codes>
+[[gnu::always_inline]] inline void column_hasher::hash_symbols(ub8 *out, ub4 rows, hash_seeds seeds,
+                                                               Codes code) const noexcept {
+    const auto by = [&](const auto &symbol) {
+        hash_placed(out, rows, seeds, [&](ub8 row) {
+            const symbol_extent s = symbol(code(row));
+            return element_at(s.address, s.length);
+        });
+    };
+    const tavo_enc_ctx *enc = TAVO_VEC_ENC_CTX(column_);
+    if (enc->dict_kind == TAVO_DICT_ONE_LEN)
+        by(one_len_symbols(enc));
+    else
+        by(cla_symbols(enc));
+}
+
+template <class Element>
+[[gnu::always_inline]] inline void column_hasher::hash_walked(ub8 *out, ub4 rows, hash_seeds seeds,
+                                                              Element element) noexcept {
+    const ub1 *walk = walk_;
+    for (ub8 i = 0; i < rows; i++) {
+        const auto [bytes, length] = element(walk, row_ + i);
+        out[i] = hash_(bytes, length, seeds(row_ + i));
+    }
+    walk_ = walk;
+}
+
+void column_hasher::operator()(ub8 *out, ub4 rows, hash_seeds seeds) noexcept {
+    row_before_ = row_;
+    walk_before_ = walk_;
+    const unsigned width = static_cast<ub1>(TAVO_VEC_ENC_CTX(column_)->width_bits);
+    const ub1 *data = data_;
+    const ub2 *lengths = column_->lengths;
+    switch (form_) {
+    case form::fixed:
+        for (ub8 i = 0, bytes = width / 8; i < rows; i++)
+            out[i] = hash_(data + (row_ + i) * bytes, bytes, seeds(row_ + i));
+        break;
+    case form::packed_codes:
+        hash_symbols(out, rows, seeds, [=](ub8 row) { return packed_code(data, row, width); });
+        break;
+    case form::codes: hash_symbols(out, rows, seeds, [=](ub8 row) { return load<ub4>(data + row * 4); }); break;
+    case form::separate_lengths: hash_walked(out, rows, seeds, separate_lengths{lengths}); break;
+    case form::lengths_inside: hash_walked(out, rows, seeds, lengths_inside()); break;
+    case form::addresses:
+        hash_placed(out, rows, seeds, [=](ub8 row) { return element_at(load<ub8>(data + row * 8), lengths[row]); });
+        break;
+    case form::references:
+        hash_placed(out, rows, seeds,
+                    [=](ub8 row) { return element_at(load<ub8>(data + row * 10 + 2), load<ub2>(data + row * 10)); });
+        break;
+    case form::none: break;
+    }
+    row_ += rows;
+}
+
+void column_hasher::walk_over(ub4 rows) noexcept {
+    for (ub8 row = row_; row < row_ + rows; row++)
+        if (form_ == form::separate_lengths)
+            separate_lengths{column_->lengths}(walk_, row);
+        else
+            lengths_inside()(walk_, row);
+}
+
+void column_hasher::retreat_to(ub4 rows) noexcept {
+    row_ = row_before_;
+    walk_ = walk_before_;
+    if (form_ == form::separate_lengths || form_ == form::lengths_inside)
+        walk_over(rows);
+    row_ += rows;
+}
+
+} // namespace tavo
+
+ub4 tavo_hash_dydi(tavo_vec *out, tavo_vec *column, tavo_vec *seeds, tavo_hash_fn *hash, tavo_env *env) noexcept {
+    const ub4 rows = TAVO_VEC_SIZE(column);
+    if (rows == 0)
+        return TAVO_DONE;
+    if (tavo::column_hasher::form_of(TAVO_VEC_ENC_CTX(column)) == tavo::column_hasher::form::none ||
+        !TAVO_ENC_CTX_FLAG(TAVO_VEC_ENC_CTX(seeds), TAVO_HASHES))
+        return TAVO_UNSUPPORTED;
+    const ub1 *data = tavo::column_data(column, env, TAVO_KERNEL_TEXTS(tavo_hash_dydi));
+    tavo::column_hasher hasher(column, data, hash, 0, 0);
+    hasher(static_cast<ub8 *>(out->data), rows, {static_cast<const ub8 *>(seeds->data), TAVO_VEC_SIZE(seeds) != 1});
+    return TAVO_DONE;
+}
