@@ -11,6 +11,7 @@
 #include "kv/hash.h"
 #include "kv/kv_table.h"
 #include "kv/partition.h"
+#include "rows/row_tables.h"
 #include "scan/row_operations.h"
 #include "vector/distance.h"
 #include "vector/pick_metric.h"
@@ -87,6 +88,12 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(selective);
     OPERATION(hash);
     OPERATION(partition);
+    OPERATION(gather);
+    OPERATION(gather_one_col);
+    OPERATION(gather_cols);
+    OPERATION(transpose_reference);
+    OPERATION(transpose_convert);
+    OPERATION(transpose_fixed);
     OPERATION(layout_kv);
     OPERATION(create_add_kv);
     OPERATION(probe_kv);
