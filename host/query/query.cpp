@@ -160,26 +160,4 @@ query_step decompression_step(const column &col, const session::decompression &d
             done.seconds};
 }
 
-std::string explain(const std::vector<query_step> &steps) {
-    std::size_t kernel_room = 6, column_room = 6;
-    for (const query_step &s : steps) {
-        kernel_room = std::max(kernel_room, s.kernel.size());
-        column_room = std::max(column_room, s.column.size());
-    }
-    std::string text =
-        fmt::format("{:>4}  {:<{}}  {:<{}}  {:>5}  {:>10}  {:>10}  {:>10}  {:>9}  {}\n", "step", "kernel", kernel_room,
-                    "column", column_room, "width", "rows in", "rows out", "time", "Mrows/s", "what");
-    for (std::size_t i = 0; i < steps.size(); i++) {
-        const query_step &s = steps[i];
-        const std::string width = s.width == 0 ? "" : std::to_string(s.width);
-        const std::string time = s.kernel.empty() ? "" : fmt::format("{:.1f} us", s.seconds * 1e6);
-        const std::string rate =
-            s.kernel.empty() || s.seconds <= 0 ? "" : fmt::format("{:.0f}", s.rows_in / s.seconds / 1e6);
-        text += fmt::format("{:>4}  {:<{}}  {:<{}}  {:>5}  {:>10}  {:>10}  {:>10}  {:>9}  {}\n", i + 1,
-                            s.kernel.empty() ? "-" : s.kernel, kernel_room, s.column, column_room, width, s.rows_in,
-                            s.rows_out, time, rate, s.what);
-    }
-    return text;
-}
-
 } // namespace host

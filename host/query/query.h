@@ -60,7 +60,4 @@ std::vector<ub4> row_numbers(const tavo_specialized_ctx &ctx, const selection &s
 // The step that shows that a column was decompressed before a kernel read it.
 query_step decompression_step(const column &col, const session::decompression &done);
 
-// The steps as a table of text.
-std::string explain(const std::vector<query_step> &steps);
-
 } // namespace host

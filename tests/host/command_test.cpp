@@ -119,11 +119,11 @@ TEST_F(Command, FormsOfColumns) {
     const outcome o = run("columns " + airports_ + " --null NA --encode state=spak");
     EXPECT_EQ(o.status, 0);
     for (const char *part :
-         {"state      text              56    yes      6   spak", "country", "  rle  ", "3376 rows;"})
+         {"state      text         56    yes      6   spak", "country", "  rle ", "3376 rows;"})
         EXPECT_NE(o.out.find(part), std::string::npos) << part << "\n" << o.out;
     // One column left to choose while all others have a form.
     const outcome chosen = run("columns " + airports_ + " --encode spak --encode country=auto");
-    EXPECT_NE(chosen.out.find("3    rle "), std::string::npos) << chosen.out;
+    EXPECT_NE(chosen.out.find("3  rle "), std::string::npos) << chosen.out;
     EXPECT_NE(chosen.out.find("6   spak "), std::string::npos) << chosen.out;
     expect_refused("columns " + airports_ + " --encode zip", "the forms are auto, plain, spak and rle");
     expect_refused("columns " + airports_ + " --encode stat=rle", "did you mean state");

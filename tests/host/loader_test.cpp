@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "host/column/column.h"
-#include "host/command/info.h"
+#include "host/command/library_report.h"
 #include "host/error.h"
 #include "host/link/callbacks.h"
 

@@ -1,0 +1,66 @@
+// `tavo columns`: how the columns of a CSV file are encoded and how many bytes they take.
+#include <fmt/format.h>
+#include <memory>
+
+#include "host/command/output.h"
+#include "host/command/subcommands.h"
+#include "host/command/table_options.h"
+#include "host/command/text_table.h"
+
+namespace host {
+
+namespace {
+
+double ratio(ub8 plain, ub8 encoded) { return static_cast<double>(plain) / static_cast<double>(encoded); }
+
+int run(const table_options &options) {
+    const csv_file file(options.file);
+    const table table = read_table(file, all_columns(file), options);
+    using enum text_table::side;
+    text_table shown({{"column", left},
+                      {"type", left},
+                      {"distinct"},
+                      {"nulls"},
+                      {"width"},
+                      {"form", left},
+                      {"runs"},
+                      {"plain bytes"},
+                      {"encoded"},
+                      {"ratio"},
+                      {"dictionary", left},
+                      {"bytes"}});
+    ub8 plain = 0, encoded = 0;
+    for (const std::size_t number : all_columns(file)) {
+        column &col = *table.encoded(number);
+        const dictionary &dict = col.dict();
+        shown.add_row({col.name(), name_of(dict.type()), std::to_string(dict.end_code() - dict.first_code()),
+                       dict.has_null() ? "yes" : "no", std::to_string(col.width()), name_of(col.form()),
+                       col.form() == column_form::rle ? std::to_string(col.runs()) : "",
+                       std::to_string(col.plain_bytes()), std::to_string(col.encoded_bytes()),
+                       fmt::format("{:.2f}", ratio(col.plain_bytes(), col.encoded_bytes())),
+                       col.symbols().front_coded()  ? "front"
+                       : col.symbols().one_length() ? "one_len"
+                                                    : "cla",
+                       std::to_string(col.symbols().held_bytes())});
+        plain += col.plain_bytes();
+        encoded += col.encoded_bytes();
+    }
+    output out;
+    out.write(shown.text());
+    out.write(
+        fmt::format("{} rows; codes take {} bytes plain, {} bytes encoded, ratio {:.2f}; the text takes {} bytes\n",
+                    table.rows(), plain, encoded, ratio(plain, encoded), file.text().size()));
+    out.finish();
+    return answered;
+}
+
+} // namespace
+
+subcommand add_columns(CLI::App &app) {
+    CLI::App *columns = app.add_subcommand("columns", "Show how the columns of a CSV file are encoded");
+    const auto options = std::make_shared<table_options>();
+    add_table_options(*columns, *options);
+    return {columns, [options] { return run(*options); }};
+}
+
+} // namespace host

@@ -1,0 +1,30 @@
+#include "host/command/explain.h"
+
+#include <fmt/format.h>
+
+#include "host/command/text_table.h"
+
+namespace host {
+
+std::string explain(const std::vector<query_step> &steps) {
+    using enum text_table::side;
+    text_table shown({{"step"},
+                      {"kernel", left},
+                      {"column", left},
+                      {"width"},
+                      {"rows in"},
+                      {"rows out"},
+                      {"time"},
+                      {"Mrows/s"},
+                      {"what", left}});
+    for (const query_step &s : steps) {
+        const bool kernel = !s.kernel.empty();
+        shown.add_row({std::to_string(&s - steps.data() + 1), kernel ? s.kernel : "-", s.column,
+                       s.width == 0 ? "" : std::to_string(s.width), std::to_string(s.rows_in),
+                       std::to_string(s.rows_out), kernel ? fmt::format("{:.1f} us", s.seconds * 1e6) : "",
+                       kernel && s.seconds > 0 ? fmt::format("{:.0f}", s.rows_in / s.seconds / 1e6) : "", s.what});
+    }
+    return shown.text();
+}
+
+} // namespace host

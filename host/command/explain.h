@@ -1,0 +1,13 @@
+// The steps of a query as a table of text, for --explain.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/query/query.h"
+
+namespace host {
+
+std::string explain(const std::vector<query_step> &steps);
+
+} // namespace host
