@@ -24,13 +24,14 @@ const ub1 *decompressed_data(tavo_vec *src, tavo_env *env, const kernel_texts &t
     return buffer;
 }
 
-ub4 finish_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, scan_target target, ub4 count) noexcept {
+ub4 finish_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, scan_target target, ub4 count,
+                ub1 selected_flag) noexcept {
     auto [bv, n] = target;
     if (src->sel != nullptr)
         tavo_lbiwvand_dydi(bv, &count, bv, src->sel, n);
     if (env != nullptr && env->sel_bits != nullptr) {
         tavo_lbiwvand_dydi(bv, &count, bv, env->sel_bits, n);
-        env->result_flags |= TAVO_RESULT_SCAN_SELECTED;
+        env->result_flags |= selected_flag;
     }
     res->count = count;
     const tavo_enc_ctx *enc = TAVO_VEC_ENC_CTX(src);

@@ -47,8 +47,10 @@ inline scan_target target_of_scan(const tavo_vec *res, const tavo_vec *src) noex
     return {res->bits, TAVO_VEC_SIZE(res)};
 }
 
-// Ends a dense scan: applies src.sel and env.sel_bits, stores the count, widens runs to rows.
-ub4 finish_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, scan_target target, ub4 count) noexcept;
+// Ends a dense scan: applies src.sel and env.sel_bits, stores the count, widens runs to rows. selected_flag tells the
+// caller in env.result_flags that env.sel_bits has been applied.
+ub4 finish_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, scan_target target, ub4 count,
+                ub1 selected_flag = TAVO_RESULT_SCAN_SELECTED) noexcept;
 
 // Ends a scan that has already honoured env.sel_bits: applies src.sel over the first `rows` rows, stores the count.
 ub4 finish_selected_scan(tavo_vec *res, const tavo_vec *src, ub4 rows, ub4 count) noexcept;

@@ -6,68 +6,11 @@
 // then those of the codes.
 #pragma once
 
-#include "portable/intrinsics.h"
+#include "scan/compare_lanes.h"
 #include "scan/dict_scan_masks.h"
 #include "scan/packed_code.h"
 
 namespace tavo {
-
-// A compare's mask as a number, moved to a general register in the mask's own width. Left to itself g++ 12 widens masks
-// where they are, spills one as a byte and reloads eight: the rows of the compare then come with whatever lies there.
-[[gnu::always_inline]] inline ub8 hits_of_mask(__mmask64 mask) noexcept { return mask; }
-[[gnu::always_inline]] inline ub8 hits_of_mask(__mmask32 mask) noexcept {
-    ub4 hits;
-    __asm__("kmovd %1, %0" : "=r"(hits) : "k"(mask));
-    return hits;
-}
-[[gnu::always_inline]] inline ub8 hits_of_mask(__mmask16 mask) noexcept {
-    ub4 hits;
-    __asm__("kmovw %1, %0" : "=r"(hits) : "k"(mask));
-    return hits;
-}
-[[gnu::always_inline]] inline ub8 hits_of_mask(__mmask8 mask) noexcept {
-    ub4 hits;
-    __asm__("kmovb %1, %0" : "=r"(hits) : "k"(mask));
-    return hits;
-}
-
-// The compares by lane width: one mask bit a lane.
-template <unsigned LaneBits, int Predicate>
-[[gnu::always_inline]] inline auto compare_lanes(__m512i a, __m512i b) noexcept {
-    if constexpr (LaneBits == 8)
-        return _mm512_cmp_epu8_mask(a, b, Predicate);
-    else if constexpr (LaneBits == 16)
-        return _mm512_cmp_epu16_mask(a, b, Predicate);
-    else if constexpr (LaneBits == 32)
-        return _mm512_cmp_epu32_mask(a, b, Predicate);
-    else
-        return _mm512_cmp_epu64_mask(a, b, Predicate);
-}
-
-template <unsigned LaneBits, int Predicate, class Mask>
-[[gnu::always_inline]] inline Mask compare_lanes(Mask among, __m512i a, __m512i b) noexcept {
-    if constexpr (LaneBits == 8)
-        return _mm512_mask_cmp_epu8_mask(among, a, b, Predicate);
-    else if constexpr (LaneBits == 16)
-        return _mm512_mask_cmp_epu16_mask(among, a, b, Predicate);
-    else if constexpr (LaneBits == 32)
-        return _mm512_mask_cmp_epu32_mask(among, a, b, Predicate);
-    else
-        return _mm512_mask_cmp_epu64_mask(among, a, b, Predicate);
-}
-
-// Those lanes among the given ones that are not zero.
-template <unsigned LaneBits, class Mask>
-[[gnu::always_inline]] inline Mask nonzero_lanes(Mask among, __m512i a) noexcept {
-    if constexpr (LaneBits == 8)
-        return _mm512_mask_test_epi8_mask(among, a, a);
-    else if constexpr (LaneBits == 16)
-        return _mm512_mask_test_epi16_mask(among, a, a);
-    else if constexpr (LaneBits == 32)
-        return _mm512_mask_test_epi32_mask(among, a, a);
-    else
-        return _mm512_mask_test_epi64_mask(among, a, a);
-}
 
 template <unsigned W>
 class code_lanes {
@@ -151,14 +94,7 @@ public:
     // The constant at the place of its code in each lane. A constant of more than W bits gives garbage.
     [[gnu::always_inline]] __m512i place(ub8 constant) const noexcept {
         if constexpr (how == method::whole || how == method::by_parity) {
-            if constexpr (lane_bits == 8)
-                return _mm512_set1_epi8(static_cast<char>(constant));
-            else if constexpr (lane_bits == 16)
-                return _mm512_set1_epi16(static_cast<short>(constant));
-            else if constexpr (lane_bits == 32)
-                return _mm512_set1_epi32(static_cast<int>(constant));
-            else
-                return _mm512_set1_epi64(static_cast<long long>(constant));
+            return broadcast_lanes<lane_bits>(constant);
         } else if constexpr (lane_bits == 32) {
             return _mm512_sllv_epi32(_mm512_set1_epi32(static_cast<int>(constant)),
                                      row_32(tavo_shift_masks.row[W - 1]));

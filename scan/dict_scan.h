@@ -8,10 +8,9 @@
 // caller's fault: any row may then come out either way.
 #pragma once
 
-#include "bitvec/bitvec.h"
-#include "frame/tavoc_avx512g.h"
 #include "scan/code_lanes.h"
 #include "scan/one_bit_scan.h"
+#include "scan/scan_frame.h"
 #include "scan/scan_operator.h"
 
 namespace tavo {
@@ -56,110 +55,53 @@ private:
     __m512i lo, hi;
 };
 
-// One 64-byte line a line consumed, 832 bytes ahead of the block. Whole-element widths trust the hardware prefetcher.
-template <unsigned W>
-constexpr unsigned lines_prefetched = W == 8 || W == 16 || W == 32 || W == 64 ? 0
-                                                                              : (8 * code_lanes<W>::bytes + 63) / 64;
-static_assert(lines_prefetched<2> == 2 && lines_prefetched<7> == 7 && lines_prefetched<9> == 5 &&
-              lines_prefetched<10> == 5 && lines_prefetched<11> == 6 && lines_prefetched<12> == 6 &&
-              lines_prefetched<13> == 7 && lines_prefetched<14> == 7 && lines_prefetched<15> == 8 &&
-              lines_prefetched<17> == 5 && lines_prefetched<20> == 5 && lines_prefetched<24> == 6);
+// Consecutive rows of packed codes, as the block loop reads them. Test takes the source bytes of one compare.
+template <unsigned W, class Test>
+class code_rows {
+    using lanes = typename Test::lanes;
 
-template <unsigned W>
-[[gnu::always_inline]] inline void prefetch_codes(const ub1 *p) noexcept {
+public:
+    static constexpr unsigned rows = lanes::rows;
+    static constexpr ub4 rows_behind = 0;
+
+    [[gnu::always_inline]] code_rows(const ub1 *codes, const Test &code_test) noexcept
+        : position(codes), test(code_test) {}
+    // One 64-byte line a line consumed, 832 bytes ahead of the block. Whole-element widths trust the hardware
+    // prefetcher.
+    [[gnu::always_inline]] void start_block() const noexcept {
+        constexpr bool whole = W == 8 || W == 16 || W == 32 || W == 64;
 #pragma GCC unroll 8
-    for (unsigned i = 0; i < lines_prefetched<W>; i++)
-        __builtin_prefetch(p + 832 + 64 * i);
-}
+        for (unsigned line = 0; line < (whole ? 0 : (8 * lanes::bytes + 63) / 64); line++)
+            __builtin_prefetch(position + 832 + 64 * line);
+    }
+    [[gnu::always_inline]] ub8 next() noexcept {
+        const ub8 hits = test(lanes::load(position));
+        position += lanes::bytes;
+        return hits;
+    }
+    [[gnu::always_inline]] ub8 next_exact() noexcept { return next(); }
+    [[gnu::always_inline]] ub8 last(unsigned n) const noexcept { return test(lanes::load_first(position, n)); }
+
+private:
+    const ub1 *position;
+    Test test;
+};
+
+// Single rows of packed codes; holds(x) tells of one code.
+template <unsigned W, class Holds>
+struct code_column {
+    const ub1 *codes;
+    Holds holds;
+
+    [[gnu::always_inline]] bool qualifies(ub4 row) const noexcept { return holds(packed_code<W>(codes, row)); }
+    [[gnu::always_inline]] const ub1 *address(ub4 row) const noexcept { return codes + static_cast<ub8>(row) * W / 8; }
+};
 
 template <class Op, unsigned W, bool Nullable>
-[[gnu::always_inline]] inline ub4 scan_codes(const ub1 *codes, ub8 *bv, ub4 n, scan_constants<W> constants) noexcept {
-    using lanes = code_lanes<W>;
-    constexpr unsigned compares_per_block = 8, words_per_block = lanes::rows / 8;
-    constexpr unsigned compares_per_word = 64 / lanes::rows;
-    constexpr ub4 rows_per_block = compares_per_block * lanes::rows;
-    const lane_test<Op, W, Nullable> test(constants);
-
-    ub8 count = 0;
-    ub8 *word = bv;
-    for (ub4 block = n / rows_per_block; block != 0; block--) {
-        prefetch_codes<W>(codes);
-        ub8 hits[compares_per_block];
-#pragma GCC unroll 8
-        for (unsigned i = 0; i < compares_per_block; i++)
-            hits[i] = test(lanes::load(codes + i * lanes::bytes));
-#pragma GCC unroll 8
-        for (unsigned w = 0; w < words_per_block; w++) {
-            ub8 joined = 0;
-#pragma GCC unroll 8
-            for (unsigned i = 0; i < compares_per_word; i++)
-                joined |= hits[w * compares_per_word + i] << i * lanes::rows % 64;
-            word[w] = joined;
-            count += static_cast<ub8>(__builtin_popcountll(joined));
-        }
-        codes += compares_per_block * lanes::bytes;
-        word += words_per_block;
-    }
-
-    ub4 left = n % rows_per_block;
-    if (left != 0) {
-        // Whole compares, then one of the rows that remain; what a block would store as words goes into zeroed ones.
-        memset(word, 0, (left + 63) / 64 * 8);
-        auto *position = reinterpret_cast<ub1 *>(word);
-        while (true) {
-            const bool last = left < lanes::rows;
-            ub8 hits = test(last ? lanes::load_first(codes, left) : lanes::load(codes));
-            if (last)
-                hits = _bzhi_u64(hits, left);
-            memcpy(position, &hits, lanes::rows / 8);
-            count += static_cast<ub8>(__builtin_popcountll(hits));
-            if (left <= lanes::rows)
-                break;
-            left -= lanes::rows;
-            codes += lanes::bytes;
-            position += lanes::rows / 8;
-        }
-    }
-    return static_cast<ub4>(count);
-}
-
-// Touches only the rows that env.sel_bits names.
-template <class Op, unsigned W, bool Nullable>
-ub4 sparse_dict_scan(tavo_vec *res, tavo_vec *src, scan_constants<W> constants, tavo_env *env,
+ub4 sparse_dict_scan(tavo_vec *res, tavo_vec *src, scan_constants<W> c, tavo_env *env,
                      const kernel_texts &texts) noexcept {
-    env->result_flags |= TAVO_RESULT_SCAN_SELECTED;
-    const ub4 n = TAVO_VEC_SIZE(src);
-    ub8 *bv = res->bits;
-    const ub1 *codes = column_data(src, env, texts);
-    memset(bv, 0, (static_cast<ub8>(n) + 63) / 64 * 8);
-
-    ub4 count = 0;
-    const auto visit = [&](ub4 row) {
-        const auto x = packed_code<W>(codes, row);
-        const ub8 hit = qualifies<Op, Nullable>(x, constants.lo, constants.hi);
-        count += static_cast<ub4>(hit);
-        bv[row / 64] |= hit << row % 64;
-    };
-    // Entering and leaving the iterator costs as much as a few rows do, so a batch is more than the eight that are
-    // visited at a time.
-    constexpr unsigned batch = 64;
-    const bool is_long = static_cast<ub8>(n) * W / 8 > 4u << 20; // more than a second-level cache holds
-    ub4 rows[batch];
-    tavo_bit_iter selected;
-    tavo_lbiwv_ictx_ini2_dydi(&selected, env->sel_bits, n, 0, 0);
-    ub8 got;
-    do {
-        got = tavo_lbiwvones_dydi(&selected, rows, batch);
-        // In a long column the lines of a whole batch are on their way before the first is needed.
-        for (ub8 i = 0; is_long && i < got; i++) {
-            __builtin_prefetch(codes + static_cast<ub8>(rows[i]) * W / 8);
-            __builtin_prefetch(bv + rows[i] / 64, 1);
-        }
-#pragma GCC unroll 8
-        for (ub8 i = 0; i < got; i++)
-            visit(rows[i]);
-    } while (got == batch);
-    return finish_selected_scan(res, src, n, count);
+    const auto holds = [c](code_value<W> x) { return tavo::qualifies<Op, Nullable>(x, c.lo, c.hi); };
+    return scan_selected(res, src, env, code_column<W, decltype(holds)>{column_data(src, env, texts), holds});
 }
 
 template <class Op, unsigned W, bool Nullable>
@@ -174,11 +116,12 @@ template <class Op, unsigned W, bool Nullable>
                 c.hi = read_constant<W>(hi);
             return c;
         };
-        if (env != nullptr && env->sel_bits != nullptr && (env->flags & TAVO_ENV_SPARSE) != 0)
+        if (walks_selection(env))
             return sparse_dict_scan<Op, W, Nullable>(res, src, constants(), env, texts);
-        const scan_target target = target_of_scan(res, src);
-        const ub1 *codes = column_data(src, env, texts);
-        return finish_scan(res, src, env, target, scan_codes<Op, W, Nullable>(codes, target.bv, target.n, constants()));
+        return scan_all(res, src, env, texts, [&](const ub1 *codes, ub8 *bv, ub4 n) {
+            using test = lane_test<Op, W, Nullable>;
+            return scan_blocks(code_rows<W, test>(codes, test(constants())), bv, n);
+        });
     }
 }
 

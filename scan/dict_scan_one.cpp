@@ -1,3 +1,4 @@
-#include "scan/dict_scan_members.h"
+#include "scan/dict_scan.h"
+#include "scan/dict_scan_kernels.h"
 
-TAVO_EACH_ONE_CONSTANT_SCAN(TAVO_ONE_CONSTANT_MEMBER, , 0)
+TAVO_EACH_ONE_CONSTANT_DICT_SCAN(TAVO_ONE_CONSTANT_MEMBER, , 0)
