@@ -12,7 +12,7 @@ if [ -n "$folder" ] && [ ! -f "bench/$folder/CMakeLists.txt" ]; then
     exit 2
 fi
 scripts/setup.sh bench
-cmake --preset gcc >/dev/null
+cmake --preset gcc -DTAVO_BUILD_BENCH=ON >/dev/null
 cmake --build --preset gcc --target "bench/${folder:+$folder/}all"
 
 mapfile -t programs < <(find "build/gcc/bench/$folder" -type f -executable -not -path '*/CMakeFiles/*' | sort)

@@ -7,8 +7,17 @@ cd "$(dirname "$(readlink -f "$0")")" || exit 1
 scripts/setup.sh build || exit 1
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-echo "building the library and the command (once, a few minutes on two cores) ..."
-if ! { cmake --preset library && cmake --build --preset library; } </dev/null >"$log" 2>&1; then
+if lacks=$(scripts/processor.sh); then
+    form=(-DTAVO_NATIVE=ON -DTAVO_PORTABLE=OFF)
+    echo "building the library and the command (once, a few minutes on two cores) ..."
+else
+    form=(-DTAVO_NATIVE=OFF -DTAVO_PORTABLE=ON)
+    echo "This processor lacks $lacks: building the portable form of the library and the command"
+    echo "(once, a few minutes on two cores) ..."
+fi
+# The one form that will run here: what an earlier run left of the other would be found, too.
+rm -f build/library/libtavo_*
+if ! { cmake --preset library "${form[@]}" && cmake --build --preset library; } </dev/null >"$log" 2>&1; then
     tail -n 40 "$log" >&2
     echo "the build failed" >&2
     exit 1

@@ -1,6 +1,11 @@
 #!/usr/bin/env bash
-# ./test.sh [quick]: builds and tests everything: g++ with all tests, g++ with sanitizers and the unit tests, clang with
-# all tests. quick: g++ alone. Ends with the sum of all runs, "N passed, M failed"; a build that fails counts as one.
+# ./test.sh [quick]: builds and tests everything; quick: with g++ alone. Ends with the sum of all runs, "N passed, M
+# failed"; a build that fails counts as one.
+#
+#   gcc       both forms of the library and what a package promises of them; all tests on the form that runs here, the
+#             AVX-512 one if the processor has that
+#   sanitize  the portable form under the address and undefined-behaviour sanitizers, all tests of kernels and host
+#   clang     the AVX-512 form and what a package promises of it; all tests on it if the processor can run it
 set -uo pipefail
 cd "$(dirname "$(readlink -f "$0")")" || exit 1
 
@@ -45,5 +50,12 @@ for preset in "${presets[@]}"; do
 done
 
 echo
+if lacks=$(scripts/processor.sh); then
+    echo "On this processor: g++ and clang tested the AVX-512 form, sanitizers the portable form."
+else
+    echo "This processor lacks $lacks:"
+    echo "tests ran on the portable form, also under sanitizers; of the AVX-512 form, compiled by g++ and clang, the files"
+    echo "were checked, and nothing of it was run."
+fi
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]

@@ -90,22 +90,6 @@ struct nibble_count {
     }
 };
 
-#ifdef __AVX512VPOPCNTDQ__
-struct instruction_count {
-    __m512i counts_u64x8;
-
-    [[gnu::always_inline]] void add(__m512i block) {
-        counts_u64x8 = _mm512_add_epi64(counts_u64x8, _mm512_popcnt_epi64(block));
-    }
-    [[gnu::always_inline]] void add4(const __m512i (&blocks)[4]) {
-#pragma GCC unroll 4
-        for (int i = 0; i < 4; i++)
-            add(blocks[i]);
-    }
-    [[gnu::always_inline]] ub4 total() const { return static_cast<ub4>(_mm512_reduce_add_epi64(counts_u64x8)); }
-};
-#endif
-
 template <op Op, class Load>
 [[gnu::always_inline]] inline __m512i combine(const operands &v, ub8 at, Load load) {
     const __m512i a = load(v.a + at);

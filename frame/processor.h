@@ -2,6 +2,7 @@
 #pragma once
 
 #include "frame/tavo_types.h"
+#include "portable/processor.h"
 
 extern "C" {
 extern ub4 cpuinfo[3]; // what the host passed to init_sharedlib; no kernel reads it
@@ -16,9 +17,6 @@ extern ub4 tavo_avx10_version, tavo_has_avx10_128, tavo_has_avx10_256, tavo_has_
 
 namespace tavo {
 
-struct cpuid_words {
-    ub4 eax, ebx, ecx, edx;
-};
 using cpuid_fn = cpuid_words(ub4 leaf, ub4 subleaf);
 
 // Sets the feature globals from what `cpuid` answers.

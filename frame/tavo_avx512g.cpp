@@ -1,8 +1,6 @@
 // The descriptor and start-up.
 #include "frame/tavo_avx512g.h"
 
-#include <cpuid.h>
-
 #include "bitvec/bitvec.h"
 #include "decode/prefix_decode.h"
 #include "decode/spak.h"
@@ -14,11 +12,7 @@ extern "C" {
 ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
     for (int i = 0; i < 3; i++)
         cpuinfo[i] = info[i];
-    tavo::record_processor_features(+[](ub4 leaf, ub4 subleaf) {
-        tavo::cpuid_words w;
-        __cpuid_count(leaf, subleaf, w.eax, w.ebx, w.ecx, w.edx);
-        return w;
-    });
+    tavo::record_processor_features(tavo::this_processor);
     return TAVO_DONE;
 }
 

@@ -1,17 +1,26 @@
 #!/usr/bin/env bash
-# scripts/setup.sh build|test|bench|fuzz: installs the Debian packages that are missing for this, and holds the processor
-# against what the kernels need. Says nothing when all is there.
+# scripts/setup.sh build|test|bench|fuzz|aarch64: installs the Debian packages that are missing for this. Says nothing when
+# all is there. What runs only on a processor with AVX-512 is refused before anything is installed.
 set -euo pipefail
 
 mode=${1:-}
 packages=(g++ cmake ninja-build libcli11-dev libfmt-dev)
+here=$(dirname "$(readlink -f "$0")")
+if lacks=$("$here/processor.sh"); then native=yes; else native=no; fi
 case $mode in
-build) ;;
-test) packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config clang-14 binutils) ;;
-bench) packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config) ;;
+build) [ $native = yes ] || packages+=(libsimde-dev) ;;
+test) packages+=(libsimde-dev libgtest-dev libbenchmark-dev liblz4-dev pkg-config clang-14 binutils) ;;
+bench)
+    if [ $native = no ]; then
+        echo "setup: figures need a processor with AVX-512; this one lacks $lacks" >&2
+        exit 2
+    fi
+    packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config)
+    ;;
+aarch64) packages+=(libsimde-dev libgtest-dev googletest pkg-config g++-aarch64-linux-gnu qemu-user) ;;
 fuzz) packages+=(libgtest-dev clang-14 libclang-rt-14-dev) ;;
 *)
-    echo "usage: scripts/setup.sh build|test|bench|fuzz" >&2
+    echo "usage: scripts/setup.sh build|test|bench|fuzz|aarch64" >&2
     exit 2
     ;;
 esac
@@ -50,14 +59,3 @@ for tool in g++ cmake ninja; do
         exit 1
     }
 done
-
-# Flags as /proc/cpuinfo words them; abm is lzcnt and popcnt. The kernel lists AVX-512 only if it saves its registers.
-flags=" $(sed -n 's/^flags[^:]*: //p;T;q' /proc/cpuinfo) "
-absent=()
-for flag in avx512f avx512bw avx512dq avx512vl avx2 fma bmi1 bmi2 f16c movbe abm popcnt; do
-    [[ $flags == *" $flag "* ]] || absent+=("$flag")
-done
-if [ ${#absent[@]} -gt 0 ]; then
-    echo "setup: this processor cannot run the kernels: it lacks ${absent[*]}" >&2
-    exit 1
-fi

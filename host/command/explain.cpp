@@ -1,12 +1,13 @@
 #include "host/command/explain.h"
 
+#include <filesystem>
 #include <fmt/format.h>
 
 #include "host/command/text_table.h"
 
 namespace host {
 
-std::string explain(const std::vector<query_step> &steps) {
+std::string explain(const std::vector<query_step> &steps, const library &kernels) {
     using enum text_table::side;
     text_table shown({{"step"},
                       {"kernel", left},
@@ -24,7 +25,8 @@ std::string explain(const std::vector<query_step> &steps) {
                        std::to_string(s.rows_out), kernel ? fmt::format("{:.1f} us", s.seconds * 1e6) : "",
                        kernel && s.seconds > 0 ? fmt::format("{:.0f}", s.rows_in / s.seconds / 1e6) : "", s.what});
     }
-    return shown.text();
+    const std::string file = std::filesystem::path(kernels.path()).filename().string();
+    return shown.text() + fmt::format("kernels: {}{}{}\n", file, kernels.why().empty() ? "" : ", ", kernels.why());
 }
 
 } // namespace host

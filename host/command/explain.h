@@ -1,4 +1,4 @@
-// The steps of a query as a table of text, for --explain.
+// The steps of a query as a table of text, for --explain, and which library ran them.
 #pragma once
 
 #include <string>
@@ -8,6 +8,6 @@
 
 namespace host {
 
-std::string explain(const std::vector<query_step> &steps);
+std::string explain(const std::vector<query_step> &steps, const library &);
 
 } // namespace host

@@ -13,11 +13,12 @@ subcommand add_info(CLI::App &app) {
     const auto path = std::make_shared<std::string>();
     info->add_option("LIBRARY", *path, "The library; without it the one that queries use");
     return {info, [path] {
-                const library library(library_path(*path));
+                const processor here = this_processor();
+                const library library(choose_library(*path, here));
                 output out;
-                out.write(describe(library, this_processor()));
+                out.write(describe(library, here));
                 out.finish();
-                return answered;
+                return library.missing_here(here).empty() ? answered : check_failed;
             }};
 }
 

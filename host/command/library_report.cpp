@@ -1,6 +1,7 @@
 #include "host/command/library_report.h"
 
 #include <cstring>
+#include <filesystem>
 #include <fmt/format.h>
 
 namespace host {
@@ -82,12 +83,18 @@ std::string wrapped(const std::string &words, std::size_t indent) {
 
 std::string describe(const library &lib, const processor &p) {
     const tavo_specialized_ctx &ctx = lib.ctx();
-    std::string text = fmt::format("library    {}\nversion    {} ({})\nbuild      {}\nmagic      {:#x}\nsize words ",
-                                   lib.path(), ctx.version, ctx.version_number, ctx.build_name, ctx.magic);
+    const std::string missing = lib.missing_here(p), file = std::filesystem::path(lib.path()).filename().string();
+    std::string text = missing.empty()
+                           ? fmt::format("{} runs here{}{}\n\n", file, lib.why().empty() ? "" : ": ", lib.why())
+                           : fmt::format("{} does not run here: this processor lacks {}\n\n", file, missing);
+    text += fmt::format("library    {}\nversion    {} ({})\nbuild      {}\nmagic      {:#x}\nsize words ", lib.path(),
+                        ctx.version, ctx.version_number, ctx.build_name, ctx.magic);
     for (ub8 size : ctx.sizes)
         text += fmt::format(" {}", size);
 
-    text += "\n\nprocessor features needed";
+    text += lib.form() == library_form::portable
+                ? "\n\nthe portable form, which needs no processor features; libtavo_avx512g.so needs"
+                : "\n\nprocessor features needed";
     for (const feature &f : needed_features(p))
         text += fmt::format("\n  {:<8}  {}", f.present ? "present" : "MISSING", f.name);
 

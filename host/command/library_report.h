@@ -7,6 +7,7 @@
 
 namespace host {
 
+// Its first line says whether the library runs here.
 std::string describe(const library &, const processor &);
 
 } // namespace host

@@ -55,8 +55,9 @@ int run(const query_options &options) {
     for (const std::string &text : options.where)
         predicates.push_back(parse_predicate(text));
 
-    library library(library_path(options.library));
-    library.check_and_start(this_processor());
+    const processor here = this_processor();
+    library library(choose_library(options.library, here));
+    library.check_and_start(here);
     const csv_file file(options.table.file);
     const std::vector<std::size_t> printed =
         options.columns.empty() ? all_columns(file) : column_list(file, options.columns);
@@ -125,7 +126,7 @@ int run(const query_options &options) {
     if (!options.count && options.limit < selected.count)
         tell(fmt::format("the first {} of {} rows", options.limit, selected.count));
     if (options.explain)
-        out.write(explain(steps));
+        out.write(explain(steps, library));
     if (options.check)
         out.write(
             fmt::format("check: {} of {} rows, recomputed from the text: agrees\n", selected.count, table.rows()));

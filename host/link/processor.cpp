@@ -1,9 +1,12 @@
 #include "host/link/processor.h"
 
+#ifdef __x86_64__
 #include <cpuid.h>
+#endif
 
 namespace host {
 
+#ifdef __x86_64__
 processor this_processor() {
     return {[](std::uint32_t leaf, std::uint32_t subleaf) {
                 cpuid_words w{};
@@ -16,6 +19,12 @@ processor this_processor() {
                 return static_cast<std::uint64_t>(high) << 32 | low;
             }};
 }
+#else
+// Another architecture has none of these features.
+processor this_processor() {
+    return {[](std::uint32_t, std::uint32_t) { return cpuid_words{}; }, [] { return std::uint64_t{0}; }};
+}
+#endif
 
 std::vector<feature> needed_features(const processor &p) {
     // A leaf beyond the largest one answers with another leaf's words, so it counts as all zero.

@@ -80,20 +80,48 @@ TEST(Library, RefusesWhatItCannotRun) {
     EXPECT_EQ(message_of(TAVO_LIBRARY_PATH, host::this_processor()), "");
     feature_bits bits;
     bits.structured_ebx &= ~(1u << 30);
+    // The portable form runs on a processor that has nothing of it.
     EXPECT_EQ(message_of(TAVO_LIBRARY_PATH, made(bits)),
-              "this processor cannot run " TAVO_LIBRARY_PATH ": missing AVX512BW");
+              TAVO_LIBRARY_IS_PORTABLE ? ""
+                                       : "this processor cannot run " TAVO_LIBRARY_PATH
+                                         ": missing AVX512BW; the portable form runs on every processor");
     EXPECT_NE(message_of(folder + "absent.so", made({})).find("cannot load the library"), std::string::npos);
     EXPECT_NE(message_of(folder + "false_wrong_magic.so", made({})).find("magic word"), std::string::npos);
     EXPECT_NE(message_of(folder + "false_wrong_version.so", made({})).find("needs MRV_23.0"), std::string::npos);
 }
 
+TEST(Library, ChosenByTheProcessor) {
+    unsetenv("TAVO_LIB");
+    feature_bits no_vl;
+    no_vl.structured_ebx &= ~(1u << 31);
+    // Neither lies where this program looks for them, so the dynamic loader is asked by name.
+    const host::library_choice able = host::choose_library("", made({})),
+                               lacking = host::choose_library("", made(no_vl));
+    EXPECT_EQ(able.path, "libtavo_avx512g.so");
+    EXPECT_EQ(able.why, "this processor has all that it needs");
+    EXPECT_EQ(lacking.path, "libtavo_portable.so");
+    EXPECT_EQ(lacking.why, "this processor lacks AVX512VL");
+    setenv("TAVO_LIB", "/some/where.so", 1);
+    EXPECT_EQ(host::choose_library("", made({})).path, "/some/where.so");
+    EXPECT_EQ(host::choose_library("/asked.so", made(no_vl)).path, "/asked.so");
+    unsetenv("TAVO_LIB");
+}
+
 TEST(Library, Described) {
     const host::library library(TAVO_LIBRARY_PATH);
     const std::string text = host::describe(library, made({}));
+    EXPECT_NE(text.substr(0, text.find('\n')).find(" runs here"), std::string::npos) << text;
     EXPECT_NE(text.find("dictionary scans        460 of 460"), std::string::npos) << text;
     EXPECT_NE(text.find("30:lbiviter_clr"), std::string::npos);
     EXPECT_NE(text.find("of 925"), std::string::npos);
     EXPECT_EQ(text.find("MISSING"), std::string::npos);
+    feature_bits no_bmi2;
+    no_bmi2.structured_ebx &= ~(1u << 8);
+    const std::string lacking = host::describe(library, made(no_bmi2));
+    EXPECT_EQ(lacking.substr(0, lacking.find('\n')).find(" does not run here: this processor lacks BMI2") !=
+                  std::string::npos,
+              !TAVO_LIBRARY_IS_PORTABLE)
+        << lacking;
 }
 
 TEST(Callbacks, RaisedErrorsComeAfterTheCall) {

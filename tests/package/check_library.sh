@@ -46,7 +46,7 @@ needed)
     dynamic=$(run "$READELF" -dW "$library") || exit 1
     none "$(printf '%s\n' "$dynamic" | grep NEEDED | grep -vE '\[(libc|libm)\.so\.6\]')" . "needs another library"
     none "$dynamic" '\((RPATH|RUNPATH)\)' "carries a search path"
-    some "$dynamic" '\(SONAME\).*\[libtavo_avx512g\.so\.[0-9]+\]' "has no soname"
+    some "$dynamic" '\(SONAME\).*\[libtavo_(avx512g|portable)\.so\.[0-9]+\]' "has no soname"
     ;;
 nothing-at-load)
     dynamic=$(run "$READELF" -dW "$library") || exit 1
@@ -64,7 +64,7 @@ hardening)
     some "$segments" 'GNU_STACK.* RW ' "has an executable stack, or does not say"
     none "$segments" 'LOAD.* RWE ' "has a segment that is writable and executable"
     ;;
-instructions) # nothing beyond what the host has to have, but in functions that say so in their names
+instructions-native) # nothing beyond what the host has to have, but in functions that say so in their names
     code=$(mktemp) || exit 1
     trap 'rm -f "$code"' EXIT
     run "$OBJDUMP" -d --no-show-raw-insn "$library" >"$code" || exit 1
@@ -79,6 +79,19 @@ instructions) # nothing beyond what the host has to have, but in functions that 
         $2 ~ /^vpopcnt[dq]$/ && name !~ /vpopcntdq|with_instruction/ { print name, $2 }
         $2 ~ /^vpdp(bu|ws)sds?$/ && name !~ /vnni/ { print name, $2 }' "$code" | sort -u)
     [ -z "$found" ] || wrong "uses instructions that not every processor with AVX-512 F, BW, DQ and VL has" "$found"
+    ;;
+instructions-portable) # those of every x86-64 processor
+    code=$(mktemp) || exit 1
+    trap 'rm -f "$code"' EXIT
+    run "$OBJDUMP" -d --no-show-raw-insn "$library" >"$code" || exit 1
+    grep -q 'movups\|movdq' "$code" || wrong "no code was found"
+    # AVX and all that came with or behind it is coded with VEX or EVEX and named v...; the rest by name.
+    found=$(awk '
+        /^[0-9a-f]+ <.*>:$/ { name = $2 }
+        $2 ~ /^v/ || $2 ~ /^(bzhi|pdep|pext|mulx|sarx|shlx|shrx|rorx|andn|bls[ir]|blsmsk|popcnt|lzcnt|movbe|crc32)[bwlq]?$/ ||
+        $2 ~ /^(pshufb|palignr|phadd|pmaddubsw|pmulhrsw|psign|pabs|ptest|pblend|pcmpeqq|pcmpgtq|pmovzx|pmovsx|pinsr[bdq]|pextr[bdq]|round[sp])/ {
+            print name, $2 }' "$code" | sort -u)
+    [ -z "$found" ] || wrong "uses instructions that not every x86-64 processor has" "$found"
     ;;
 *) wrong "no check is called $check" ;;
 esac

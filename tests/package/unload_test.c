@@ -33,7 +33,7 @@ int main(int argc, char **argv) {
         void *library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
         if (!library)
             return fail(dlerror());
-        if (mapped("libtavo_avx512g") != 1)
+        if (mapped(argv[1]) != 1)
             return fail("loaded, but not in /proc/self/maps");
         const tavo_specialized_ctx *tavo = dlsym(library, "tavo_global_specialized_ctx");
         if (!tavo || tavo->magic != TAVO_MAGIC)
@@ -47,7 +47,7 @@ int main(int argc, char **argv) {
             return fail(dlerror());
         if (dlopen(argv[1], RTLD_NOW | RTLD_NOLOAD) != NULL)
             return fail("still loaded after dlclose");
-        if (mapped("libtavo_avx512g") != 0)
+        if (mapped(argv[1]) != 0)
             return fail("still mapped after dlclose");
     }
     return 0;
