@@ -6,6 +6,9 @@
 #include "decode/decode_kernels.h"
 #include "frame/tavoc_avx512g.h"
 #include "scan/dict_scan_kernels.h"
+#include "scan/dynp_scan_kernels.h"
+#include "scan/fixed_scan_kernels.h"
+#include "scan/set_scan_kernels.h"
 
 namespace tavo {
 namespace {
@@ -13,6 +16,9 @@ namespace {
 consteval dispatch_tables build_dispatch_tables() {
     dispatch_tables t;
     put_dict_scans(t);
+    put_fixed_scans(t);
+    put_dynp_scans(t);
+    put_set_scans(t);
     put_burst_rle(t);
     put_decodes(t);
     put_minmax(t);

@@ -12,7 +12,8 @@
 
 namespace tavo {
 
-template <unsigned W>
+// Aligned: for those who need the codes themselves, codes() brings them to bit 0.
+template <unsigned W, bool Aligned = false>
 class code_lanes {
 public:
     static constexpr unsigned lane_bits = W <= 8 ? 8 : W <= 16 ? 16 : W <= 32 ? 32 : 64;
@@ -59,6 +60,10 @@ public:
             shuffle_a = row_64(tavo_avx512_unpack_to_32bit_shuffle_masks.row[W - 1]);
             keep = row_32(tavo_and_masks.row[W - 1]);
         }
+        if constexpr (Aligned && how == method::straddling)
+            align = _mm512_cvtepu8_epi16(_mm256_set1_epi64x(eight_counts()));
+        else if constexpr (Aligned && how == method::in_place)
+            align = row_32(tavo_shift_masks.row[W - 1]);
     }
 
     // The bytes of one compare, and none beyond.
@@ -89,6 +94,17 @@ public:
             else
                 return _mm512_and_si512(join(a, _mm512_shuffle_epi8(quarters, shuffle_b)), keep);
         }
+    }
+
+    // Lane i: code i.
+    [[gnu::always_inline]] __m512i codes(__m512i source) const noexcept {
+        static_assert(Aligned);
+        if constexpr (how == method::whole || how == method::by_parity)
+            return fields(source);
+        else if constexpr (lane_bits == 16)
+            return _mm512_srlv_epi16(fields(source), align);
+        else
+            return _mm512_srlv_epi32(fields(source), align);
     }
 
     // The constant at the place of its code in each lane. A constant of more than W bits gives garbage.
@@ -132,15 +148,17 @@ private:
                    // size
         straddling // codes 2 and 5 of every eight shifted, the others in place
     };
+    // Byte lanes know no shift of their own: there aligned codes come by parity at all widths.
     static constexpr method how = W == 8 || W == 16 || W == 24 || W == 32 || W == 64 ? method::whole
+                                  : Aligned && W < 8                                 ? method::by_parity
                                   : W == 3 || W == 11                                ? method::straddling
                                   : (W >= 5 && W <= 7) || (W >= 13 && W <= 15)       ? method::by_parity
                                                                                      : method::in_place;
 
     [[gnu::always_inline]] __m512i join(__m512i a, __m512i b) const noexcept {
-        if constexpr (W == 3)
+        if constexpr (how == method::straddling && W == 3)
             return _mm512_mask_blend_epi8(0x0101010101010101 * straddling_lanes, b, _mm512_sllv_epi32(a, shift_a));
-        else if constexpr (W == 11)
+        else if constexpr (how == method::straddling)
             return _mm512_mask_blend_epi16(0x01010101u * straddling_lanes, b, _mm512_sllv_epi64(a, shift_a));
         else if constexpr (lane_bits == 8)
             return _mm512_mask_blend_epi8(0xaaaaaaaaaaaaaaaa, _mm512_srlv_epi16(b, shift_b),
@@ -154,7 +172,10 @@ private:
         shuffle_b = row_32(shuffles + 32);
         shift_a = row_32(shifts);
         shift_b = row_32(shifts + 32);
-        keep = row_32(tavo_shift_masks.row[low_mask_row(W)]);
+        if constexpr (W < 5)
+            keep = _mm512_set1_epi8((1 << W) - 1);
+        else
+            keep = row_32(tavo_shift_masks.row[low_mask_row(W)]);
     }
 
     static __m512i row_64(const ub1 *row) noexcept { return _mm512_load_si512(row); }
@@ -179,7 +200,7 @@ private:
         return _mm512_broadcast_i32x4(_mm_load_si128(reinterpret_cast<const __m128i *>(selectors.of)));
     }
 
-    __m512i spread, shuffle_a, shuffle_b, shift_a, shift_b, keep;
+    __m512i spread, shuffle_a, shuffle_b, shift_a, shift_b, keep, align;
 };
 
 } // namespace tavo

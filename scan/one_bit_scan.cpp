@@ -47,8 +47,8 @@ ub4 answer_from_codes(ub8 *bv, const ub1 *codes, ub4 n, bool invert) noexcept {
 
 } // namespace
 
-ub4 one_bit_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, const kernel_texts &texts,
-                 one_bit_answer answer) noexcept {
+ub4 one_bit_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, const kernel_texts &texts, one_bit_answer answer,
+                 ub1 selected_flag) noexcept {
     const scan_target target = target_of_scan(res, src);
     const auto [bv, n] = target;
     const ub1 *codes = column_data(src, env, texts);
@@ -66,7 +66,7 @@ ub4 one_bit_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, const kernel_texts
             count = answer_from_codes(bv, codes, n, answer == one_bit_answer::invert);
         }
     }
-    return finish_scan(res, src, env, target, count);
+    return finish_scan(res, src, env, target, count, selected_flag);
 }
 
 } // namespace tavo

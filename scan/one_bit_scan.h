@@ -15,8 +15,8 @@ enum class one_bit_answer { copy, invert, empty, all };
 
 // The whole scan for a given answer, finishing included. env.flags value 2 is not looked at: a selection is applied
 // afterwards.
-ub4 one_bit_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, const kernel_texts &texts,
-                 one_bit_answer answer) noexcept;
+ub4 one_bit_scan(tavo_vec *res, tavo_vec *src, tavo_env *env, const kernel_texts &texts, one_bit_answer answer,
+                 ub1 selected_flag = TAVO_RESULT_SCAN_SELECTED) noexcept;
 
 // The table of answers, meant literally also for constants above 1. It is uneven on purpose (eq asks for c != 0 where
 // ne asks for c = 1). Constants that do not matter are not read: the vectors of gt_lt may come without data.

@@ -30,6 +30,13 @@ inline std::vector<ub1> pack_codes(const std::vector<ub8> &codes, unsigned width
     return out;
 }
 
+inline std::vector<ub8> unpack_codes(const ub1 *packed, std::size_t n, unsigned width) {
+    std::vector<ub8> codes(n, 0);
+    for (std::size_t bit = 0; bit < n * width; bit++)
+        codes[bit / width] = codes[bit / width] << 1 | (packed[bit / 8] >> (7 - bit % 8) & 1);
+    return codes;
+}
+
 // Codes that favour the ends of their range, where comparisons go wrong.
 inline std::vector<ub8> random_codes(std::size_t n, unsigned width, std::mt19937_64 &rng) {
     const ub8 top = largest_code(width);

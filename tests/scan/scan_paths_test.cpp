@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
+#include <algorithm>
+
 #include "tests/kit/host_stub.h"
 #include "tests/scan/scan_case.h"
 
@@ -19,14 +21,14 @@ TEST(ScanPaths, SparseAndDenseAgreeUnderEverySelection) {
     for (const scan_member &member : all_scan_members())
         for (double density : {0.0, 0.004, 0.3, 1.0}) {
             const ub4 rows = 900 + static_cast<ub4>(rng() % 300);
-            const auto codes = random_codes(rows, member.width, rng);
+            const auto values = member.random_values(rows, rng);
             auto selection = random_bits(rows, density, rng);
             const guarded guarded_selection({reinterpret_cast<const ub1 *>(selection.data()), selection.size() * 8});
             auto source_selection = random_bits(rows, 0.7, rng);
-            const ub8 lo = codes[rng() % rows] / 2, hi = lo + largest_code(member.width) / 2;
+            const auto [lo, hi] = std::minmax(values[rng() % rows], values[rng() % rows]);
             for (bool with_source_selection : {false, true})
                 for (ub1 flags : {ub1{0}, ub1{TAVO_ENV_SPARSE}}) {
-                    scan_column column(codes, member.width);
+                    scan_column column(member, values);
                     column.src.sel = with_source_selection ? source_selection.data() : nullptr;
                     scan_result result(rows);
                     tavo_env env{};
@@ -36,35 +38,40 @@ TEST(ScanPaths, SparseAndDenseAgreeUnderEverySelection) {
                     const ub4 status = member(&result.res, &column.src, lo, hi, &env);
                     const auto expected = bits_where(rows, [&](ub4 r) {
                         // 1-bit answers come from their own table, for which these constants are plain ones.
-                        return member.qualifies(codes[r], lo, hi) && is_set(selection, r) &&
+                        return member.qualifies(values[r], lo, hi) && is_set(selection, r) &&
                                (!with_source_selection || is_set(source_selection, r));
                     });
                     ASSERT_EQ(result.bits(), expected) << member.name() << " flags " << int{flags};
                     ASSERT_EQ(result.res.count, population(expected)) << member.name();
                     ASSERT_EQ(status, population(expected) == 0 ? TAVO_NONE_SELECTED : TAVO_DONE) << member.name();
-                    ASSERT_EQ(env.result_flags, 64 | TAVO_RESULT_SCAN_SELECTED) << member.name();
+                    ASSERT_EQ(env.result_flags, 64 | member.selected_flag()) << member.name();
                 }
         }
 }
 
 // The sparse walk takes its row count from the source and touches no memory but the selected rows'.
 TEST(ScanPaths, SparseWalkTouchesSelectedRowsOnly) {
-    const scan_member member{TAVO_OP_NE, 12, false};
-    guarded near(6); // rows 0 to 3, all that is readable
-    std::memset(near.data(), 0x5a, near.size());
-    scan_column column({}, 12);
-    column.src.data = near.data();
-    column.src.size = 1 << 20;
-    scan_result result(1 << 20);
-    std::vector<ub8> selection((1 << 20) / 64, 0);
-    selection[0] = 0b0011;
-    tavo_env env{};
-    env.sel_bits = selection.data();
-    env.flags = TAVO_ENV_SPARSE;
-    result.res.size = 0; // not looked at
-    EXPECT_EQ(member(&result.res, &column.src, 0x5a5, 0, &env), TAVO_DONE);
-    EXPECT_EQ(result.res.count, 1u); // row 0 is 0x5a5, row 1 is 0xa5a
-    EXPECT_EQ(result.res.bits[0], 0b0010u);
+    std::mt19937_64 rng(3124);
+    for (const scan_member &member : {scan_member{TAVO_OP_NE, 12, false},
+                                      {TAVO_OP_NE, 64, true, TAVO_CLASS_FIXED, 48},
+                                      {TAVO_OP_NE, 32, true, TAVO_CLASS_DYNP, 32}}) {
+        const auto values = member.random_values(700, rng); // all that is readable of a column of so many rows:
+        scan_column column(member, values);
+        column.src.size = 1 << 20;
+        scan_result result(1 << 20);
+        std::vector<ub8> selection((1 << 20) / 64, 0);
+        const auto near = bits_where(700, [&](ub4 r) { return r % 131 == 5 || r == 699; });
+        std::copy(near.begin(), near.end(), selection.begin());
+        tavo_env env{};
+        env.sel_bits = selection.data();
+        env.flags = TAVO_ENV_SPARSE;
+        result.res.size = 0; // not looked at
+        member(&result.res, &column.src, values[5], 0, &env);
+        const auto expected =
+            bits_where(1 << 20, [&](ub4 r) { return r < 700 && is_set(near, r) && !(values[r] == values[5]); });
+        EXPECT_EQ(result.bits(), expected) << member.name();
+        EXPECT_EQ(result.res.count, population(expected)) << member.name();
+    }
 }
 
 struct expansion {
@@ -85,13 +92,14 @@ ub4 record_expansion(tavo_host *host, tavo_vec *res, tavo_vec *src, tavo_env *en
 // A scan of a run-length column works on runs, applies run-level selections, and leaves the rest to rle_expand.
 TEST(ScanPaths, RunLengthColumn) {
     std::mt19937_64 rng(3122);
-    for (unsigned width : code_widths()) {
-        const scan_member member{TAVO_OP_GE, width, true};
+    for (const scan_member &member : all_scan_members()) {
+        if (!member.is_set() && !(member.operation == TAVO_OP_GE && member.second))
+            continue;
         constexpr ub4 runs = 700, rows = 5000;
-        const auto codes = random_codes(runs, width, rng);
+        const auto values = member.random_values(runs, rng);
         auto source_selection = random_bits(runs, 0.8, rng), selection = random_bits(runs, 0.6, rng);
-        const ub8 c = width == 1 ? 0 : codes[3];
-        scan_column column(codes, width);
+        const scan_value c = member.width == 1 ? 0 : values[3];
+        scan_column column(member, values);
         guarded run_bits((runs + 63) / 64 * 8);
         column.enc.flags |= TAVO_RLE;
         column.enc.run_count = runs;
@@ -108,7 +116,7 @@ TEST(ScanPaths, RunLengthColumn) {
         seen.reset();
         EXPECT_EQ(member(&res, &column.src, c, 0, &env), 77u) << member.name();
         const auto expected = bits_where(runs, [&](ub4 r) {
-            return member.qualifies(codes[r], c, 0) && is_set(source_selection, r) && is_set(selection, r);
+            return member.qualifies(values[r], c, 0) && is_set(source_selection, r) && is_set(selection, r);
         });
         ASSERT_TRUE(seen.has_value()) << member.name();
         EXPECT_EQ(seen->bits, expected) << member.name();
@@ -119,7 +127,7 @@ TEST(ScanPaths, RunLengthColumn) {
         EXPECT_EQ(seen->env.sel_count, population(expected));
         EXPECT_EQ(seen->count, population(expected));
         EXPECT_EQ(seen->env.host, nullptr);
-        EXPECT_EQ(env.result_flags, TAVO_RESULT_SCAN_SELECTED);
+        EXPECT_EQ(env.result_flags, member.selected_flag());
     }
 }
 
@@ -195,10 +203,18 @@ TEST(ScanPaths, PrologueOnEveryPath) {
                        {{TAVO_OP_GE_LT, 20, true}, TAVO_ENV_SPARSE},
                        {{TAVO_OP_LE, 1, false}, 0},
                        {{TAVO_OP_GT_LT, 1, true}, TAVO_ENV_SPARSE},
-                       {{TAVO_OP_NE, 1, true}, 0}};
+                       {{TAVO_OP_NE, 1, true}, 0},
+                       {{TAVO_OP_EQ, 16, true, TAVO_CLASS_FIXED, 16}, 0},
+                       {{TAVO_OP_GT, 64, false, TAVO_CLASS_FIXED, 64}, TAVO_ENV_SPARSE},
+                       {{TAVO_OP_GE_LE, 32, true, TAVO_CLASS_FIXED, 32}, TAVO_ENV_SPARSE},
+                       {{TAVO_OP_GT_LE, 32, true, TAVO_CLASS_DYNP, 32}, 0},
+                       {{TAVO_OP_LE, 64, false, TAVO_CLASS_DYNP, 64}, TAVO_ENV_SPARSE},
+                       {{TAVO_OP_SET, 1, false}, 0},
+                       {{TAVO_OP_SET, 7, false}, 0},
+                       {{TAVO_OP_SET, 14, false}, TAVO_ENV_SPARSE}};
     for (const auto &[member, flags] : cases) {
-        const std::vector<ub8> codes(40, 1);
-        scan_column column(codes, member.width);
+        const std::vector<scan_value> values(40, {1, static_cast<int>(member.width) / 8 - 1});
+        scan_column column(member, values);
         // The decoder of this test copies: the "stream" is the packed column itself.
         host_stub host;
         host.record()->spak_decode = [](tavo_spak_ctx *, const ub1 *from, ub1 *to, ub4 *length, ub4 capacity) noexcept {

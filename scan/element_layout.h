@@ -1,0 +1,143 @@
+// The element layouts of row-moving columns: how one element is read, and how one is written.
+//
+//   TAVO_FIXED    data: width_bits / 8 bytes an element, back to back
+//   TAVO_LV_SEP   data: element bytes back to back; lengths: a native ub2 each
+//   TAVO_LV       data: a native ub2 length and that many bytes, back to back
+//   TAVO_LP_SEP   data: an 8-byte address an element; lengths: a native ub2 each
+//   TAVO_LP       data: a packed record of 10 bytes an element: native ub2 length, 8-byte address
+//
+// Elements of the LV layouts lie where the ones before them end, so a cursor walks them; the others have an index.
+// Nothing is aligned.
+#pragma once
+
+#include <string.h>
+
+#include "frame/tavo_vec.h"
+
+namespace tavo {
+
+struct element {
+    const ub1 *bytes;
+    ub4 length;
+};
+
+inline ub2 load_ub2(const void *p) noexcept {
+    ub2 value;
+    memcpy(&value, p, sizeof value);
+    return value;
+}
+inline const ub1 *load_address(const void *p) noexcept {
+    const ub1 *address;
+    memcpy(&address, p, sizeof address);
+    return address;
+}
+
+// Bytes of an element of a TAVO_FIXED column.
+inline unsigned fixed_element_bytes(const tavo_enc_ctx *enc) noexcept { return (enc->width_bits & 0xff) / 8; }
+
+// ---- Reading by row ----
+
+struct fixed_elements {
+    const ub1 *data;
+    unsigned bytes;
+
+    explicit fixed_elements(const tavo_vec *vec) noexcept
+        : data(static_cast<const ub1 *>(vec->data)), bytes(fixed_element_bytes(vec->enc)) {}
+    [[gnu::always_inline]] element operator()(ub8 row) const noexcept { return {data + row * bytes, bytes}; }
+};
+struct lp_elements {
+    static constexpr unsigned record_bytes = 10;
+    const ub1 *data;
+
+    explicit lp_elements(const tavo_vec *vec) noexcept : data(static_cast<const ub1 *>(vec->data)) {}
+    [[gnu::always_inline]] element operator()(ub8 row) const noexcept {
+        const ub1 *record = data + row * record_bytes;
+        return {load_address(record + 2), load_ub2(record)};
+    }
+};
+struct lp_sep_elements {
+    const ub1 *data, *lengths;
+
+    explicit lp_sep_elements(const tavo_vec *vec) noexcept
+        : data(static_cast<const ub1 *>(vec->data)), lengths(reinterpret_cast<const ub1 *>(vec->lengths)) {}
+    [[gnu::always_inline]] element operator()(ub8 row) const noexcept {
+        return {load_address(data + row * 8), load_ub2(lengths + row * 2)};
+    }
+};
+
+// ---- Walking ----
+
+// size(): what the element of a row takes in data, its length field included. next() steps over it.
+struct lv_cursor {
+    static constexpr unsigned head_bytes = 2;
+    const ub1 *position;
+
+    lv_cursor(const tavo_vec *vec, const ub1 *data, ub8 offset) noexcept : position(data + offset) { (void)vec; }
+    [[gnu::always_inline]] ub4 size(ub8) const noexcept { return 2u + load_ub2(position); }
+    [[gnu::always_inline]] element at(ub8) const noexcept { return {position + 2, load_ub2(position)}; }
+    [[gnu::always_inline]] void next(ub8 row) noexcept { position += size(row); }
+};
+struct lv_sep_cursor {
+    static constexpr unsigned head_bytes = 0;
+    const ub1 *position, *lengths;
+
+    lv_sep_cursor(const tavo_vec *vec, const ub1 *data, ub8 offset) noexcept
+        : position(data + offset), lengths(reinterpret_cast<const ub1 *>(vec->lengths)) {}
+    [[gnu::always_inline]] ub4 size(ub8 row) const noexcept { return load_ub2(lengths + 2 * row); }
+    [[gnu::always_inline]] element at(ub8 row) const noexcept { return {position, size(row)}; }
+    [[gnu::always_inline]] void next(ub8 row) noexcept { position += size(row); }
+};
+
+// ---- Writing ----
+
+// Copies exactly `bytes` bytes; short ones without a call. Nothing outside source and target is touched.
+[[gnu::always_inline]] inline void copy_bytes(ub1 *to, const ub1 *from, ub4 bytes) noexcept {
+    // Two copies that meet or overlap in the middle.
+    const auto ends = [&]<class T>(T first, T last) {
+        memcpy(&first, from, sizeof first);
+        memcpy(&last, from + bytes - sizeof last, sizeof last);
+        memcpy(to, &first, sizeof first);
+        memcpy(to + bytes - sizeof last, &last, sizeof last);
+    };
+    struct sixteen {
+        ub8 halves[2];
+    };
+    if (bytes > 32)
+        memcpy(to, from, bytes);
+    else if (bytes >= 16)
+        ends(sixteen{}, sixteen{});
+    else if (bytes >= 8)
+        ends(ub8{}, ub8{});
+    else if (bytes >= 4)
+        ends(ub4{}, ub4{});
+    else if (bytes >= 2)
+        ends(ub2{}, ub2{});
+    else if (bytes == 1)
+        *to = *from;
+}
+
+[[gnu::always_inline]] inline void put_lp(ub1 *data, ub8 row, element e) noexcept {
+    const auto length = static_cast<ub2>(e.length);
+    memcpy(data + row * lp_elements::record_bytes, &length, sizeof length);
+    memcpy(data + row * lp_elements::record_bytes + 2, &e.bytes, sizeof e.bytes);
+}
+[[gnu::always_inline]] inline void put_lp_sep(ub1 *data, ub1 *lengths, ub8 row, element e) noexcept {
+    const auto length = static_cast<ub2>(e.length);
+    memcpy(data + row * sizeof e.bytes, &e.bytes, sizeof e.bytes);
+    memcpy(lengths + row * sizeof length, &length, sizeof length);
+}
+// Writes the element at `to` and returns where the next one goes.
+[[gnu::always_inline]] inline ub1 *put_lv(ub1 *to, element e) noexcept {
+    const auto length = static_cast<ub2>(e.length);
+    memcpy(to, &length, sizeof length);
+    copy_bytes(to + 2, e.bytes, e.length);
+    return to + 2 + e.length;
+}
+[[gnu::always_inline]] inline ub1 *put_lv_sep(ub1 *to, ub1 *lengths, ub8 row, element e) noexcept {
+    const auto length = static_cast<ub2>(e.length);
+    memcpy(lengths + row * sizeof length, &length, sizeof length);
+    copy_bytes(to, e.bytes, e.length);
+    return to + e.length;
+}
+
+} // namespace tavo

@@ -1,0 +1,6 @@
+#include "scan/fixed_scan.h"
+
+#include "scan/fixed_scan_kernels.h"
+
+TAVO_EACH_ONE_CONSTANT_FIXED_SCAN(TAVO_ONE_CONSTANT_MEMBER, , 0)
+TAVO_EACH_TWO_CONSTANT_FIXED_SCAN(TAVO_TWO_CONSTANT_MEMBER, , 0)
