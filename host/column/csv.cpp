@@ -1,37 +1,39 @@
 #include "host/column/csv.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
-#include <memory>
-#include <sys/stat.h>
 
+#include "host/column/names.h"
+#include "host/column/text_file.h"
 #include "host/error.h"
 
 namespace host {
 
-std::string csv_field::value() const {
-    std::string value(text);
-    if (doubled) {
-        std::size_t to = 0;
-        for (std::size_t from = 0; from < text.size(); from++) {
-            value[to++] = text[from];
-            if (text[from] == '"')
-                from++;
-        }
-        value.resize(to);
+std::string_view csv_field::value(std::string &made) const {
+    if (!doubled)
+        return text;
+    made = text;
+    std::size_t to = 0;
+    for (std::size_t from = 0; from < text.size(); from++) {
+        made[to++] = text[from];
+        if (text[from] == '"')
+            from++;
     }
-    return value;
+    made.resize(to);
+    return made;
 }
 
-csv_reader::csv_reader(std::string_view text, std::string name) : text_(text), name_(std::move(name)) {
-    if (text_.starts_with("\xff\xfe") || text_.starts_with("\xfe\xff"))
-        throw error(name_ + ": the file is UTF-16; only UTF-8 and single-byte texts can be read");
+std::string csv_field::value() const {
+    std::string made;
+    return std::string(value(made));
+}
+
+csv_reader::csv_reader(std::string_view text, std::string name, char delimiter)
+    : text_(text), name_(std::move(name)), delimiter_(delimiter) {
     if (text_.starts_with("\xef\xbb\xbf")) // byte order mark of UTF-8
         position_ = 3;
+    for (const char c : {delimiter, '\n', '\r', '"'})
+        ends_field_[static_cast<unsigned char>(c)] = true;
 }
 
 void csv_reader::fail(std::size_t line, const std::string &what) const {
@@ -58,9 +60,9 @@ csv_field csv_reader::quoted_field() {
         if (text_[position_] != '"')
             continue;
         if (position_ + 1 == text_.size() || text_[position_ + 1] != '"') {
-            const csv_field field{text_.substr(first, position_ - first), doubled};
+            const csv_field field{text_.substr(first, position_ - first), doubled, true};
             position_++;
-            if (!line_ends_at(position_) && text_[position_] != ',')
+            if (!line_ends_at(position_) && text_[position_] != delimiter_)
                 fail(line_, "text behind a closing quote");
             return field;
         }
@@ -85,15 +87,18 @@ bool csv_reader::next(std::vector<csv_field> &fields) {
             fields.push_back(quoted_field());
         } else {
             const std::size_t first = position_;
-            for (; position_ < text_.size() && text_[position_] != ',' && text_[position_] != '\n'; position_++) {
-                if (text_[position_] == '"')
+            for (; position_ < text_.size(); position_++) {
+                const char c = text_[position_];
+                if (!ends_field_[static_cast<unsigned char>(c)])
+                    continue;
+                if (c == '"')
                     fail(line_, "a quote inside a field that does not begin with one");
-                if (text_[position_] == '\r' && line_ends_at(position_))
+                if (c != '\r' || line_ends_at(position_))
                     break;
             }
             fields.push_back({text_.substr(first, position_ - first)});
         }
-        if (position_ == text_.size() || text_[position_] != ',')
+        if (position_ == text_.size() || text_[position_] != delimiter_)
             break;
         position_++;
     }
@@ -106,60 +111,108 @@ bool csv_reader::next(std::vector<csv_field> &fields) {
     return true;
 }
 
-csv_file::csv_file(const std::string &path) : path_(path) {
-    std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "rb"), std::fclose);
-    struct stat status {};
-    if (file == nullptr || fstat(fileno(file.get()), &status) != 0)
-        throw error(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
-    if (S_ISDIR(status.st_mode))
-        throw error(fmt::format("cannot read {}: it is a folder", path));
-    if (S_ISREG(status.st_mode))
-        text_.reserve(static_cast<std::size_t>(status.st_size) + 1);
-    for (std::size_t chunk = 1 << 20;;) {
-        const std::size_t before = text_.size();
-        text_.resize(before + chunk);
-        const std::size_t got = std::fread(text_.data() + before, 1, chunk, file.get());
-        text_.resize(before + got);
-        if (got == 0)
-            break;
+csv_field field_at(std::string_view text, std::size_t place, char delimiter) {
+    const char *const end = text.data() + text.size(), *const begin = text.data() + place, *c = begin;
+    if (c < end && *c == '"') {
+        bool doubled = false;
+        for (c++; c < end; c++)
+            if (*c == '"') {
+                if (c + 1 == end || c[1] != '"')
+                    break;
+                doubled = true;
+                c++;
+            }
+        return {{begin + 1, static_cast<std::size_t>(c - begin - 1)}, doubled, true};
     }
-    if (std::ferror(file.get()))
-        throw error(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
-    read_header();
+    while (c < end && *c != delimiter && *c != '\n' && (*c != '\r' || (c + 1 < end && c[1] != '\n')))
+        c++;
+    return {{begin, static_cast<std::size_t>(c - begin)}};
 }
 
-csv_file::csv_file(const std::string &name, std::string content) : path_(name), text_(std::move(content)) {
+char find_delimiter(std::string_view text) {
+    constexpr std::size_t records = 20, bytes = 1 << 16;
+    char found = ',';
+    std::size_t most = 1;
+    for (const char delimiter : {',', ';', '\t', '|'}) {
+        std::size_t fields = 0;
+        try {
+            // A record that is cut at the end of the piece is not looked at.
+            const std::string_view piece = text.substr(0, text.size() > bytes ? text.rfind('\n', bytes) : text.size());
+            csv_reader reader(piece, "", delimiter);
+            std::vector<csv_field> record;
+            for (std::size_t i = 0; i < records && reader.next(record); i++) {
+                if (i > 0 && record.size() != fields)
+                    throw error("not the same number of fields");
+                fields = record.size();
+            }
+        } catch (const error &) {
+            continue;
+        }
+        if (fields > most) {
+            found = delimiter;
+            most = fields;
+        }
+        if (delimiter == ',' && fields > 1)
+            break;
+    }
+    return found;
+}
+
+namespace {
+block<char> copy_of(std::string_view content) {
+    block<char> copy;
+    copy.append(content.data(), content.size());
+    return copy;
+}
+} // namespace
+
+csv_file::csv_file(const std::string &path, const csv_options &options)
+    : csv_file(path, read_text_file(path), options) {}
+
+csv_file::csv_file(const std::string &name, std::string_view content, const csv_options &options)
+    : csv_file(name, copy_of(content), options) {}
+
+csv_file::csv_file(const std::string &name, block<char> content, const csv_options &options)
+    : path_(name), text_(std::move(content)), delimiter_(options.delimiter), header_(options.header) {
+    refuse_other_formats(path_, text());
+    if (delimiter_ == 0)
+        delimiter_ = find_delimiter(text());
     read_header();
 }
 
 void csv_file::read_header() {
-    csv_reader reader(std::string_view(text_), path_);
+    csv_reader reader(text(), path_, delimiter_);
     std::vector<csv_field> fields;
     if (!reader.next(fields))
-        throw error(path_ + ": the file is empty; its first line must name the columns");
-    for (const csv_field &field : fields) {
-        std::string name = field.value();
-        if (name.empty())
-            throw error(fmt::format("{}: line 1: column {} has no name", path_, columns_.size() + 1));
-        if (std::find(columns_.begin(), columns_.end(), name) != columns_.end())
-            throw error(fmt::format("{}: line 1: two columns are named '{}'", path_, name));
-        columns_.push_back(std::move(name));
+        throw error(path_ +
+                    (header_ ? ": the file is empty; its first line must name the columns" : ": the file is empty"));
+    if (!header_) {
+        for (std::size_t i = 0; i < fields.size(); i++)
+            columns_.push_back(fmt::format("column_{}", i + 1));
+        return;
     }
+    std::vector<std::string> names;
+    for (const csv_field &field : fields)
+        names.push_back(field.value());
+    columns_ = made_names(std::move(names), notes_);
+}
+
+csv_reader csv_file::reader() const {
+    csv_reader reader(text(), path_, delimiter_);
+    if (std::vector<csv_field> header; header_)
+        reader.next(header);
+    return reader;
 }
 
 void csv_file::wrong_fields(std::size_t line, std::size_t fields) const {
-    throw error(fmt::format("{}: line {}: {} field{} where the header has {}", path_, line, fields,
-                            fields == 1 ? "" : "s", columns_.size()));
+    throw error(fmt::format("{}: line {}: {} field{} where the {} has {}", path_, line, fields, fields == 1 ? "" : "s",
+                            header_ ? "header" : "first line", columns_.size()));
 }
 
 std::size_t csv_file::column(std::string_view name) const {
-    const auto found = std::find(columns_.begin(), columns_.end(), name);
-    if (found != columns_.end())
-        return static_cast<std::size_t>(found - columns_.begin());
-    const std::vector<std::string> near = near_names(name, columns_);
-    if (!near.empty())
-        throw error(fmt::format("{}: there is no column '{}'; did you mean {}?", path_, name, fmt::join(near, " or ")));
-    throw error(fmt::format("{}: there is no column '{}'; the columns are {}", path_, name, fmt::join(columns_, ", ")));
+    if (const auto number = find_name(name, columns_))
+        return *number;
+    throw error(fmt::format("{}: there is no column '{}'{}", path_, name, instead_of(name, columns_, "columns")));
 }
 
 void append_csv(std::string &line, std::string_view value) {
@@ -174,35 +227,6 @@ void append_csv(std::string &line, std::string_view value) {
         line += c;
     }
     line += '"';
-}
-
-std::vector<std::string> near_names(std::string_view name, const std::vector<std::string> &names) {
-    auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    std::vector<std::pair<std::size_t, std::string>> near;
-    for (const std::string &candidate : names) {
-        // Edit distance, letters compared without case.
-        std::vector<std::size_t> row(candidate.size() + 1);
-        for (std::size_t j = 0; j < row.size(); j++)
-            row[j] = j;
-        for (std::size_t i = 1; i <= name.size(); i++) {
-            std::size_t diagonal = row[0];
-            row[0] = i;
-            for (std::size_t j = 1; j < row.size(); j++) {
-                const std::size_t replaced = diagonal + (lower(name[i - 1]) != lower(candidate[j - 1]));
-                diagonal = row[j];
-                row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
-            }
-        }
-        const std::size_t distance = row.back();
-        const bool part = name.size() >= 3 && candidate.find(name) != std::string::npos;
-        if (part || distance <= std::max<std::size_t>(1, name.size() / 3))
-            near.emplace_back(distance, candidate);
-    }
-    std::stable_sort(near.begin(), near.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
-    std::vector<std::string> best;
-    for (std::size_t i = 0; i < near.size() && i < 3; i++)
-        best.push_back(near[i].second);
-    return best;
 }
 
 } // namespace host

@@ -6,32 +6,55 @@
 
 namespace host {
 
-ub8 run_lengths::bytes(unsigned width) const { return packed_bytes(codes.size(), width) + table.size(); }
-
 namespace {
 
-run_lengths cut_runs(const std::vector<ub4> &codes, unsigned entry_bits) {
-    run_lengths runs;
-    runs.entry_bits = entry_bits;
+// Calls use(code, rows) for each run, cut where it is longer than entries of so many bits can say.
+template <class Use>
+void each_run(std::span<const ub4> codes, unsigned entry_bits, Use use) {
     const std::size_t longest = (1u << entry_bits) - 1;
-    for (std::size_t row = 0; row < codes.size();) {
-        std::size_t end = row + 1;
-        while (end < codes.size() && end - row < longest && codes[end] == codes[row])
+    for (std::size_t row = 0, end; row < codes.size(); row = end) {
+        for (end = row + 1; end < codes.size() && end - row < longest && codes[end] == codes[row];)
             end++;
-        runs.codes.push_back(codes[row]);
-        if (entry_bits == 16)
-            runs.table.push_back(static_cast<ub1>((end - row) >> 8));
-        runs.table.push_back(static_cast<ub1>(end - row));
-        row = end;
+        use(codes[row], end - row);
     }
-    return runs;
+}
+
+struct best_entries {
+    unsigned bits;
+    ub8 bytes;
+};
+
+best_entries judge(std::span<const ub4> codes, unsigned width) {
+    best_entries best{};
+    for (const unsigned bits : {8u, 16u}) {
+        ub8 runs = 0;
+        each_run(codes, bits, [&](ub4, std::size_t) { runs++; });
+        const ub8 bytes = packed_bytes(runs, width) + runs * bits / 8;
+        if (best.bits == 0 || bytes < best.bytes)
+            best = {bits, bytes};
+    }
+    return best;
 }
 
 } // namespace
 
-run_lengths find_runs(const std::vector<ub4> &codes, unsigned width) {
-    run_lengths narrow = cut_runs(codes, 8), wide = cut_runs(codes, 16);
-    return wide.bytes(width) < narrow.bytes(width) ? std::move(wide) : std::move(narrow);
+ub8 run_bytes(std::span<const ub4> codes, unsigned width) { return judge(codes, width).bytes; }
+
+run_lengths find_runs(std::span<const ub4> codes, unsigned width) {
+    const best_entries entries = judge(codes, width);
+    run_lengths runs;
+    runs.entry_bits = entries.bits;
+    runs.bytes = entries.bytes;
+    each_run(codes, entries.bits, [&](ub4 code, std::size_t rows) {
+        runs.codes.push_back(code);
+        if (entries.bits == 16)
+            runs.table.push_back(static_cast<ub1>(rows >> 8));
+        runs.table.push_back(static_cast<ub1>(rows));
+    });
+    const std::size_t size = runs.table.size();
+    runs.table.resize(size + readable_behind);
+    std::fill(runs.table.begin() + size, runs.table.end(), ub1{0});
+    return runs;
 }
 
 } // namespace host

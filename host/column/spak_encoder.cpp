@@ -74,17 +74,22 @@ private:
     std::array<unsigned, 256> longest_{};
 };
 
-// Pieces spread over the whole, so that training takes the same time for any column.
-std::vector<ub1> sample_of(std::span<const ub1> plain) {
+// Pieces spread over the whole, so that training takes the same time for any column: some to train by, and others to
+// judge by, as symbols fit the bytes that they were made from better than they fit any others.
+struct samples {
+    std::vector<ub1> training, judging;
+};
+samples samples_of(std::span<const ub1> plain) {
     constexpr std::size_t pieces = 16, piece = 4096;
-    if (plain.size() <= pieces * piece)
-        return {plain.begin(), plain.end()};
-    std::vector<ub1> sample;
-    for (std::size_t i = 0; i < pieces; i++) {
-        const auto from = plain.begin() + static_cast<std::ptrdiff_t>((plain.size() - piece) / (pieces - 1) * i);
-        sample.insert(sample.end(), from, from + piece);
+    if (plain.size() <= 2 * pieces * piece)
+        return {{plain.begin(), plain.end()}, {plain.begin(), plain.end()}};
+    samples all;
+    for (std::size_t i = 0; i < 2 * pieces; i++) {
+        const auto from = plain.begin() + static_cast<std::ptrdiff_t>((plain.size() - piece) / (2 * pieces - 1) * i);
+        std::vector<ub1> &one = i % 2 == 0 ? all.training : all.judging;
+        one.insert(one.end(), from, from + piece);
     }
-    return sample;
+    return all;
 }
 
 // Greedy training: cut the sample by the symbols so far; each symbol used, and each two used side by side joined to
@@ -153,17 +158,17 @@ spak_dictionary spak_train(std::span<const ub1> plain) {
     while (single_bytes.size() < 5)
         single_bytes.push_back({0, 1});
 
-    // The number of symbols that makes the sample smallest, the dictionary counted in its proportion.
-    const std::vector<ub1> sample = sample_of(plain);
+    // The number of symbols that makes the judging pieces smallest, the dictionary counted in its proportion.
+    const samples sample = samples_of(plain);
     spak_dictionary best;
     for (unsigned width = std::max(narrowest_code, code_width(single_bytes.size())); width <= widest_code; width++) {
-        std::vector<symbol> trained = train(sample, single_bytes, 1u << width);
+        std::vector<symbol> trained = train(sample.training, single_bytes, 1u << width);
         ub8 codes = 0, dictionary_bits = 8 * 22;
-        symbol_set(trained).cut(sample, [&](ub4) { codes++; });
+        symbol_set(trained).cut(sample.judging, [&](ub4) { codes++; });
         for (const symbol &s : trained)
             dictionary_bits += 4 + 8 * s.length;
         const double scale =
-            sample.empty() ? 1 : static_cast<double>(plain.size()) / static_cast<double>(sample.size());
+            plain.empty() ? 1 : static_cast<double>(plain.size()) / static_cast<double>(sample.judging.size());
         const double bits =
             static_cast<double>(dictionary_bits) + static_cast<double>(codes) * code_width(trained.size()) * scale;
         const ub8 bytes = static_cast<ub8>(bits / 8);
@@ -175,23 +180,32 @@ spak_dictionary spak_train(std::span<const ub1> plain) {
 
 spak_stream spak_encode(std::span<const ub1> plain, const spak_dictionary &dictionary) {
     const std::vector<symbol> &symbols = dictionary.symbols;
-    std::vector<ub4> codes;
-    symbol_set(symbols).cut(plain, [&](ub4 code) { codes.push_back(code); });
-
-    spak_stream stream;
-    std::vector<ub1> &out = stream.bytes;
-    out = {'S', 'P', 'A', 'K', 0, 0x02, 0, 0, 0, 0, 0, 0};
-    put_big_endian(out, plain.size(), 4);
-    put_big_endian(out, symbols.size(), 2);
+    std::vector<ub1> head = {'S', 'P', 'A', 'K', 0, 0x02, 0, 0, 0, 0, 0, 0};
+    put_big_endian(head, plain.size(), 4);
+    put_big_endian(head, symbols.size(), 2);
     for (std::size_t i = 0; i < symbols.size(); i += 2)
-        out.push_back(static_cast<ub1>(symbols[i].length << 4 | (i + 1 < symbols.size() ? symbols[i + 1].length : 0)));
+        head.push_back(static_cast<ub1>(symbols[i].length << 4 | (i + 1 < symbols.size() ? symbols[i + 1].length : 0)));
     for (const symbol &s : symbols)
         for (unsigned i = 0; i < s.length; i++)
-            out.push_back(static_cast<ub1>(s.bytes >> 8 * i));
-    put_big_endian(out, codes.size(), 4);
-    const std::vector<ub1> packed = pack(codes, code_width(symbols.size())); // with its readable_behind bytes
-    stream.size = out.size() + packed.size() - readable_behind;
-    out.insert(out.end(), packed.begin(), packed.end());
+            head.push_back(static_cast<ub1>(s.bytes >> 8 * i));
+
+    // Room for one code a byte; what is not written takes no memory.
+    const unsigned width = code_width(symbols.size());
+    spak_stream stream;
+    block<ub1> &out = stream.bytes;
+    out.resize(head.size() + 4 + packed_bytes(plain.size(), width) + readable_behind);
+    code_writer writer(out.data() + head.size() + 4, width);
+    ub8 codes = 0;
+    symbol_set(symbols).cut(plain, [&](ub4 code) {
+        writer.write(code);
+        codes++;
+    });
+    stream.size = static_cast<ub8>(writer.finish() - out.data());
+    put_big_endian(head, codes, 4);
+    std::copy(head.begin(), head.end(), out.begin());
+    out.resize(stream.size + readable_behind);
+    std::fill(out.begin() + stream.size, out.end(), ub1{0});
+    out.shrink();
     return stream;
 }
 

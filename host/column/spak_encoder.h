@@ -17,6 +17,8 @@
 
 #include <tavo/tavo.h>
 
+#include "host/column/block.h"
+
 namespace host {
 
 struct spak_symbol {
@@ -26,14 +28,14 @@ struct spak_symbol {
 };
 struct spak_dictionary {
     std::vector<spak_symbol> symbols;
-    ub8 expected_bytes = 0; // of the whole stream, judged by a sample
+    ub8 expected_bytes = 0; // of the whole stream, judged by a sample that the symbols were not made from
 };
 // A dictionary for these bytes, from a sample of them; every byte that occurs in them is a symbol.
 spak_dictionary spak_train(std::span<const ub1> plain);
 
 struct spak_stream {
-    std::vector<ub1> bytes; // the stream, followed by readable_behind zero bytes
-    ub8 size = 0;           // of the stream alone
+    block<ub1> bytes; // the stream, followed by readable_behind zero bytes
+    ub8 size = 0;     // of the stream alone
 };
 // `plain` is at most 4 GiB - 1 bytes long, and the dictionary is from spak_train of it.
 spak_stream spak_encode(std::span<const ub1> plain, const spak_dictionary &dictionary);

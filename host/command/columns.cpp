@@ -11,10 +11,22 @@ namespace host {
 
 namespace {
 
-double ratio(ub8 plain, ub8 encoded) { return static_cast<double>(plain) / static_cast<double>(encoded); }
+double ratio(ub8 plain, ub8 encoded) {
+    return encoded == 0 ? 1 : static_cast<double>(plain) / static_cast<double>(encoded);
+}
+
+// Of a column of text: the first value that no other type holds.
+std::string why_text(const found_type &found) {
+    constexpr std::size_t shown = 30;
+    if (found.type() != value_type::text || found.text_line() == 0)
+        return found.declared() ? "asked for" : "";
+    const std::string &value = found.text_value();
+    return fmt::format("line {}: '{}'", found.text_line(),
+                       value.size() > shown ? value.substr(0, shown) + "..." : value);
+}
 
 int run(const table_options &options) {
-    const csv_file file(options.file);
+    const csv_file file = open_csv(options);
     const table table = read_table(file, all_columns(file), options);
     using enum text_table::side;
     text_table shown({{"column", left},
@@ -28,7 +40,8 @@ int run(const table_options &options) {
                       {"encoded"},
                       {"ratio"},
                       {"dictionary", left},
-                      {"bytes"}});
+                      {"bytes"},
+                      {"text because of", left}});
     ub8 plain = 0, encoded = 0;
     for (const std::size_t number : all_columns(file)) {
         column &col = *table.encoded(number);
@@ -41,7 +54,7 @@ int run(const table_options &options) {
                        col.symbols().front_coded()  ? "front"
                        : col.symbols().one_length() ? "one_len"
                                                     : "cla",
-                       std::to_string(col.symbols().held_bytes())});
+                       std::to_string(col.symbols().held_bytes()), why_text(dict.found())});
         plain += col.plain_bytes();
         encoded += col.encoded_bytes();
     }
@@ -57,7 +70,9 @@ int run(const table_options &options) {
 } // namespace
 
 subcommand add_columns(CLI::App &app) {
-    CLI::App *columns = app.add_subcommand("columns", "Show how the columns of a CSV file are encoded");
+    CLI::App *columns =
+        app.add_subcommand("columns", "Show the types of a CSV file's columns and how they are encoded");
+    columns->footer(about_files);
     const auto options = std::make_shared<table_options>();
     add_table_options(*columns, *options);
     return {columns, [options] { return run(*options); }};

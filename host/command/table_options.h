@@ -5,22 +5,31 @@
 #include <string>
 #include <vector>
 
-#include "host/column/column.h"
-#include "host/column/csv.h"
+#include "host/column/table.h"
 
 namespace host {
 
 struct table_options {
-    std::string file;
-    std::vector<std::string> null_texts, encode;
+    std::string file, delimiter;
+    std::vector<std::string> null_texts, types, encode;
+    bool no_header = false;
 };
 // FILE and the options that say how it is read. The options must live until they are parsed.
 void add_table_options(CLI::App &, table_options &);
 
+// The file and its header, and a line to the user for each name that was made.
+csv_file open_csv(const table_options &);
+
 // The numbers of all columns.
 std::vector<std::size_t> all_columns(const csv_file &);
 
+// The numbers of the columns in a list like a header's line, spaces around the names or not.
+std::vector<std::size_t> column_list(const csv_file &, const std::string &list);
+
 // Reads the file's columns with the given numbers, with a line of progress if it is large.
 table read_table(const csv_file &, const std::vector<std::size_t> &columns, const table_options &);
+
+// What a user has to know of files, for the end of a help text.
+extern const char *const about_files;
 
 } // namespace host

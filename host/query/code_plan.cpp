@@ -146,14 +146,39 @@ public:
     }
 
 private:
-    column *column_of(const predicate &p) const { return table_.encoded(table_.file().column(p.column)); }
+    column *column_of(const literal &name) const { return table_.encoded(table_.file().column(name.text)); }
+    column *column_of(const predicate &p) const { return column_of(p.column); }
 
     static std::string key_of(const column *col, const predicate &p, const literal &value) {
+        const bool by_order = p.kind == predicate_kind::range ||
+                              (p.kind == predicate_kind::compare && p.op != comparison::eq && p.op != comparison::ne);
+        if (by_order)
+            refuse_order_of_text(col, p, value);
         if (auto key = sort_key(col->dict().type(), value.text))
             return std::move(*key);
         fail_at(*p.source, value.at,
                 fmt::format("'{}' cannot be compared with column {}, whose values are of type {}", value.text,
                             col->name(), name_of(col->dict().type())));
+    }
+
+    // Numbers among which a single text stands make a column of text, where 9 comes behind 10: nobody who compares it
+    // with a number means that.
+    static void refuse_order_of_text(const column *col, const predicate &p, const literal &value) {
+        const found_type &found = col->dict().found();
+        const value_type asked = type_of(value.text);
+        if (found.type() != value_type::text || found.declared() || found.text_line() == 0 || asked == value_type::text)
+            return;
+        value_type meant = asked;
+        if (found.before_text() && common_type(*found.before_text(), asked) != value_type::text)
+            meant = common_type(*found.before_text(), asked);
+        const std::string &culprit = found.text_value();
+        fail_at(*p.source, value.at,
+                fmt::format("column {} is text because of line {}, where it has '{}', so its order is not that of {}s",
+                            col->name(), found.text_line(), culprit, name_of(asked)),
+                fmt::format("\n  --null '{0}'        if that stands for no value"
+                            "\n  --type {1}={2}  to see every line that has no {2}"
+                            "\n  --type {1}=text  to compare texts",
+                            culprit, col->name(), name_of(meant)));
     }
 
     // The range of codes that a comparison selects, if it is one range (all but <>, in, is null).
@@ -207,6 +232,7 @@ private:
         }
         case predicate_kind::is_null: return null_test(column_of(p), !negated, text);
         case predicate_kind::in: return list(p, negated, text);
+        case predicate_kind::columns: return two_columns(p, negated, text);
         case predicate_kind::compare:
         case predicate_kind::range: break;
         }
@@ -216,6 +242,23 @@ private:
         // <> and its like, or a negated range: outside of what the predicate, turned positive, selects.
         return outside(
             col, p.kind == predicate_kind::range ? *range_of(p, false) : *range_of(p, p.op == comparison::ne), text);
+    }
+
+    code_plan two_columns(const predicate &p, bool negated, const std::string &text) const {
+        constexpr comparison negation[] = {comparison::ne, comparison::eq, comparison::ge,
+                                           comparison::gt, comparison::le, comparison::lt};
+        code_plan plan = leaf(code_plan::kind::columns, column_of(p), text);
+        plan.other = column_of(p.other);
+        plan.compared = negated ? negation[static_cast<int>(p.op)] : p.op;
+        const value_type a = plan.col->dict().type(), b = plan.other->dict().type();
+        const bool empty = plan.col->dict().end_code() == plan.col->dict().first_code() ||
+                           plan.other->dict().end_code() == plan.other->dict().first_code();
+        if (!empty && a != b && common_type(a, b) == value_type::text)
+            fail_at(*p.source, p.other.at,
+                    fmt::format("{} is a column of type {}, which does not compare with column {} of type {}; the text "
+                                "'{}' stands in 'quotes'",
+                                p.other.text, name_of(b), p.column.text, name_of(a), p.other.text));
+        return plan;
     }
 
     code_plan list(const predicate &p, bool negated, const std::string &text) const {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/column/column.h"
+#include "host/column/table.h"
 #include "host/query/predicate.h"
 
 namespace host {
@@ -14,20 +14,24 @@ struct code_plan {
         nothing, // no row, whatever the codes: a value that the column does not have
         every,   // every row
         scan,    // one kernel
+        columns, // the codes of two columns, row by row
         both,    // rows of all parts
         either   // rows of any part
     };
     kind what = kind::nothing;
-    column *col = nullptr;          // of nothing, every, scan
+    column *col = nullptr;          // of nothing, every, scan, columns
     tavo_operation op = TAVO_OP_EQ; // of scan, and its constants: each a code of the column, so it fits in W bits
     tavo_variant variant = TAVO_VARIANT_PLAIN;
     ub4 low = 0, high = 0;        // one-constant scans use low
+    column *other = nullptr;      // of columns: `col` on the left, this on the right
+    comparison compared{};        // of columns
     std::vector<code_plan> parts; // of both, either
-    std::string text;             // the predicate it stands for, of nothing, every, scan
+    std::string text;             // the predicate it stands for, of nothing, every, scan, columns
 };
 
-// All of the predicates at once. Their columns must be encoded in the table. Throws where a value does not belong to
-// its column's type. Ranges of one column that are ANDed become one scan.
+// All of the predicates, resolved, at once. Their columns must be encoded in the table. Throws where a value does not
+// belong to its column's type, and where the order of a column that was found to be text is asked for by a number or a
+// date. Ranges of one column that are ANDed become one scan.
 code_plan plan_codes(const std::vector<predicate> &all, const table &);
 
 } // namespace host

@@ -78,6 +78,16 @@ private:
             return single(token_kind::close, 1);
         if (c == ',')
             return single(token_kind::comma, 1);
+        // What other languages write.
+        for (const auto &[written, meant] : {std::pair("===", "="),
+                                             {"==", "="},
+                                             {"=>", ">="},
+                                             {"=<", "<="},
+                                             {"=!", "<>"},
+                                             {"&&", "and"},
+                                             {"||", "or"}})
+            if (text_.substr(i).starts_with(written))
+                fail(fmt::format("'{}' is written '{}' here", written, meant));
         for (const char *op : {"<=", ">=", "<>", "!=", "<", ">", "="})
             if (text_.substr(i).starts_with(op))
                 return single(token_kind::op, std::string_view(op).size());
@@ -145,27 +155,54 @@ private:
         return p;
     }
 
+    static literal literal_of(token t) {
+        return {std::move(t.text), t.at,
+                t.kind == token_kind::quoted ? word_kind::quoted
+                : t.kind == token_kind::name ? word_kind::name
+                                             : word_kind::plain};
+    }
     // A word or quoted text that may turn out to be a column or a value.
-    token operand(const char *what) {
-        if ((now_.kind != token_kind::word && now_.kind != token_kind::quoted && now_.kind != token_kind::name) ||
-            at_any_keyword())
+    literal operand(const char *what) {
+        if (now_.kind != token_kind::word && now_.kind != token_kind::quoted && now_.kind != token_kind::name)
             fail(fmt::format("expected {}", what));
-        token t = now_;
+        literal l = literal_of(now_);
         advance();
-        return t;
+        return l;
+    }
+    // What can only be a column, or the left side of a comparison.
+    literal left_side() {
+        if (at_any_keyword())
+            fail(fmt::format("expected a column; '{}' has a meaning here, a column of that name stands in \"double "
+                             "quotes\"",
+                             now_.text));
+        return operand("a column");
+    }
+    // A value, or the right side of a comparison: a keyword is a text if what follows can follow a value.
+    literal right_side() {
+        if (at_keyword("null"))
+            fail("nothing compares with null: write 'is null' or 'is not null' (the text stands in 'quotes')");
+        if (at_any_keyword()) {
+            const token keyword = now_;
+            const std::size_t behind = behind_;
+            advance();
+            const bool value = now_.kind == token_kind::end || now_.kind == token_kind::close ||
+                               now_.kind == token_kind::comma || at_keyword("and") || at_keyword("or");
+            if (value)
+                return literal_of(keyword);
+            now_ = keyword;
+            behind_ = behind;
+            fail(fmt::format("expected a value; '{}' has a meaning here, as a text it stands in 'quotes'", now_.text));
+        }
+        return operand("a value");
     }
     literal value() {
-        if (at_keyword("null"))
-            fail("nothing compares with null: write 'is null' or 'is not null'");
         if (now_.kind == token_kind::name)
             fail("a value stands in 'single quotes', \"double quotes\" are for columns");
-        token t = operand("a value");
-        return {std::move(t.text), t.at};
+        return right_side();
     }
-    void set_column(predicate &p, token t) const {
+    void set_column(predicate &p, literal column) const {
         p.source = source_;
-        p.column = std::move(t.text);
-        p.column_at = t.at;
+        p.column = std::move(column);
     }
 
     static comparison comparison_of(const std::string &op) {
@@ -178,12 +215,11 @@ private:
     }
 
     predicate condition() {
-        const bool quoted = now_.kind == token_kind::quoted;
-        const token first = operand("a column");
+        const literal first = left_side();
         predicate p;
         if (now_.kind == token_kind::op)
             return comparison_behind(first);
-        if (quoted)
+        if (first.kind == word_kind::quoted)
             fail_at(text_, first.at, "a column stands here, plain or in \"double quotes\"");
         set_column(p, first);
         if (take_keyword("is")) {
@@ -223,22 +259,16 @@ private:
         return n;
     }
 
-    // At the operator behind `first`: `column op value`, or `value op column op value` with both ops the same way
-    // round.
-    predicate comparison_behind(const token &first) {
+    // At the operator behind `first`: `left op right`, or `value op column op value` with both ops the same way round.
+    predicate comparison_behind(const literal &first) {
         const comparison op = comparison_of(now_.text);
         advance();
-        const token second = now_;
+        literal second = right_side();
         predicate p;
-        literal behind = now_.kind == token_kind::name ? literal{operand("a value").text, second.at} : value();
         if (now_.kind != token_kind::op) {
-            if (first.kind == token_kind::quoted)
-                fail_at(text_, first.at, "a column stands here, plain or in \"double quotes\"");
-            if (second.kind == token_kind::name)
-                fail_at(text_, second.at, "a value stands in 'single quotes', \"double quotes\" are for columns");
             set_column(p, first);
             p.op = op;
-            p.values.push_back(std::move(behind));
+            p.values.push_back(std::move(second));
             return p;
         }
         const comparison upper = comparison_of(now_.text);
@@ -247,14 +277,14 @@ private:
         if (!(rising && (upper == comparison::lt || upper == comparison::le)) &&
             !(falling && (upper == comparison::gt || upper == comparison::ge)))
             fail("only < and <=, or > and >=, can stand on both sides of a column");
-        if (first.kind == token_kind::name)
+        if (first.kind == word_kind::name)
             fail_at(text_, first.at, "the column stands between the two operators");
-        if (second.kind == token_kind::quoted)
+        if (second.kind == word_kind::quoted)
             fail_at(text_, second.at, "a column stands here, plain or in \"double quotes\"");
         advance();
         p.kind = predicate_kind::range;
-        set_column(p, second);
-        p.values = {{first.text, first.at}, value()};
+        set_column(p, std::move(second));
+        p.values = {first, value()};
         p.low_open = op == comparison::lt || op == comparison::gt;
         p.high_open = upper == comparison::lt || upper == comparison::gt;
         if (falling) {
@@ -273,7 +303,7 @@ private:
 
 } // namespace
 
-void fail_at(std::string_view text, std::size_t at, const std::string &what) {
+void fail_at(std::string_view text, std::size_t at, const std::string &what, const std::string &behind) {
     std::string shown(text);
     for (char &c : shown)
         if (is_space(c))
@@ -281,14 +311,18 @@ void fail_at(std::string_view text, std::size_t at, const std::string &what) {
     // The mark goes by characters: continuation bytes of UTF-8 take no room.
     const auto before = std::count_if(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at),
                                       [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
-    throw error(fmt::format("{}\n  {}\n  {}^", what, shown, std::string(static_cast<std::size_t>(before), ' ')));
+    throw error(
+        fmt::format("{}\n  {}\n  {}^{}", what, shown, std::string(static_cast<std::size_t>(before), ' '), behind));
 }
 
 predicate parse_predicate(std::string_view text) { return parser(text).whole(); }
 
 std::vector<std::string> columns_of(const predicate &p) {
-    if (p.operands.empty())
-        return {p.column};
+    if (p.operands.empty()) {
+        if (p.kind == predicate_kind::columns && p.other.text != p.column.text)
+            return {p.column.text, p.other.text};
+        return {p.column.text};
+    }
     std::vector<std::string> all;
     for (const predicate &operand : p.operands)
         for (std::string &name : columns_of(operand))

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "host/error.h"
+#include "host/query/column_compare.h"
 
 namespace host {
 
@@ -61,6 +62,12 @@ selection query::run(const code_plan &plan, const selection *among) {
             steps_.push_back({"", plan.col->name(), plan.col->width(), plan.text + ": every value", rows_, rows_, 0});
         return among != nullptr ? *among : all_rows();
     case code_plan::kind::scan: return scan(plan, among);
+    case code_plan::kind::columns: {
+        selection rows = compare_columns(session_, *plan.col, plan.compared, *plan.other, plan.text, steps_);
+        if (among != nullptr)
+            keep_among(rows, *among);
+        return rows;
+    }
     case code_plan::kind::both: {
         selection rows = run(plan.parts[0], among);
         for (std::size_t i = 1; i < plan.parts.size() && rows.count > 0; i++)

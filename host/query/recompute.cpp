@@ -1,7 +1,11 @@
 #include "host/query/recompute.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <fmt/format.h>
+
+#include "host/column/table.h"
 
 namespace host {
 
@@ -18,42 +22,93 @@ int sign(int n) { return n < 0 ? -1 : n > 0 ? 1 : 0; }
 int compare_numbers(std::string_view a, std::string_view b) {
     struct digits {
         bool negative;
-        std::string_view text;
-        std::ptrdiff_t point; // digits before the point
+        std::string text; // without the point
+        long point;       // digits before it, after the exponent has moved it
         explicit digits(std::string_view t) {
+            t = trimmed(t);
             negative = t[0] == '-';
-            text = t.substr(t[0] == '-' || t[0] == '+');
-            point = static_cast<std::ptrdiff_t>(std::min(text.find('.'), text.size()));
+            t = t.substr(t[0] == '-' || t[0] == '+');
+            const std::size_t e = std::min(t.find_first_of("eE"), t.size());
+            point = static_cast<long>(std::min(t.find('.'), e));
+            if (e < t.size())
+                point += std::strtol(std::string(t.substr(e + 1)).c_str(), nullptr, 10);
+            for (const char c : t.substr(0, e))
+                if (c != '.')
+                    text += c;
         }
         // The digit that stands for 10 to the power of `place`.
-        char at(std::ptrdiff_t place) const {
-            const std::ptrdiff_t i = place >= 0 ? point - 1 - place : point - place;
-            return i >= 0 && i < static_cast<std::ptrdiff_t>(text.size()) ? text[static_cast<std::size_t>(i)] : '0';
+        char at(long place) const {
+            const long i = point - 1 - place;
+            return i >= 0 && i < static_cast<long>(text.size()) ? text[static_cast<std::size_t>(i)] : '0';
         }
-        std::ptrdiff_t lowest() const { return point - static_cast<std::ptrdiff_t>(text.size()); }
+        long highest() const { return point - 1 - static_cast<long>(text.find_first_not_of('0')); }
+        long lowest() const { return point - static_cast<long>(text.size()); }
     } x(a), y(b);
-    const bool zero_x = x.text.find_first_of("123456789") == std::string_view::npos;
-    const bool zero_y = y.text.find_first_of("123456789") == std::string_view::npos;
+    const bool zero_x = x.text.find_first_not_of('0') == std::string::npos;
+    const bool zero_y = y.text.find_first_not_of('0') == std::string::npos;
     const int sign_x = zero_x ? 0 : x.negative ? -1 : 1, sign_y = zero_y ? 0 : y.negative ? -1 : 1;
     if (sign_x != sign_y || sign_x == 0)
         return sign(sign_x - sign_y);
-    for (std::ptrdiff_t place = std::max(x.point, y.point); place >= std::min(x.lowest(), y.lowest()); place--)
+    if (x.highest() != y.highest())
+        return x.highest() < y.highest() ? -sign_x : sign_x;
+    for (long place = x.highest(); place >= std::min(x.lowest(), y.lowest()); place--)
         if (x.at(place) != y.at(place))
             return x.at(place) < y.at(place) ? -sign_x : sign_x;
     return 0;
 }
 
-// Every place of a moment, written out, stands at the same position; what a text leaves out is zero.
+// Seconds by the C library's calendar, then the digits of their fractions.
 int compare_moments(std::string_view a, std::string_view b) {
-    const std::string_view midnight = "0000-00-00 00:00:00.";
-    auto at = [&](std::string_view text, std::size_t i) {
-        const char c = i < text.size() ? text[i] : i < midnight.size() ? midnight[i] : '0';
-        return c == 'T' ? ' ' : c;
-    };
-    for (std::size_t i = 0; i < std::max({a.size(), b.size(), midnight.size()}); i++)
-        if (at(a, i) != at(b, i))
-            return at(a, i) < at(b, i) ? -1 : 1;
-    return 0;
+    struct instant {
+        time_t seconds;
+        bool leap; // it is a second that the calendar does not count
+        std::string fraction;
+        explicit instant(std::string_view t) {
+            const std::string text(trimmed(t));
+            auto number = [&](std::size_t at, std::size_t length) {
+                return at < text.size() ? std::atoi(text.substr(at, length).c_str()) : 0;
+            };
+            std::tm when{};
+            when.tm_year = number(0, 4) - 1900;
+            when.tm_mon = number(5, 2) - 1;
+            when.tm_mday = number(8, 2);
+            when.tm_hour = number(11, 2);
+            when.tm_min = number(14, 2);
+            std::size_t zone = 16;
+            if (text.size() > 16 && text[16] == ':') {
+                when.tm_sec = number(17, 2);
+                zone = text.find_first_not_of(".0123456789", 17);
+                fraction =
+                    text.size() > 19 && text[19] == '.' ? text.substr(20, zone == text.npos ? zone : zone - 20) : "";
+            }
+            leap = when.tm_sec == 60;
+            when.tm_sec -= leap;
+            seconds = timegm(&when);
+            zone = zone < text.size() ? text.find_first_of("+-", zone) : text.npos;
+            if (zone != text.npos) {
+                const bool colon = zone + 3 < text.size() && text[zone + 3] == ':';
+                const int ahead = number(zone + 1, 2) * 3600 + number(zone + 3 + colon, 2) * 60;
+                seconds -= text[zone] == '+' ? ahead : -ahead;
+            }
+            while (fraction.ends_with('0'))
+                fraction.pop_back();
+        }
+    } x(a), y(b);
+    if (x.seconds != y.seconds)
+        return x.seconds < y.seconds ? -1 : 1;
+    return x.leap != y.leap ? (x.leap ? 1 : -1) : sign(x.fraction.compare(y.fraction));
+}
+
+truth ordered(comparison op, int order) {
+    switch (op) {
+    case comparison::eq: return truth_of(order == 0);
+    case comparison::ne: return truth_of(order != 0);
+    case comparison::lt: return truth_of(order < 0);
+    case comparison::le: return truth_of(order <= 0);
+    case comparison::gt: return truth_of(order > 0);
+    case comparison::ge: break;
+    }
+    return truth_of(order >= 0);
 }
 
 class evaluator {
@@ -79,14 +134,20 @@ public:
         }
         default: break;
         }
-        const std::string field = row[file_.column(p.column)].value();
-        const bool null =
-            field.empty() || std::find(null_texts_.begin(), null_texts_.end(), field) != null_texts_.end();
+        const std::string field = row[file_.column(p.column.text)].value();
+        const bool null = is_null(field, null_texts_);
         if (p.kind == predicate_kind::is_null)
             return truth_of(null);
         if (null)
             return truth::unknown;
-        auto against = [&](std::size_t i) { return compare_values(types_.at(p.column), field, p.values[i].text); };
+        if (p.kind == predicate_kind::columns) {
+            const std::string other = row[file_.column(p.other.text)].value();
+            if (is_null(other, null_texts_))
+                return truth::unknown;
+            return ordered(
+                p.op, compare_values(common_type(types_.at(p.column.text), types_.at(p.other.text)), field, other));
+        }
+        auto against = [&](std::size_t i) { return compare_values(types_.at(p.column.text), field, p.values[i].text); };
         if (p.kind == predicate_kind::range)
             return truth_of((p.low_open ? against(0) > 0 : against(0) >= 0) &&
                             (p.high_open ? against(1) < 0 : against(1) <= 0));
@@ -96,16 +157,7 @@ public:
                     return truth::yes;
             return truth::no;
         }
-        const int order = against(0);
-        switch (p.op) {
-        case comparison::eq: return truth_of(order == 0);
-        case comparison::ne: return truth_of(order != 0);
-        case comparison::lt: return truth_of(order < 0);
-        case comparison::le: return truth_of(order <= 0);
-        case comparison::gt: return truth_of(order > 0);
-        case comparison::ge: break;
-        }
-        return truth_of(order >= 0);
+        return ordered(p.op, against(0));
     }
 
 private:
@@ -141,34 +193,36 @@ std::vector<ub4> recompute(const csv_file &file, const std::vector<predicate> &a
     return rows;
 }
 
-std::string compare_printed(const csv_file &file, const std::vector<ub4> &rows, const std::vector<std::size_t> &columns,
-                            const std::vector<std::string> &null_texts, std::string_view printed) {
-    csv_reader answer(printed, "the answer");
-    std::vector<csv_field> line;
-    answer.next(line); // the header
-    std::string difference;
-    std::size_t next = 0;
-    ub4 row = 0;
-    file.records([&](const std::vector<csv_field> &fields, const csv_reader &reader) {
-        if (row++ != (next < rows.size() ? rows[next] : 0xffffffff) || !difference.empty())
-            return;
-        next++;
-        if (!answer.next(line) || line.size() != columns.size()) {
-            difference = fmt::format("line {} of the file is not printed whole", reader.line());
-            return;
-        }
-        for (std::size_t c = 0; c < columns.size() && difference.empty(); c++) {
-            std::string expected = fields[columns[c]].value();
-            if (std::find(null_texts.begin(), null_texts.end(), expected) != null_texts.end())
+printed_check::printed_check(const csv_file &file, std::vector<ub4> rows, std::vector<std::size_t> columns,
+                             const std::vector<std::string> &null_texts)
+    : file_(file), rows_(std::move(rows)), columns_(std::move(columns)), null_texts_(null_texts),
+      reader_(file.reader()) {}
+
+std::string printed_check::compare(std::string_view lines) {
+    csv_reader answer(lines, "the answer");
+    while (answer.next(line_)) {
+        if (next_ == rows_.size())
+            return "more rows are printed than there are";
+        do
+            file_.next(reader_, fields_);
+        while (row_++ != rows_[next_]);
+        next_++;
+        if (line_.size() != columns_.size())
+            return fmt::format("line {} of the file is not printed whole", reader_.line());
+        for (std::size_t c = 0; c < columns_.size(); c++) {
+            std::string expected = fields_[columns_[c]].value();
+            if (is_null(expected, null_texts_))
                 expected.clear();
-            if (line[c].value() != expected)
-                difference = fmt::format("line {}, column {}: '{}' is printed where the text has '{}'", reader.line(),
-                                         file.columns()[columns[c]], line[c].value(), expected);
+            if (line_[c].value() != expected)
+                return fmt::format("line {}, column {}: '{}' is printed where the text has '{}'", reader_.line(),
+                                   file_.columns()[columns_[c]], line_[c].value(), expected);
         }
-    });
-    if (difference.empty() && answer.next(line))
-        difference = "more rows are printed than there are";
-    return difference;
+    }
+    return "";
+}
+
+std::string printed_check::finish() const {
+    return next_ == rows_.size() ? "" : fmt::format("{} of {} rows are printed", next_, rows_.size());
 }
 
 } // namespace host

@@ -13,15 +13,33 @@
 
 namespace host {
 
-// Numbers of the rows for which all predicates are true. `types` names the type of each column that they name; a field
-// is null if it is empty or one of null_texts.
+// Numbers of the rows for which all predicates, resolved, are true. `types` names the type of each column that they
+// name; a field is null if it is empty or one of null_texts.
 std::vector<ub4> recompute(const csv_file &file, const std::vector<predicate> &all,
                            const std::map<std::string, value_type> &types, const std::vector<std::string> &null_texts);
 
-// Compares a printed answer, header and lines of CSV, with the text of the file: its lines must be these rows with
-// these columns, nulls printed as empty fields. Returns what differs first, or an empty text.
-std::string compare_printed(const csv_file &file, const std::vector<ub4> &rows, const std::vector<std::size_t> &columns,
-                            const std::vector<std::string> &null_texts, std::string_view printed);
+// Compares printed rows with the text of the file, as they are printed: these rows, and of each these columns, nulls
+// being empty fields.
+class printed_check {
+public:
+    printed_check(const csv_file &, std::vector<ub4> rows, std::vector<std::size_t> columns,
+                  const std::vector<std::string> &null_texts);
+
+    // The next lines of the answer, the header not among them. Returns what differs first, or an empty text.
+    std::string compare(std::string_view lines);
+    // Behind the last lines: the same if rows are missing.
+    std::string finish() const;
+
+private:
+    const csv_file &file_;
+    std::vector<ub4> rows_;
+    std::vector<std::size_t> columns_;
+    const std::vector<std::string> &null_texts_;
+    csv_reader reader_;
+    std::size_t next_ = 0; // of rows_
+    ub4 row_ = 0;          // of the file
+    std::vector<csv_field> fields_, line_;
+};
 
 // Below, at or above zero as a's value is below, equal to or above b's. Both must be values of the type.
 int compare_values(value_type, std::string_view a, std::string_view b);

@@ -1,0 +1,48 @@
+// A CSV file with some of its columns encoded.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/column/column.h"
+#include "host/column/csv.h"
+
+namespace host {
+
+// The form that a column is to have, by its name; of the name "" for all others. Where that is nothing, or there is no
+// entry at all, it is chosen.
+using forms = std::map<std::string, std::optional<column_form>>;
+
+struct read_options {
+    forms form_of;
+    std::vector<std::string> null_texts;       // fields that are null besides the empty one, spaces around them or not
+    std::map<std::string, value_type> type_of; // of columns whose type is not to be found from their values
+    // Told now and then how many bytes of the file are behind us; may be empty.
+    std::function<void(std::size_t done, std::size_t all)> progress;
+};
+
+class table {
+public:
+    static constexpr ub4 most_rows = 0xfffffffe; // row numbers are 32 bits wide
+
+    table(const csv_file &file, const std::vector<std::size_t> &columns, const read_options &options);
+
+    const csv_file &file() const { return file_; }
+    ub4 rows() const { return rows_; }
+    // Null for a column that was not asked for.
+    column *encoded(std::size_t number) const { return columns_[number].get(); }
+
+private:
+    const csv_file &file_;
+    ub4 rows_ = 0;
+    std::vector<std::unique_ptr<column>> columns_;
+};
+
+// Is the field null: empty, or one of these texts?
+bool is_null(std::string_view value, const std::vector<std::string> &null_texts);
+
+} // namespace host
