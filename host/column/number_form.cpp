@@ -251,6 +251,16 @@ stored_number number_form::store(std::string_view text) const {
             static_cast<ub1>(zone == zones_.end() ? 0 : zone - zones_.begin())};
 }
 
+// Common units are 10 to the power of -18, or microseconds.
+sb8 number_form::unit() const {
+    switch (type_) {
+    case value_type::date: return 24ll * 3600 * 1000000;
+    case value_type::date_time:
+        return has_seconds_ ? 1000000 / power_of_ten(decimals_) : 60ll * 1000000;
+    default: return power_of_ten(most_decimals) / power_of_ten(decimals_);
+    }
+}
+
 std::string number_form::text(stored_number n) const {
     sb8 value = static_cast<sb8>(n.code + static_cast<ub8>(base_));
     switch (type_) {

@@ -46,13 +46,14 @@ public:
     const std::vector<std::string> &zones() const { return zones_; }
     bool is_zoned() const { return !zones_.empty(); }
 
-    // The code of this form for a code of another form of the same kind, if its value has one here.
-    bool same_unit(const number_form &other) const {
-        return type_ == other.type_ && decimals_ == other.decimals_ && has_seconds_ == other.has_seconds_;
-    }
-    sb8 smallest_value() const { return base_; } // in units; code 0
+    // A code's value in units; two forms with the same unit compare by these.
+    sb8 value(ub8 code) const { return static_cast<sb8>(code + static_cast<ub8>(base_)); }
+    bool has_unit_of(const number_form &other) const { return type_ == other.type_ && unit() == other.unit(); }
+    // The value in units that all numbers share, or that all dates and times do.
+    __int128 common_value(ub8 code) const { return static_cast<__int128>(value(code)) * unit(); }
 
 private:
+    sb8 unit() const; // in common units
     struct parsed;
     parsed parse(std::string_view text) const;
     parsed parse_number(std::string_view text) const;
