@@ -7,6 +7,7 @@
 #include "frame/dispatch_table.h"
 #include "frame/processor.h"
 #include "frame/tavo_status.h"
+#include "scan/row_operations.h"
 
 extern "C" {
 ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
@@ -74,9 +75,12 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(lbiwvrun);
     OPERATION(lbiwvruns);
     OPERATION(prefix_decode);
+    OPERATION(eq_stream);
+    OPERATION(selective);
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);
+    OPERATION(lookup_and_compare);
 #undef OPERATION
     return ctx;
 }

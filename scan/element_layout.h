@@ -35,21 +35,21 @@ inline const ub1 *load_address(const void *p) noexcept {
 // Bytes of an element of a TAVO_FIXED column.
 inline unsigned fixed_element_bytes(const tavo_enc_ctx *enc) noexcept { return (enc->width_bits & 0xff) / 8; }
 
-// ---- Reading by row ----
+// ---- Reading by row: `column` is the plain data of the vector ----
 
 struct fixed_elements {
     const ub1 *data;
     unsigned bytes;
 
-    explicit fixed_elements(const tavo_vec *vec) noexcept
-        : data(static_cast<const ub1 *>(vec->data)), bytes(fixed_element_bytes(vec->enc)) {}
+    fixed_elements(const tavo_vec *vec, const ub1 *column) noexcept
+        : data(column), bytes(fixed_element_bytes(vec->enc)) {}
     [[gnu::always_inline]] element operator()(ub8 row) const noexcept { return {data + row * bytes, bytes}; }
 };
 struct lp_elements {
     static constexpr unsigned record_bytes = 10;
     const ub1 *data;
 
-    explicit lp_elements(const tavo_vec *vec) noexcept : data(static_cast<const ub1 *>(vec->data)) {}
+    lp_elements(const tavo_vec *, const ub1 *column) noexcept : data(column) {}
     [[gnu::always_inline]] element operator()(ub8 row) const noexcept {
         const ub1 *record = data + row * record_bytes;
         return {load_address(record + 2), load_ub2(record)};
@@ -58,21 +58,21 @@ struct lp_elements {
 struct lp_sep_elements {
     const ub1 *data, *lengths;
 
-    explicit lp_sep_elements(const tavo_vec *vec) noexcept
-        : data(static_cast<const ub1 *>(vec->data)), lengths(reinterpret_cast<const ub1 *>(vec->lengths)) {}
+    lp_sep_elements(const tavo_vec *vec, const ub1 *column) noexcept
+        : data(column), lengths(reinterpret_cast<const ub1 *>(vec->lengths)) {}
     [[gnu::always_inline]] element operator()(ub8 row) const noexcept {
         return {load_address(data + row * 8), load_ub2(lengths + row * 2)};
     }
 };
 
-// ---- Walking ----
+// ---- Walking, from a byte offset of the data on ----
 
 // size(): what the element of a row takes in data, its length field included. next() steps over it.
 struct lv_cursor {
     static constexpr unsigned head_bytes = 2;
     const ub1 *position;
 
-    lv_cursor(const tavo_vec *vec, const ub1 *data, ub8 offset) noexcept : position(data + offset) { (void)vec; }
+    lv_cursor(const tavo_vec *, const ub1 *column, ub8 offset) noexcept : position(column + offset) {}
     [[gnu::always_inline]] ub4 size(ub8) const noexcept { return 2u + load_ub2(position); }
     [[gnu::always_inline]] element at(ub8) const noexcept { return {position + 2, load_ub2(position)}; }
     [[gnu::always_inline]] void next(ub8 row) noexcept { position += size(row); }
@@ -81,8 +81,8 @@ struct lv_sep_cursor {
     static constexpr unsigned head_bytes = 0;
     const ub1 *position, *lengths;
 
-    lv_sep_cursor(const tavo_vec *vec, const ub1 *data, ub8 offset) noexcept
-        : position(data + offset), lengths(reinterpret_cast<const ub1 *>(vec->lengths)) {}
+    lv_sep_cursor(const tavo_vec *vec, const ub1 *column, ub8 offset) noexcept
+        : position(column + offset), lengths(reinterpret_cast<const ub1 *>(vec->lengths)) {}
     [[gnu::always_inline]] ub4 size(ub8 row) const noexcept { return load_ub2(lengths + 2 * row); }
     [[gnu::always_inline]] element at(ub8 row) const noexcept { return {position, size(row)}; }
     [[gnu::always_inline]] void next(ub8 row) noexcept { position += size(row); }
