@@ -39,7 +39,7 @@ ask() {
     local status=0
     show query "$@" --explain --check
     asked=$((asked + 1))
-    build/library/host/tavo query "$@" --explain --check </dev/null | tee "$answer" || status=$?
+    build/library/host/tavo query "$@" --explain --check </dev/null 2>&1 | tee "$answer" || status=$?
     if [ "$status" -eq 0 ] && grep -q '^check: .* agrees$' "$answer"; then
         agreed=$((agreed + 1))
     else

@@ -9,6 +9,7 @@
 #include "portable/convert.h"
 #include "portable/from_simde.h"
 #include "portable/fused.h"
+#include "portable/half.h"
 #include "portable/masked.h"
 #include "portable/memory.h"
 #include "portable/permute.h"

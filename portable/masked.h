@@ -71,3 +71,13 @@ TAVO_MASKED(_mm, __m128i, __m128, __m128d)
 #undef TAVO_MASKED_MOVES
 #undef TAVO_MASKED_SET1
 #undef TAVO_MASKED
+
+// The sign cleared, of a NaN too.
+inline __m512 _mm512_abs_ps(__m512 v) {
+    const auto of = tavo::portable::lanes<std::uint32_t>(v);
+    return tavo::portable::from_lanes<__m512, std::uint32_t>([&](unsigned i) { return of[i] & 0x7fffffff; });
+}
+inline __m512d _mm512_abs_pd(__m512d v) {
+    const auto of = tavo::portable::lanes<std::uint64_t>(v);
+    return tavo::portable::from_lanes<__m512d, std::uint64_t>([&](unsigned i) { return of[i] & ~0ull >> 1; });
+}

@@ -34,8 +34,8 @@ column::column(std::string name, dictionary dict, block<ub4> codes, std::optiona
         return;
     }
     block<ub1> packed = pack_in_place(std::move(codes), width_);
-    if (!form || form == column_form::spak) {
-        const std::span<const ub1> plain(packed.data(), plain_bytes_);
+    const std::span<const ub1> plain(packed.data(), plain_bytes_);
+    if (form == column_form::spak || (!form && spak_may_pay(plain))) {
         const spak_dictionary symbols = spak_train(plain);
         // Training goes by samples, so the stream itself has the last word.
         if (form || symbols.expected_bytes * 4 <= plain_bytes_ * 3) {

@@ -9,9 +9,7 @@
 
 namespace host {
 
-std::string_view csv_field::value(std::string &made) const {
-    if (!doubled)
-        return text;
+std::string_view csv_field::make_value(std::string &made) const {
     made = text;
     std::size_t to = 0;
     for (std::size_t from = 0; from < text.size(); from++) {
@@ -111,28 +109,10 @@ bool csv_reader::next(std::vector<csv_field> &fields) {
     return true;
 }
 
-csv_field field_at(std::string_view text, std::size_t place, char delimiter) {
-    const char *const end = text.data() + text.size(), *const begin = text.data() + place, *c = begin;
-    if (c < end && *c == '"') {
-        bool doubled = false;
-        for (c++; c < end; c++)
-            if (*c == '"') {
-                if (c + 1 == end || c[1] != '"')
-                    break;
-                doubled = true;
-                c++;
-            }
-        return {{begin + 1, static_cast<std::size_t>(c - begin - 1)}, doubled, true};
-    }
-    while (c < end && *c != delimiter && *c != '\n' && (*c != '\r' || (c + 1 < end && c[1] != '\n')))
-        c++;
-    return {{begin, static_cast<std::size_t>(c - begin)}};
-}
-
 char find_delimiter(std::string_view text) {
     constexpr std::size_t records = 20, bytes = 1 << 16;
-    char found = ',';
-    std::size_t most = 1;
+    char found = ',', in_first = ',';
+    std::size_t most = 1, most_in_first = 1;
     for (const char delimiter : {',', ';', '\t', '|'}) {
         std::size_t fields = 0;
         try {
@@ -144,6 +124,10 @@ char find_delimiter(std::string_view text) {
                 if (i > 0 && record.size() != fields)
                     throw error("not the same number of fields");
                 fields = record.size();
+                if (i == 0 && fields > most_in_first) {
+                    in_first = delimiter;
+                    most_in_first = fields;
+                }
             }
         } catch (const error &) {
             continue;
@@ -152,10 +136,10 @@ char find_delimiter(std::string_view text) {
             found = delimiter;
             most = fields;
         }
-        if (delimiter == ',' && fields > 1)
+        if (delimiter == ',' && most_in_first > 1 && fields == most_in_first)
             break;
     }
-    return found;
+    return most > 1 ? found : in_first;
 }
 
 namespace {

@@ -20,7 +20,10 @@ struct csv_field {
 
     std::string value() const; // with doubled quotes made single
     // The same without a copy where it can be: `made` holds the text if it had to be made.
-    std::string_view value(std::string &made) const;
+    std::string_view value(std::string &made) const { return doubled ? make_value(made) : text; }
+
+private:
+    std::string_view make_value(std::string &made) const;
 };
 
 class csv_reader {
@@ -50,7 +53,23 @@ private:
 };
 
 // The field of a text that begins at a place where a reader has found one.
-csv_field field_at(std::string_view text, std::size_t place, char delimiter);
+inline csv_field field_at(std::string_view text, std::size_t place, char delimiter) {
+    const char *const end = text.data() + text.size(), *const begin = text.data() + place, *c = begin;
+    if (c < end && *c == '"') {
+        bool doubled = false;
+        for (c++; c < end; c++)
+            if (*c == '"') {
+                if (c + 1 == end || c[1] != '"')
+                    break;
+                doubled = true;
+                c++;
+            }
+        return {{begin + 1, static_cast<std::size_t>(c - begin - 1)}, doubled, true};
+    }
+    while (c < end && *c != delimiter && *c != '\n' && (*c != '\r' || (c + 1 < end && c[1] != '\n')))
+        c++;
+    return {{begin, static_cast<std::size_t>(c - begin)}};
+}
 
 struct csv_options {
     char delimiter = 0; // found from the first records if 0: a comma, semicolon, tab or bar
@@ -107,7 +126,8 @@ private:
 };
 
 // The character that separates the fields of a text, judged by its first records: a comma if they have one number of
-// fields by it, at least two; else the one of ; tab | that makes most fields of each; else a comma.
+// fields by it, at least two; else the one of ; tab | that makes most fields of each. If none of them does so, as in a
+// file with a faulty record, the one that makes most of the first record.
 char find_delimiter(std::string_view text);
 
 // Appends a field to a line of output, in quotes where CSV needs them.

@@ -7,8 +7,8 @@
 
 namespace host {
 
-// Memory of `bytes` (not zero) with what `old` holds, up to the smaller size; `old`, of old_bytes, is released. `old` may
-// be null. Throws std::bad_alloc, and `old` stays as it was.
+// Memory of `bytes` (not zero) with what `old` holds, up to the smaller size; `old`, of old_bytes, is released. `old`
+// may be null. Throws std::bad_alloc, and `old` stays as it was.
 void *resized_memory(void *old, std::size_t old_bytes, std::size_t bytes);
 void release_memory(void *memory, std::size_t bytes) noexcept;
 

@@ -95,8 +95,8 @@ samples samples_of(std::span<const ub1> plain) {
 // Greedy training: cut the sample by the symbols so far; each symbol used, and each two used side by side joined to
 // one, is a candidate worth the codes that it saves; the best ones are the next round's symbols. The single bytes stay,
 // so that everything can be cut.
-std::vector<symbol> train(std::span<const ub1> sample, const std::vector<symbol> &single_bytes, std::size_t room) {
-    constexpr unsigned rounds = 8;
+std::vector<symbol> train(std::span<const ub1> sample, const std::vector<symbol> &single_bytes, std::size_t room,
+                          unsigned rounds) {
     std::vector<symbol> symbols = single_bytes;
     for (unsigned round = 0; round < rounds && symbols.size() + 1 <= room; round++) {
         const symbol_set set(symbols);
@@ -143,9 +143,9 @@ void put_big_endian(std::vector<ub1> &bytes, ub8 value, unsigned length) {
         bytes.push_back(static_cast<ub1>(value >> 8 * length));
 }
 
-} // namespace
-
-spak_dictionary spak_train(std::span<const ub1> plain) {
+// The bytes that occur, as symbols. Streams of fewer than five symbols have codes of less than three bits, which
+// decoders read by value only near the end of a stream: filled up with symbols that no code names.
+std::vector<symbol> bytes_of(std::span<const ub1> plain) {
     std::array<bool, 256> occurs{};
     for (const ub1 byte : plain)
         occurs[byte] = true;
@@ -153,25 +153,42 @@ spak_dictionary spak_train(std::span<const ub1> plain) {
     for (unsigned byte = 0; byte < 256; byte++)
         if (occurs[byte])
             single_bytes.push_back({byte, 1});
-    // Streams of fewer than five symbols have codes of less than three bits, which decoders read by value only near the
-    // end of a stream: filled up with symbols that no code names.
     while (single_bytes.size() < 5)
         single_bytes.push_back({0, 1});
+    return single_bytes;
+}
 
+// Of a stream with these symbols for so many times the sample.
+ub8 bits_of(std::span<const ub1> sample, const std::vector<symbol> &symbols, double scale) {
+    ub8 codes = 0, dictionary_bits = 8 * 22;
+    symbol_set(symbols).cut(sample, [&](ub4) { codes++; });
+    for (const symbol &s : symbols)
+        dictionary_bits += 4 + 8 * s.length;
+    return static_cast<ub8>(static_cast<double>(dictionary_bits) +
+                            static_cast<double>(codes) * code_width(symbols.size()) * scale);
+}
+
+} // namespace
+
+bool spak_may_pay(std::span<const ub1> plain) {
+    constexpr unsigned rounds = 2; // symbols of up to four bytes
+    const samples sample = samples_of(plain);
+    const std::vector<symbol> single_bytes = bytes_of(plain);
+    return bits_of(sample.judging, train(sample.training, single_bytes, 1u << widest_code, rounds), 1) <
+           8 * sample.judging.size();
+}
+
+spak_dictionary spak_train(std::span<const ub1> plain) {
+    constexpr unsigned rounds = 8;
+    const std::vector<symbol> single_bytes = bytes_of(plain);
     // The number of symbols that makes the judging pieces smallest, the dictionary counted in its proportion.
     const samples sample = samples_of(plain);
+    const double scale =
+        plain.empty() ? 1 : static_cast<double>(plain.size()) / static_cast<double>(sample.judging.size());
     spak_dictionary best;
     for (unsigned width = std::max(narrowest_code, code_width(single_bytes.size())); width <= widest_code; width++) {
-        std::vector<symbol> trained = train(sample.training, single_bytes, 1u << width);
-        ub8 codes = 0, dictionary_bits = 8 * 22;
-        symbol_set(trained).cut(sample.judging, [&](ub4) { codes++; });
-        for (const symbol &s : trained)
-            dictionary_bits += 4 + 8 * s.length;
-        const double scale =
-            plain.empty() ? 1 : static_cast<double>(plain.size()) / static_cast<double>(sample.judging.size());
-        const double bits =
-            static_cast<double>(dictionary_bits) + static_cast<double>(codes) * code_width(trained.size()) * scale;
-        const ub8 bytes = static_cast<ub8>(bits / 8);
+        std::vector<symbol> trained = train(sample.training, single_bytes, 1u << width, rounds);
+        const ub8 bytes = bits_of(sample.judging, trained, scale) / 8;
         if (best.symbols.empty() || bytes < best.expected_bytes)
             best = {std::move(trained), bytes};
     }

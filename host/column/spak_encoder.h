@@ -33,6 +33,9 @@ struct spak_dictionary {
 // A dictionary for these bytes, from a sample of them; every byte that occurs in them is a symbol.
 spak_dictionary spak_train(std::span<const ub1> plain);
 
+// Judged by a training that is short and by a sample: is it worth the while to train for these bytes?
+bool spak_may_pay(std::span<const ub1> plain);
+
 struct spak_stream {
     block<ub1> bytes; // the stream, followed by readable_behind zero bytes
     ub8 size = 0;     // of the stream alone

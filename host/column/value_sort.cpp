@@ -9,8 +9,8 @@ namespace host {
 
 namespace {
 
-constexpr std::size_t piece = 16384;   // numbers whose records fit the second-level cache
-constexpr std::size_t few = 256;       // below this, comparisons are faster than counting
+constexpr std::size_t piece = 16384; // numbers whose records fit the second-level cache
+constexpr std::size_t few = 256;     // below this, comparisons are faster than counting
 constexpr std::size_t most_splitters = 1023, samples_a_splitter = 8;
 
 // The eight bytes of a text from `depth` on, zero behind its end, as a number that compares like them.

@@ -262,25 +262,6 @@ std::optional<std::string> sort_key(value_type type, std::string_view text) {
     return key;
 }
 
-std::uint64_t short_integer_key(std::string_view text) {
-    if (text.empty() || text.size() > 14 || text[0] == '0')
-        return 0;
-    std::uint64_t key = 0xc0 + text.size();
-    unsigned bytes = 1, digit = 0;
-    std::size_t end = text.size();
-    while (end > 0 && text[end - 1] == '0')
-        end--;
-    for (std::size_t i = 0; i < text.size(); i++)
-        if (!is_digit(text[i]))
-            return 0;
-    for (std::size_t i = 0; i < end; i += 2, bytes++) {
-        digit = static_cast<unsigned>(text[i] - '0') * 10;
-        digit += i + 1 < end ? static_cast<unsigned>(text[i + 1] - '0') : 0;
-        key = key << 8 | (digit + 1);
-    }
-    return key << (8 - bytes) * 8;
-}
-
 void found_type::see(std::string_view value, std::size_t line) {
     if (any_ && type_ == value_type::text)
         return;

@@ -42,7 +42,23 @@ bool make_sort_key(value_type, std::string_view text, std::string &key);
 
 // The first eight bytes of the sort key of an integer of at most 14 digits without sign, spaces and zeros at its front,
 // zero behind the key's end, as a number that compares like them; 0 for any other text.
-std::uint64_t short_integer_key(std::string_view text);
+inline std::uint64_t short_integer_key(std::string_view text) {
+    if (text.empty() || text.size() > 14 || text[0] == '0')
+        return 0;
+    // Two digits a byte from 1 on; the zeros at the end are not part of a key.
+    std::uint64_t key = 0xc0 + text.size();
+    std::size_t end = 0;
+    for (std::size_t i = 0; i < text.size(); i++) {
+        const unsigned digit = static_cast<unsigned char>(text[i]) - unsigned{'0'};
+        if (digit > 9)
+            return 0;
+        end = digit != 0 ? i + 1 : end;
+        key = i % 2 == 0 ? key << 8 | (digit * 10 + 1) : key + digit;
+    }
+    const std::size_t pairs = (text.size() + 1) / 2, kept = (end + 1) / 2;
+    key >>= (pairs - kept) * 8;
+    return key << (7 - kept) * 8;
+}
 
 // The type of a column, taken from its values one by one, and which value made it what it is.
 class found_type {

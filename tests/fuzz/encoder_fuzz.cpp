@@ -12,11 +12,11 @@
 #include "decode/rle_expand.h"
 #include "decode/spak.h"
 #include "frame/tavo_status.h"
-#include "host/column/column.h"
 #include "host/column/packing.h"
 #include "host/column/run_length.h"
 #include "host/column/spak_encoder.h"
 #include "host/column/symbol_table.h"
+#include "host/column/table.h"
 #include "host/error.h"
 #include "tests/kit/guarded.h"
 

@@ -11,15 +11,16 @@ std::string shape(const host::predicate &p) {
     static const char *ops[] = {"=", "<>", "<", "<=", ">", ">="};
     std::string s;
     switch (p.kind) {
-    case host::predicate_kind::compare: return p.column + ops[static_cast<int>(p.op)] + p.values[0].text;
-    case host::predicate_kind::is_null: return p.column + "?";
+    case host::predicate_kind::compare: return p.column.text + ops[static_cast<int>(p.op)] + p.values[0].text;
+    case host::predicate_kind::columns: return p.column.text + ops[static_cast<int>(p.op)] + "[" + p.other.text + "]";
+    case host::predicate_kind::is_null: return p.column.text + "?";
     case host::predicate_kind::range:
-        return p.column + (p.low_open ? "(" : "[") + p.values[0].text + "," + p.values[1].text +
+        return p.column.text + (p.low_open ? "(" : "[") + p.values[0].text + "," + p.values[1].text +
                (p.high_open ? ")" : "]");
     case host::predicate_kind::in:
         for (const auto &value : p.values)
             s += (s.empty() ? "" : ",") + value.text;
-        return p.column + "{" + s + "}";
+        return p.column.text + "{" + s + "}";
     case host::predicate_kind::not_: return "!" + shape(p.operands[0]);
     case host::predicate_kind::and_: s = "&"; break;
     case host::predicate_kind::or_: s = "|"; break;
@@ -50,6 +51,36 @@ TEST(Predicate, Conditions) {
     EXPECT_EQ(shape("a = ''"), "a=");
 }
 
+TEST(Predicate, KeywordsAreValuesWhereOnlyValuesStand) {
+    EXPECT_EQ(shape("state = OR"), "state=OR");
+    EXPECT_EQ(shape("state = or or state = IN"), "|(state=or state=IN)");
+    EXPECT_EQ(shape("(state = OR) and a = 1"), "&(state=OR a=1)");
+    EXPECT_EQ(shape("state in (OR, IN, not)"), "state{OR,IN,not}");
+    EXPECT_EQ(shape("state between in and or"), "state[in,or]");
+}
+
+TEST(Predicate, ColumnsAreFound) {
+    const host::csv_file file("t.csv", "delay,City,name,city,60\n1,2,3,4,5\n");
+    const auto resolved = [&](const char *text) {
+        host::predicate p = host::parse_predicate(text);
+        host::resolve(p, file);
+        return shape(p);
+    };
+    EXPECT_EQ(resolved("60 < delay"), "60<[delay]") << "a column may be called 60";
+    EXPECT_EQ(resolved("61 < DELAY"), "delay>61");
+    EXPECT_EQ(resolved("'60' >= delay"), "delay<=60");
+    EXPECT_EQ(resolved("'x' = \"Delay\""), "delay=x");
+    EXPECT_EQ(resolved("name = city"), "name=[city]");
+    EXPECT_EQ(resolved("name = 'city'"), "name=city");
+    EXPECT_EQ(resolved("name = CITY"), "name=CITY") << "two columns are called that";
+    EXPECT_EQ(resolved("name = Delay"), "name=Delay") << "a text, unless it is written as the column is";
+    EXPECT_EQ(resolved("not (name is null or 1 < Name < 2)"), "!|(name? name(1,2))");
+    EXPECT_THROW(resolved("name between city and z"), host::error);
+    EXPECT_THROW(resolved("nam = 1"), host::error);
+    EXPECT_THROW(resolved("1 < dely"), host::error);
+    EXPECT_THROW(resolved("'a' = 'b'"), host::error);
+}
+
 TEST(Predicate, BindingAndGrouping) {
     EXPECT_EQ(shape("a=1 or b=2 and not c=3"), "|(a=1 &(b=2 !c=3))");
     EXPECT_EQ(shape("(a=1 or b=2) and c=3 and d=4"), "&(|(a=1 b=2) c=3 d=4)");
@@ -78,8 +109,14 @@ TEST(Predicate, ErrorsMarkThePlace) {
         {"a in ()", 6, "a value"},
         {"a = 'x", 4, "never closed"},
         {"a = null", 4, "is null"},
-        {"a = \"b\"", 4, "single quotes"},
-        {"'a' = 1", 0, "a column"},
+        {"a in (\"b\")", 6, "single quotes"},
+        {"'a' is null", 0, "a column"},
+        {"a == 1", 2, "'==' is written '='"},
+        {"a => 1", 2, "'=>' is written '>='"},
+        {"a =< 1", 2, "'=<' is written '<='"},
+        {"a = 1 && b = 2", 6, "'&&' is written 'and'"},
+        {"a > and b = 2", 4, "'and' has a meaning here"},
+        {"a in (or 1)", 6, "'or' has a meaning here"},
         {"1 < a > 2", 6, "both sides"},
         {"a is nul", 5, "expected 'null'"},
         {"a not 5", 6, "'between' or 'in'"},
