@@ -13,6 +13,7 @@
 #include <string.h>
 
 #include "frame/tavo_vec.h"
+#include "portable/intrinsics.h"
 
 namespace tavo {
 
@@ -76,6 +77,15 @@ struct lv_cursor {
     [[gnu::always_inline]] ub4 size(ub8) const noexcept { return 2u + load_ub2(position); }
     [[gnu::always_inline]] element at(ub8) const noexcept { return {position + 2, load_ub2(position)}; }
     [[gnu::always_inline]] void next(ub8 row) noexcept { position += size(row); }
+    // Over n elements: one length leads to the next, two at a time.
+    [[gnu::always_inline]] void skip(ub8 row, ub4 n) noexcept {
+        for (; n >= 2; n -= 2) {
+            next(row);
+            next(row);
+        }
+        if (n != 0)
+            next(row);
+    }
 };
 struct lv_sep_cursor {
     static constexpr unsigned head_bytes = 0;
@@ -86,34 +96,40 @@ struct lv_sep_cursor {
     [[gnu::always_inline]] ub4 size(ub8 row) const noexcept { return load_ub2(lengths + 2 * row); }
     [[gnu::always_inline]] element at(ub8 row) const noexcept { return {position, size(row)}; }
     [[gnu::always_inline]] void next(ub8 row) noexcept { position += size(row); }
+    // Over n elements: the sum of their lengths, thirty-two at a time.
+    [[gnu::always_inline]] void skip(ub8 row, ub4 n) noexcept {
+        if (n == 0)
+            return;
+        const ub1 *p = lengths + 2 * row;
+        const __m512i low = _mm512_set1_epi32(0xffff);
+        __m512i sums_u32x16 = _mm512_setzero_si512();
+        const auto add = [&](__m512i lengths_u16x32) {
+            sums_u32x16 = _mm512_add_epi32(sums_u32x16, _mm512_add_epi32(_mm512_and_si512(lengths_u16x32, low),
+                                                                         _mm512_srli_epi32(lengths_u16x32, 16)));
+        };
+        ub8 total = 0;
+        for (; n > 32; n -= 32, p += 64) {
+            add(_mm512_loadu_si512(p));
+            if (n % (1u << 15) < 32) { // before a sum can wrap
+                total += static_cast<ub4>(_mm512_reduce_add_epi32(sums_u32x16));
+                sums_u32x16 = _mm512_setzero_si512();
+            }
+        }
+        add(_mm512_maskz_loadu_epi16(_bzhi_u32(~0u, n), p));
+        position += total + static_cast<ub4>(_mm512_reduce_add_epi32(sums_u32x16));
+    }
 };
 
 // ---- Writing ----
 
-// Copies exactly `bytes` bytes; short ones without a call. Nothing outside source and target is touched.
+// Copies exactly `bytes` bytes, up to 64 of them without a branch. Nothing outside source and target is touched.
 [[gnu::always_inline]] inline void copy_bytes(ub1 *to, const ub1 *from, ub4 bytes) noexcept {
-    // Two copies that meet or overlap in the middle.
-    const auto ends = [&]<class T>(T first, T last) {
-        memcpy(&first, from, sizeof first);
-        memcpy(&last, from + bytes - sizeof last, sizeof last);
-        memcpy(to, &first, sizeof first);
-        memcpy(to + bytes - sizeof last, &last, sizeof last);
-    };
-    struct sixteen {
-        ub8 halves[2];
-    };
-    if (bytes > 32)
+    if (bytes <= 64) [[likely]] {
+        const __mmask64 there = _bzhi_u64(~0ull, bytes);
+        _mm512_mask_storeu_epi8(to, there, _mm512_maskz_loadu_epi8(there, from));
+    } else {
         memcpy(to, from, bytes);
-    else if (bytes >= 16)
-        ends(sixteen{}, sixteen{});
-    else if (bytes >= 8)
-        ends(ub8{}, ub8{});
-    else if (bytes >= 4)
-        ends(ub4{}, ub4{});
-    else if (bytes >= 2)
-        ends(ub2{}, ub2{});
-    else if (bytes == 1)
-        *to = *from;
+    }
 }
 
 [[gnu::always_inline]] inline void put_lp(ub1 *data, ub8 row, element e) noexcept {

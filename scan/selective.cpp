@@ -102,13 +102,24 @@ struct walk_output {
     [[gnu::always_inline]] bool takes(ub4 size) const noexcept {
         return written < capacity && byte_capacity - bytes >= size;
     }
-    [[gnu::always_inline]] void put(element e) noexcept {
-        if constexpr (Cursor::head_bytes != 0)
-            to = put_lv(to, e);
+    // The element at the cursor, whose data goes over as it stands.
+    [[gnu::always_inline]] void put(const Cursor &cursor, ub8 row) noexcept { put_if(true, cursor, row); }
+    // The same, or nothing, without a branch on which.
+    [[gnu::always_inline]] void put_if(bool selected, const Cursor &cursor, ub8 row) noexcept {
+        const ub4 size = selected ? cursor.size(row) : 0;
+        // A whole register where there is room for it: masked stores of bytes are slow. What it writes too much of is
+        // free room of the output.
+        if (size <= 64 && byte_capacity - bytes >= 64) [[likely]]
+            _mm512_storeu_si512(to + bytes, _mm512_maskz_loadu_epi8(_bzhi_u64(~0ull, size), cursor.position));
         else
-            to = put_lv_sep(to, lengths, written, e);
-        written++;
-        bytes += Cursor::head_bytes + e.length;
+            copy_bytes(to + bytes, cursor.position, size);
+        if constexpr (Cursor::head_bytes == 0) {
+            const auto length = static_cast<ub2>(size);
+            if (written < capacity) [[likely]]
+                memcpy(lengths + 2 * static_cast<ub8>(written), &length, sizeof length);
+        }
+        written += selected;
+        bytes += size;
     }
     ub4 finish(tavo_vec *dst, tavo_env *env, ub4 reached, ub8 offset, ub4 status) const noexcept {
         env->resume_row = reached;
@@ -126,13 +137,30 @@ ub4 select_walked_by_bits(tavo_vec *dst, const tavo_vec *src, const ub1 *data, t
     const auto offset = [&] { return static_cast<ub8>(cursor.position - data); };
     const ub4 size = TAVO_VEC_SIZE(src);
     ub4 row = env->resume_row;
-    for (; row < size; row++) {
-        if ((env->sel_bits[row / 64] >> row % 64 & 1) != 0) {
-            if (!out.takes(cursor.size(row)))
-                return out.finish(dst, env, row, offset(), TAVO_OUTPUT_FULL);
-            out.put(cursor.at(row));
+    while (row < size) {
+        const ub4 rows = size - row < 64 - row % 64 ? size - row : 64 - row % 64; // of this word of the selection
+        ub8 selected = _bzhi_u64(env->sel_bits[row / 64] >> row % 64, rows);
+        const ub4 end = row + rows;
+        if (__builtin_popcountll(selected) >= 12) {
+            // So many that to guess each row's fate costs more than to move the bytes of none.
+            for (; row < end; row++, selected >>= 1) {
+                if ((selected & 1) > out.takes(cursor.size(row))) [[unlikely]]
+                    return out.finish(dst, env, row, offset(), TAVO_OUTPUT_FULL);
+                out.put_if((selected & 1) != 0, cursor, row);
+                cursor.next(row);
+            }
+        } else {
+            for (ub4 at = row; selected != 0; selected &= selected - 1) {
+                const ub4 next = at + static_cast<ub4>(_tzcnt_u64(selected));
+                cursor.skip(row, next - row);
+                row = next;
+                if (!out.takes(cursor.size(row)))
+                    return out.finish(dst, env, row, offset(), TAVO_OUTPUT_FULL);
+                out.put(cursor, row);
+            }
+            cursor.skip(row, end - row);
+            row = end;
         }
-        cursor.next(row);
     }
     return out.finish(dst, env, row, offset(), TAVO_DONE);
 }
@@ -150,15 +178,13 @@ ub4 select_walked_by_list(tavo_vec *dst, const tavo_vec *src, const ub1 *data, t
         const ub4 wanted = entries[entry];
         if (row > wanted)
             raise(env->host, "tavo_selective found decreasing indices in ones_vec with LV or LV_SEP input");
-        for (; row + 1 < wanted; row += 2) {
-            cursor.next(row);
-            cursor.next(row + 1);
+        if (row < wanted) {
+            cursor.skip(row, wanted - row);
+            row = wanted;
         }
-        for (; row < wanted; row++)
-            cursor.next(row);
         if (!out.takes(cursor.size(row)))
             return out.finish(dst, env, entry, offset(), TAVO_OUTPUT_FULL);
-        out.put(cursor.at(row));
+        out.put(cursor, row);
     }
     return out.finish(dst, env, entry, offset(), TAVO_DONE);
 }

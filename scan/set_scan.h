@@ -1,14 +1,14 @@
 // Set membership of dictionary codes: the one text of 22 kernels, one for each code width W.
 //
 //   source   as in the scans of dictionary codes
-//   set      a bit vector over codes: bit c of the set vector's bits set means that code c is in the set. Up to 12 bits
+//   set      a bit vector over codes: bit c of the set vector's bits set means that code c is in the set. Up to 13 bits
 //            the whole set of 2^W bits is read, rounded up to bytes; above, the 4 bytes that hold the bit of a code that
 //            occurs, and nothing else
 //   result   bit r of res.bits set where the set has code r; zeros above row n in the last word; res.count
 //
 // Frame, over-reads and selections are those of the scans, but env.result_flags gets TAVO_RESULT_SET_SELECTED.
 //
-// A set of up to 4096 bits is kept in registers: a code's upper bits choose the byte or word, its lower bits the bit in
+// A set of up to 8192 bits is kept in registers: a code's upper bits choose the byte or word, its lower bits the bit in
 // it. Larger sets are fetched from memory.
 #pragma once
 
@@ -54,12 +54,40 @@ private:
     __m512i low, high, bit_possible;
 };
 
+// Sets of 2- and 4-bit codes: no code is brought to bit 0. A lane's field, its two halves laid over each other, is the code
+// or, of 2 bits, four times the code: distinct places of one table, 0 being the same place for both.
+template <unsigned W>
+class nibble_set {
+public:
+    using lanes = code_lanes<W>;
+    [[gnu::always_inline]] explicit nibble_set(const ub8 *set) noexcept {
+        unsigned members = *reinterpret_cast<const ub1 *>(set);
+        if constexpr (W == 4)
+            members |= static_cast<unsigned>(reinterpret_cast<const ub1 *>(set)[1]) << 8;
+        else
+            members = (members & 0xf) | (members & 2) << 3 | (members & 4) << 6 | (members & 8) << 9;
+        table = _mm512_broadcast_i32x4(_mm_movm_epi8(static_cast<__mmask16>(members)));
+    }
+    [[gnu::always_inline]] ub8 operator()(__m512i source) const noexcept {
+        const __m512i fields = codes.fields(source);
+        constexpr int either_and = 0xa8; // (a | b) & c
+        const __m512i place = _mm512_ternarylogic_epi32(fields, _mm512_srli_epi16(fields, 4), _mm512_set1_epi8(0x0f),
+                                                        either_and);
+        return hits_of_mask(_mm512_movepi8_mask(_mm512_shuffle_epi8(table, place)));
+    }
+    [[gnu::always_inline]] ub8 first(__m512i source, unsigned) const noexcept { return (*this)(source); }
+
+private:
+    lanes codes;
+    __m512i table;
+};
+
 // Sets in registers, for 16-bit lanes: a register for every 512 codes.
 template <unsigned W>
 class word_set {
 public:
     [[gnu::always_inline]] explicit word_set(const ub8 *set) noexcept {
-#pragma GCC unroll 8
+#pragma GCC unroll 16
         for (unsigned i = 0; i < registers; i++)
             words[i] = _mm512_loadu_si512(set + 8 * i);
     }
@@ -136,7 +164,7 @@ public:
 
 private:
     lanes codes;
-    std::conditional_t<W <= 8, byte_set<W>, std::conditional_t<W <= 12, word_set<W>, memory_set<W>>> contains;
+    std::conditional_t<W <= 8, byte_set<W>, std::conditional_t<W <= 13, word_set<W>, memory_set<W>>> contains;
 };
 
 template <unsigned W>
@@ -155,7 +183,8 @@ template <unsigned W>
         return scan_all(
             res, src, env, texts,
             [&](const ub1 *codes, ub8 *bv, ub4 n) {
-                return scan_blocks(code_rows<W, set_test<W>>(codes, set_test<W>(set)), bv, n);
+                using test = std::conditional_t<W == 2 || W == 4, nibble_set<W>, set_test<W>>;
+                return scan_blocks(code_rows<W, test>(codes, test(set)), bv, n);
             },
             TAVO_RESULT_SET_SELECTED);
     }

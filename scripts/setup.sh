@@ -9,13 +9,13 @@ here=$(dirname "$(readlink -f "$0")")
 if lacks=$("$here/processor.sh"); then native=yes; else native=no; fi
 case $mode in
 build) [ $native = yes ] || packages+=(libsimde-dev) ;;
-test) packages+=(libsimde-dev libgtest-dev libbenchmark-dev liblz4-dev pkg-config clang-14 binutils) ;;
+test) packages+=(libsimde-dev libgtest-dev libbenchmark-dev liblz4-dev libroaring-dev pkg-config clang-14 binutils) ;;
 bench)
     if [ $native = no ]; then
         echo "setup: figures need a processor with AVX-512; this one lacks $lacks" >&2
         exit 2
     fi
-    packages+=(libgtest-dev libbenchmark-dev liblz4-dev pkg-config)
+    packages+=(libgtest-dev libbenchmark-dev liblz4-dev libroaring-dev pkg-config)
     ;;
 aarch64) packages+=(libsimde-dev libgtest-dev googletest pkg-config g++-aarch64-linux-gnu qemu-user) ;;
 fuzz) packages+=(libgtest-dev clang-14 libclang-rt-14-dev) ;;

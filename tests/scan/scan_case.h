@@ -29,14 +29,14 @@ struct scan_value {
 
 inline bool in_set(ub8 code, ub8 choice) { return ((code + 1) * (2 * choice + 0x9e3779b97f4a7c15) >> 33) % 8 < 3; }
 
-// The bit vector of a set. Up to 12 bits all of it, above that for the codes of a column alone; it ends at an unreadable
+// The bit vector of a set. Up to 13 bits all of it, above that for the codes of a column alone; it ends at an unreadable
 // page behind the word of the largest of them. At 24 and 32 bits most of it has never been touched.
 class code_set {
 public:
     code_set(unsigned width, const tavo_vec &column, ub8 choice) {
         const ub4 rows = (column.enc->flags & TAVO_RLE) != 0 ? column.enc->run_count : column.size;
         std::vector<ub8> codes;
-        if (width <= 12)
+        if (width <= 13)
             for (ub8 code = 0; code <= largest_code(width); code++)
                 codes.push_back(code);
         else

@@ -22,7 +22,7 @@ TEST(SetScan, LooksUpNothingButTheColumnsCodes) {
     std::mt19937_64 rng(3302);
     for (const scan_member &member : all_set_members())
         for (ub4 rows : {1u, 3u, 15u, 17u, 31u, 33u, 130u, 255u, 257u}) {
-            if (member.width <= 12)
+            if (member.width <= 13)
                 continue;
             std::vector<scan_value> values(rows);
             for (scan_value &value : values)
