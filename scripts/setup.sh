@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# scripts/setup.sh build|test|bench|fuzz|aarch64: installs the Debian packages that are missing for this. Says nothing when
+# scripts/setup.sh build|test|bench|fuzz|aarch64|memcheck: installs the Debian packages that are missing for this. Says nothing when
 # all is there. What runs only on a processor with AVX-512 is refused before anything is installed.
 set -euo pipefail
 
@@ -18,9 +18,10 @@ bench)
     packages+=(libgtest-dev libbenchmark-dev liblz4-dev libroaring-dev pkg-config)
     ;;
 aarch64) packages+=(libsimde-dev libgtest-dev googletest pkg-config g++-aarch64-linux-gnu qemu-user) ;;
+memcheck) packages+=(libsimde-dev libgtest-dev libbenchmark-dev pkg-config binutils valgrind) ;;
 fuzz) packages+=(libgtest-dev clang-14 libclang-rt-14-dev) ;;
 *)
-    echo "usage: scripts/setup.sh build|test|bench|fuzz|aarch64" >&2
+    echo "usage: scripts/setup.sh build|test|bench|fuzz|aarch64|memcheck" >&2
     exit 2
     ;;
 esac

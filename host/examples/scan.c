@@ -1,6 +1,10 @@
 /* The smallest host: loads the library, scans a column of 12-bit codes for 500 <= code <= 1000, prints the rows.
  *
- *   cc -std=c11 -rdynamic scan.c $(pkg-config --cflags tavo) -o scan && ./scan $(pkg-config --variable=library tavo) */
+ *   cc -std=c11 -rdynamic scan.c $(pkg-config --cflags tavo) -o scan
+ *   LD_LIBRARY_PATH=$(pkg-config --variable=libdir tavo) ./scan */
+#ifdef __x86_64__
+#include <cpuid.h>
+#endif
 #include <dlfcn.h>
 #include <inttypes.h>
 #include <stdio.h>
@@ -12,14 +16,29 @@ void hostraiseierr(void *handle, ub8 word72, const char *message, ub4 zero) {
     fprintf(stderr, "internal error: %s\n", message);
 }
 
+/* Has the processor what libtavo_avx512g needs, and does the operating system save its registers? */
+static int runs_avx512g(void) {
+#ifdef __x86_64__
+    unsigned a, b, c, d, low, high;
+    if (!__get_cpuid(1, &a, &b, &c, &d) || (c & 0x28c00000) != 0x28c00000) /* MOVBE, POPCNT, OSXSAVE, F16C */
+        return 0;
+    __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+    if ((low & 0xe6) != 0xe6 || !__get_cpuid_count(7, 0, &a, &b, &c, &d))
+        return 0;
+    if ((b & 0xc0030108) != 0xc0030108) /* BMI1, BMI2, AVX-512 F, DQ, BW, VL */
+        return 0;
+    return __get_cpuid(0x80000001, &a, &b, &c, &d) && (c & 0x20) != 0; /* LZCNT */
+#else
+    return 0;
+#endif
+}
+
 int main(int argc, char **argv) {
-    if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw") ||
-        !__builtin_cpu_supports("avx512dq") || !__builtin_cpu_supports("avx512vl"))
-        return fputs("this processor lacks AVX-512 F, BW, DQ or VL\n", stderr), 1;
-    void *library = dlopen(argc > 1 ? argv[1] : "libtavo_avx512g.so.1", RTLD_NOW | RTLD_LOCAL);
+    const char *file = argc > 1 ? argv[1] : runs_avx512g() ? "libtavo_avx512g.so.1" : "libtavo_portable.so.1";
+    void *library = dlopen(file, RTLD_NOW | RTLD_LOCAL);
     const tavo_specialized_ctx *tavo = library ? dlsym(library, "tavo_global_specialized_ctx") : NULL;
     if (!tavo || tavo->magic != TAVO_MAGIC)
-        return fprintf(stderr, "not the library: %s\n", library ? argv[1] : dlerror()), 1;
+        return fprintf(stderr, "not the library: %s\n", library ? file : dlerror()), 1;
     const ub4 info[3] = {0, 0, 0};
     tavo->init_sharedlib(0, info);
 

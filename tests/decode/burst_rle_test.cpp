@@ -184,7 +184,6 @@ TEST(BurstRle, RunsBehindTheLastOfFewExceptionsAreNotRead) {
 
 // One exception more is not few: 2% of 149 runs are 2.98, cut off to 2, and 98% are 146.02, cut off to 146.
 TEST(BurstRleDeathTest, EveryRunIsReadUnlessTheExceptionsAreFew) {
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
     for (const member &m : members)
         if (!m.cla)
             for (bool selected : {true, false}) {
@@ -221,7 +220,6 @@ TEST(BurstRle, RunsBeyondTheResultAreCounted) {
 }
 
 TEST(BurstRleDeathTest, CallersBugs) {
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
     ub8 words[2] = {0, 0};
     ub1 table[4] = {1, 1, 1, 1};
     tavo_enc_ctx enc{};
