@@ -18,7 +18,9 @@ namespace host {
 enum class column_form {
     plain, // one packed code a row
     spak,  // the same bytes, compressed: the first kernel that reads the column has them decompressed
-    rle    // one packed code a run of equal rows, and a table of the runs' lengths
+    rle,   // one packed code a run of equal rows, and a table of the runs' lengths
+    fixed, // no dictionary: numbers of one width, see number_column.h
+    dynp   // no dictionary: numbers of varying length
 };
 const char *name_of(column_form);
 
@@ -38,6 +40,8 @@ public:
     ub8 first_code() const override { return dict_.first_code(); }
     ub8 end_code() const override { return dict_.end_code(); }
     std::string key_of(ub8 code) const override { return dict_.key_of(code); }
+    ub8 first_not_below(const std::string &key) const override { return dict_.first_not_below(key); }
+    ub8 first_above(const std::string &key) const override { return dict_.first_above(key); }
     symbol_table &symbols() { return dict_.symbols(); }
     unsigned width() const override { return width_; }
     column_form form() const { return form_; }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fmt/format.h>
 
+#include "host/column/code_search.h"
 #include "host/column/packing.h"
 #include "host/error.h"
 
@@ -32,28 +33,28 @@ unsigned number_column::fixed_bytes(const number_form &form) {
     return std::max(bytes, zones <= 2 ? 2u : zones <= 4 ? 3u : 5u);
 }
 
-number_column::number_column(std::string name, number_form form, number_layout layout,
-                             const block<stored_number> &numbers, std::vector<ub8> known)
-    : name_(std::move(name)), form_(std::move(form)), layout_(layout), known_(std::move(known)) {
+number_column::number_column(std::string name, number_form numbers, column_form form, const block<stored_number> &rows,
+                             std::vector<ub8> known)
+    : name_(std::move(name)), numbers_(std::move(numbers)), form_(form), known_(std::move(known)) {
     vec_.enc = &enc_;
-    vec_.size = static_cast<ub4>(numbers.size());
+    vec_.size = static_cast<ub4>(rows.size());
     vec_.sel = known_.empty() ? nullptr : known_.data();
-    if (layout == number_layout::fixed)
-        hold_fixed(numbers);
+    if (form == column_form::fixed)
+        hold_fixed(rows);
     else
-        hold_dynp(numbers);
+        hold_dynp(rows);
     vec_.data = data_.data();
     vec_.lengths = reinterpret_cast<ub2 *>(stream_.data());
     enc_.kernel_row = kernel_row();
     enc_.width_bits = width_;
     enc_.width_code = static_cast<ub1>(width_code_of(kernel_width_));
     enc_.max_len = static_cast<ub2>(width_ / 8);
-    if (layout == number_layout::fixed)
-        enc_.flags = TAVO_FIXED | TAVO_OVERREAD_OK | (form_.zones().size() == 1 ? TAVO_TZ : 0);
+    if (form == column_form::fixed)
+        enc_.flags = TAVO_FIXED | TAVO_OVERREAD_OK | (numbers_.zones().size() == 1 ? TAVO_TZ : 0);
 }
 
 void number_column::hold_fixed(const block<stored_number> &numbers) {
-    const unsigned bytes = fixed_bytes(form_);
+    const unsigned bytes = fixed_bytes(numbers_);
     width_ = 8 * bytes;
     kernel_width_ = kernel_width_for(bytes);
     encoded_bytes_ = numbers.size() * bytes;
@@ -63,7 +64,7 @@ void number_column::hold_fixed(const block<stored_number> &numbers) {
     for (const stored_number &n : numbers)
         for (unsigned i = bytes; i-- > 0;)
             *out++ = static_cast<ub1>(n.code >> 8 * i);
-    const ub8 zone_bytes = has_zones() ? (numbers.size() * stream_bits() + 7) / 8 : form_.is_zoned() ? 1 : 0;
+    const ub8 zone_bytes = has_zones() ? (numbers.size() * stream_bits() + 7) / 8 : numbers_.is_zoned() ? 1 : 0;
     encoded_bytes_ += zone_bytes;
     stream_.resize(zone_bytes + readable_behind);
     std::memset(stream_.data(), 0, stream_.size());
@@ -72,9 +73,9 @@ void number_column::hold_fixed(const block<stored_number> &numbers) {
 }
 
 void number_column::hold_dynp(const block<stored_number> &numbers) {
-    if (form_.is_zoned())
+    if (numbers_.is_zoned())
         throw error(fmt::format("column {} cannot be of form dynp: times with a zone are of form fixed", name_));
-    const unsigned bytes = bytes_for(form_.largest());
+    const unsigned bytes = bytes_for(numbers_.largest());
     width_ = kernel_width_ = std::max(16u, kernel_width_for(bytes));
     const unsigned spare = kernel_width_ - 8 * bytes; // bits below the number
     const ub8 stream_bytes = (numbers.size() * stream_bits() + 7) / 8;
@@ -105,18 +106,25 @@ void number_column::put_stream_field(ub4 row, unsigned field) {
 
 ub1 number_column::kernel_row() const {
     return TAVO_KERNEL_ROW(variant(), width_code_of(kernel_width_),
-                           layout_ == number_layout::fixed ? TAVO_CLASS_FIXED : TAVO_CLASS_DYNP);
+                           form_ == column_form::fixed ? TAVO_CLASS_FIXED : TAVO_CLASS_DYNP);
 }
 
 ub8 number_column::constant(ub8 code) const {
-    const unsigned bytes = layout_ == number_layout::fixed ? width_ / 8 : bytes_for(form_.largest());
+    const unsigned bytes = form_ == column_form::fixed ? width_ / 8 : bytes_for(numbers_.largest());
     return __builtin_bswap64(code << (64 - 8 * bytes));
 }
 
 std::string number_column::key_of(ub8 code) const {
     std::string key;
-    make_sort_key(type(), form_.text({code, 0}), key);
+    make_sort_key(type(), numbers_.text({code, 0}), key);
     return key;
+}
+
+ub8 number_column::first_not_below(const std::string &key) const {
+    return first_where(0, end_code(), [&](ub8 code) { return key_of(code) >= key; });
+}
+ub8 number_column::first_above(const std::string &key) const {
+    return first_where(0, end_code(), [&](ub8 code) { return key_of(code) > key; });
 }
 
 ub1 number_column::zone(ub4 row) const { return static_cast<ub1>(has_zones() ? stream_field(row) : 0); }
@@ -137,7 +145,7 @@ ub8 number_column::walk::code(ub4 row) {
         at_ += col_.stream_field(row_) + 1;
     const unsigned length = col_.stream_field(row) + 1, all = col_.kernel_width_ / 8;
     const ub8 number = col_.code_of_bytes(col_.data_.data() + at_, length) << 8 * (all - length);
-    return number >> (col_.kernel_width_ - 8 * bytes_for(col_.form_.largest()));
+    return number >> (col_.kernel_width_ - 8 * bytes_for(col_.numbers_.largest()));
 }
 
 } // namespace host

@@ -14,17 +14,17 @@
 #include <tavo/tavo.h>
 
 #include "host/column/block.h"
+#include "host/column/column.h"
 #include "host/column/number_form.h"
 #include "host/column/stored_column.h"
 
 namespace host {
 
-enum class number_layout { fixed, dynp };
 
 class number_column : public stored_column {
 public:
     // One number a row; `known` has a bit set for each row that is not null, or is empty if there are none.
-    number_column(std::string name, number_form form, number_layout, const block<stored_number> &numbers,
+    number_column(std::string name, number_form numbers, column_form, const block<stored_number> &rows,
                   std::vector<ub8> known);
     number_column(const number_column &) = delete;
     number_column &operator=(const number_column &) = delete;
@@ -33,24 +33,26 @@ public:
     static unsigned fixed_bytes(const number_form &);
 
     const std::string &name() const override { return name_; }
-    value_type type() const override { return form_.type(); }
+    value_type type() const override { return numbers_.type(); }
     ub4 rows() const override { return vec_.size; }
     unsigned width() const override { return width_; }
     tavo_vec *vec() override { return &vec_; }
     bool has_null() const override { return !known_.empty(); }
     ub8 first_code() const override { return 0; }
-    ub8 end_code() const override { return rows() == 0 ? 0 : form_.largest() + 1; }
+    ub8 end_code() const override { return rows() == 0 ? 0 : numbers_.largest() + 1; }
     std::string key_of(ub8 code) const override;
+    ub8 first_not_below(const std::string &key) const override;
+    ub8 first_above(const std::string &key) const override;
 
-    const number_form &form() const { return form_; }
-    number_layout layout() const { return layout_; }
+    const number_form &numbers() const { return numbers_; }
+    column_form form() const { return form_; }
     const std::vector<ub8> &known() const { return known_; } // empty: all rows
     bool is_known(ub4 row) const { return known_.empty() || (known_[row / 64] >> row % 64 & 1) != 0; }
     unsigned kernel_width() const { return kernel_width_; }
     ub8 encoded_bytes() const { return encoded_bytes_; }
     // Times of several zones: rows are ordered by their moment and then by their zone.
-    bool has_zones() const { return form_.zones().size() > 1; }
-    tavo_variant variant() const { return form_.is_zoned() ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN; }
+    bool has_zones() const { return numbers_.zones().size() > 1; }
+    tavo_variant variant() const { return numbers_.is_zoned() ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN; }
     ub1 kernel_row() const;
     // The kernel_width() / 8 bytes of a constant.
     ub8 constant(ub8 code) const;
@@ -79,8 +81,8 @@ private:
     void put_stream_field(ub4 row, unsigned field);
 
     std::string name_;
-    number_form form_;
-    number_layout layout_;
+    number_form numbers_;
+    column_form form_;
     unsigned width_ = 8, kernel_width_ = 8;
     ub8 encoded_bytes_ = 0;
     block<ub1> data_, stream_; // zones, or lengths less one

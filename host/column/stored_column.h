@@ -22,30 +22,10 @@ public:
     virtual bool has_null() const = 0;
     virtual ub8 first_code() const = 0;                // of a value
     virtual ub8 end_code() const = 0;                  // behind the last one
-    virtual std::string key_of(ub8 code) const = 0;    // of its value, see sort_key
-
+    virtual std::string key_of(ub8 code) const = 0; // of its value, see sort_key
     // First code whose value is not below, or is above, the value with this key; end_code() if there is none.
-    ub8 first_not_below(const std::string &key) const {
-        return first_where([&](ub8 code) { return key_of(code) >= key; });
-    }
-    ub8 first_above(const std::string &key) const {
-        return first_where([&](ub8 code) { return key_of(code) > key; });
-    }
-
-private:
-    // The first code for which `holds`, which none before it and all behind it do.
-    template <class Holds>
-    ub8 first_where(Holds holds) const {
-        ub8 first = first_code(), end = end_code();
-        while (first < end) {
-            const ub8 middle = first + (end - first) / 2;
-            if (holds(middle))
-                end = middle;
-            else
-                first = middle + 1;
-        }
-        return first;
-    }
+    virtual ub8 first_not_below(const std::string &key) const = 0;
+    virtual ub8 first_above(const std::string &key) const = 0;
 };
 
 } // namespace host
