@@ -214,9 +214,9 @@ subcommand add_query(CLI::App &app) {
         "with 1 if --check does not agree, with 2 if there is something wrong with the input.");
     query->add_option("--where", options->where, "A predicate; all given must be true")->allow_extra_args(false);
     query->add_flag("--count", options->count, "Print how many rows, not the rows");
-    query->add_option("--min", options.smallest, "Print the smallest value of this column, not the rows")
+    query->add_option("--min", options->smallest, "Print the smallest value of this column, not the rows")
         ->allow_extra_args(false);
-    query->add_option("--max", options.largest, "Print the largest value of this column, not the rows")
+    query->add_option("--max", options->largest, "Print the largest value of this column, not the rows")
         ->allow_extra_args(false);
     query->add_option("--limit", options->limit, "Print so many rows at most");
     query->add_option("--columns", options->columns, "Print these columns: a,b,c");
