@@ -32,6 +32,7 @@ using __mmask64 = simde__mmask64;
 #define _mm_load_si128 simde_mm_load_si128
 #define _mm_loadu_si128 simde_mm_loadu_si128
 #define _mm_movehl_ps simde_mm_movehl_ps
+#define _mm_movm_epi8 simde_mm_movm_epi8
 #define _mm_packus_epi16 simde_mm_packus_epi16
 #define _mm_set1_epi64x simde_mm_set1_epi64x
 #define _mm_set1_epi8 simde_mm_set1_epi8

@@ -12,6 +12,7 @@
 
 #include "frame/tavo_status.h"
 #include "portable/intrinsics.h"
+#include "portable/mask_number.h"
 #include "scan/row_operations.h"
 #include "scan/scan_operator.h"
 
@@ -27,9 +28,10 @@ struct looked_up {
     looked_up(const tavo_vec *column, const tavo_vec *table_vec) noexcept
         : codes(static_cast<const ub1 *>(column->data)),
           table(table_vec != nullptr ? static_cast<const ub4 *>(table_vec->data) : nullptr) {}
-    [[gnu::always_inline]] __m256i eight(ub8 byte) const noexcept {
-        const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(codes + byte));
-        return table == nullptr ? c : _mm256_i32gather_epi32(reinterpret_cast<const int *>(table), c, 4);
+    // The codes of the rows in the mask, from this byte on.
+    [[gnu::always_inline]] __m512i values(ub8 byte, __mmask16 rows) const noexcept {
+        const __m512i c = _mm512_maskz_loadu_epi32(rows, codes + byte);
+        return table == nullptr ? c : _mm512_mask_i32gather_epi32(_mm512_setzero_si512(), rows, c, table, 4);
     }
     [[gnu::always_inline]] ub4 one(ub4 row) const noexcept {
         ub4 c;
@@ -41,11 +43,17 @@ struct looked_up {
 template <int Predicate>
 ub4 compare(ub1 *bits, ub4 n, ub4 offset, looked_up left, looked_up right) noexcept {
     ub4 count = 0, row = 0;
-    for (; n - row >= 8; row += 8) {
+    // Blocks of eight rows, two at a time where there are two.
+    for (ub4 step; n - row >= 8; row += step) {
+        step = n - row >= 16 ? 16 : 8;
+        const auto there = static_cast<__mmask16>(_bzhi_u32(0xffff, step));
         const ub8 byte = static_cast<ub8>(row) * 4 + offset;
-        const unsigned hits_m8 = _mm256_cmp_epu32_mask(left.eight(byte), right.eight(byte), Predicate);
-        bits[row / 8] = static_cast<ub1>(bits[row / 8] | hits_m8);
-        count += static_cast<ub4>(_mm_popcnt_u32(hits_m8));
+        const auto hits = static_cast<unsigned>(hits_of_mask(_mm512_mask_cmp_epu32_mask(
+            there, left.values(byte, there), right.values(byte, there), Predicate)));
+        bits[row / 8] = static_cast<ub1>(bits[row / 8] | hits);
+        if (step == 16)
+            bits[row / 8 + 1] = static_cast<ub1>(bits[row / 8 + 1] | hits >> 8);
+        count += static_cast<ub4>(_mm_popcnt_u32(hits));
     }
     for (; row < n; row++)
         if (Predicate != no_row && holds<Predicate>(left.one(row), right.one(row))) {
