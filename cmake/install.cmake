@@ -14,6 +14,7 @@ foreach(form ${tavo_forms})
 endforeach()
 install(EXPORT tavoTargets NAMESPACE tavo:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavo)
 list(TRANSFORM tavo_public_headers PREPEND frame/ OUTPUT_VARIABLE installed_headers)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${installed_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tavo)
 
 set(tavo_library ${CMAKE_INSTALL_LIBDIR}/libtavo_avx512g.so.${PROJECT_VERSION_MAJOR})

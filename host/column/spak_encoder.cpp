@@ -79,8 +79,8 @@ private:
 struct samples {
     std::vector<ub1> training, judging;
 };
-samples samples_of(std::span<const ub1> plain) {
-    constexpr std::size_t pieces = 16, piece = 4096;
+samples samples_of(std::span<const ub1> plain, std::size_t pieces) {
+    constexpr std::size_t piece = 4096;
     if (plain.size() <= 2 * pieces * piece)
         return {{plain.begin(), plain.end()}, {plain.begin(), plain.end()}};
     samples all;
@@ -168,23 +168,27 @@ ub8 bits_of(std::span<const ub1> sample, const std::vector<symbol> &symbols, dou
                             static_cast<double>(codes) * code_width(symbols.size()) * scale);
 }
 
+double scale_of(std::span<const ub1> plain, const samples &sample) {
+    return plain.empty() ? 1 : static_cast<double>(plain.size()) / static_cast<double>(sample.judging.size());
+}
+
 } // namespace
 
 bool spak_may_pay(std::span<const ub1> plain) {
+    constexpr std::size_t pieces = 4;
     constexpr unsigned rounds = 2; // symbols of up to four bytes
-    const samples sample = samples_of(plain);
-    const std::vector<symbol> single_bytes = bytes_of(plain);
-    return bits_of(sample.judging, train(sample.training, single_bytes, 1u << widest_code, rounds), 1) <
-           8 * sample.judging.size();
+    const samples sample = samples_of(plain, pieces);
+    const std::vector<symbol> trained = train(sample.training, bytes_of(plain), 1u << widest_code, rounds);
+    return bits_of(sample.judging, trained, scale_of(plain, sample)) * 10 < 8 * plain.size() * 9;
 }
 
 spak_dictionary spak_train(std::span<const ub1> plain) {
+    constexpr std::size_t pieces = 16;
     constexpr unsigned rounds = 8;
     const std::vector<symbol> single_bytes = bytes_of(plain);
     // The number of symbols that makes the judging pieces smallest, the dictionary counted in its proportion.
-    const samples sample = samples_of(plain);
-    const double scale =
-        plain.empty() ? 1 : static_cast<double>(plain.size()) / static_cast<double>(sample.judging.size());
+    const samples sample = samples_of(plain, pieces);
+    const double scale = scale_of(plain, sample);
     spak_dictionary best;
     for (unsigned width = std::max(narrowest_code, code_width(single_bytes.size())); width <= widest_code; width++) {
         std::vector<symbol> trained = train(sample.training, single_bytes, 1u << width, rounds);

@@ -33,7 +33,7 @@ struct spak_dictionary {
 // A dictionary for these bytes, from a sample of them; every byte that occurs in them is a symbol.
 spak_dictionary spak_train(std::span<const ub1> plain);
 
-// Judged by a training that is short and by a sample: is it worth the while to train for these bytes?
+// Judged by a short training and a small sample: can a stream be expected to be clearly smaller than these bytes?
 bool spak_may_pay(std::span<const ub1> plain);
 
 struct spak_stream {

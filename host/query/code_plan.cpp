@@ -189,9 +189,9 @@ private:
         fail_at(*p.source, value.at,
                 fmt::format("column {} is text because of line {}, where it has '{}', so its order is not that of {}s",
                             col->name(), found.text_line(), culprit, name_of(asked)),
-                fmt::format("\n  --null '{0}'        if that stands for no value"
-                            "\n  --type {1}={2}  to see every line that has no {2}"
-                            "\n  --type {1}=text  to compare texts",
+                fmt::format("\n  --null '{0}' if that stands for no value"
+                            "\n  --type {1}={2} to see every line where {1} is no {2}"
+                            "\n  --type {1}=text to compare texts",
                             culprit, col->name(), name_of(meant)));
     }
 
