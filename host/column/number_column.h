@@ -39,7 +39,7 @@ public:
     tavo_vec *vec() override { return &vec_; }
     bool has_null() const override { return !known_.empty(); }
     ub8 first_code() const override { return 0; }
-    ub8 end_code() const override { return rows() == 0 ? 0 : numbers_.largest() + 1; }
+    ub8 end_code() const override { return numbers_.has_values() ? numbers_.largest() + 1 : 0; }
     std::string key_of(ub8 code) const override;
     ub8 first_not_below(const std::string &key) const override;
     ub8 first_above(const std::string &key) const override;

@@ -182,6 +182,7 @@ number_form::found number_form::find(value_type type, const all_values &values) 
     bool first = true, same_decimals = true;
     std::size_t decimals = 0;
     values([&](std::string_view text) {
+        form.has_values_ = true;
         if (first)
             form.learn_shape(text);
         if (type == value_type::decimal) {

@@ -42,6 +42,7 @@ public:
     std::string text(stored_number) const;
 
     value_type type() const { return type_; }
+    bool has_values() const { return has_values_; }
     ub8 largest() const { return largest_; } // code
     const std::vector<std::string> &zones() const { return zones_; }
     bool is_zoned() const { return !zones_.empty(); }
@@ -62,6 +63,7 @@ private:
 
     value_type type_ = value_type::integer;
     unsigned decimals_ = 0;   // of a decimal, or of its seconds
+    bool has_values_ = false;
     bool padded_ = false;     // decimals are written with trailing zeros
     bool has_seconds_ = false;
     char separator_ = ' ';    // between date and time
