@@ -81,7 +81,8 @@ void add_table_options(CLI::App &app, table_options &options) {
                    "The character between fields, or tab; otherwise found: a comma, semicolon, tab or bar");
     app.add_flag("--no-header", options.no_header,
                  "The first line is a row like the others; columns are called column_1, column_2, ...");
-    app.add_option("--encode", options.encode, "Form of the columns: auto, plain, spak or rle, of numbers and dates also fixed or dynp; of one: "
+    app.add_option("--encode", options.encode,
+                   "Form of the columns: auto, plain, spak or rle, of numbers and dates also fixed or dynp; of one: "
                    "COLUMN=FORM")
         ->allow_extra_args(false);
 }

@@ -77,7 +77,8 @@ public:
                         const std::vector<ub4> &rows) {
         host::stored_column &col = *table_.stored(column);
         const auto value = host::extreme_value(session_, col, selected_, which, steps);
-        EXPECT_EQ(host::compare_extreme(file_, rows, column, col.type(), {}, which == host::extreme::smallest, value), "");
+        EXPECT_EQ(host::compare_extreme(file_, rows, column, col.type(), {}, which == host::extreme::smallest, value),
+                  "");
         return value.value_or("");
     }
 
@@ -257,8 +258,10 @@ random_column make_column(std::mt19937_64 &rng, unsigned kind) {
         case 0:
             values.insert(std::to_string(static_cast<long>(rng() % (4 * distinct)) - static_cast<long>(distinct)));
             break;
-        case 1: values.insert(fmt::format("{}.{:0{}}", static_cast<long>(rng() % (distinct + 1)) - 3, rng() % 100,
-                                        padded ? 2 : 1)); break;
+        case 1:
+            values.insert(
+                fmt::format("{}.{:0{}}", static_cast<long>(rng() % (distinct + 1)) - 3, rng() % 100, padded ? 2 : 1));
+            break;
         case 2:
             values.insert(fmt::format("{:04}-{:02}-{:02}", 1900 + rng() % 200, 1 + rng() % 12, 1 + rng() % 28));
             break;
