@@ -175,8 +175,13 @@ typedef struct tavo_specialized_ctx {
 
     /* From here on some words are null in this build, as said at the top; the comments say what a word is for. */
 
-    /* Tests hashes, from env->start_row on, against a bloom filter (one bit a row for mode 1, else two): sets the bits of
-     * rows that may match. */
+    /* Tests hashes, from env->start_row on, against a bloom filter (one bit a row for mode 1, else two). hashes carries
+     * TAVO_HASHES, else TAVO_UNSUPPORTED; its elements are ub4 if its width_bits is 32, else ub8. filter->bits is the array
+     * or, if filter->enc->segmented, a table of segment addresses; arrays are aligned to 8 bytes and whole 64-bit words of
+     * them are read. With env->sel_bits only those rows are tested, and TAVO_RESULT_BLOOM_SELECTED is added to
+     * env->result_flags. res->bits: rows from start_row on that may match are set, the others cleared, those before stay;
+     * res->count how many; res->data two ub4, not null: the first and the last of them, 0xffffffff for none.
+     * TAVO_NONE_SELECTED if there is none. */
     ub4 (*bloom)(tavo_vec *res, tavo_vec *hashes, tavo_vec *filter, tavo_env *env, ub1 mode) TAVO_NOEXCEPT;    /* 51 */
     /* Counts the edges of a plane polygon that a ray from one point crosses. */
     ub4 (*spatial_pip)(tavo_vec *res, tavo_vec *xs, tavo_vec *ys, tavo_vec *px, tavo_vec *py) TAVO_NOEXCEPT;   /* 52 */
