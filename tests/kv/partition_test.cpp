@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "tests/kit/host_stub.h"
+#include "tests/kit/spak_stream.h"
 #include "tests/kv/element_column.h"
 
 namespace tavo::test {
