@@ -8,6 +8,7 @@
 // into the scratch array and from there into the keys, so many rows at a time as the scratch array holds. Selection and
 // runs are those kernels' business: every column sees the same rows.
 #include <algorithm>
+#include <type_traits>
 
 #include "aggregate/group_operations.h"
 #include "frame/dispatch_table.h"
@@ -39,29 +40,50 @@ template <key_rule Rule>
     return _mm512_set1_epi32(static_cast<int>(Rule == key_rule::shift ? shift_count(parameter) : parameter));
 }
 
+// Codes of a column as its kernel unpacks them when it isn't asked for wide ones: ub1, ub2 or ub4.
+struct no_codes {};
+[[gnu::always_inline]] inline __m512i load_codes(const ub1 *p, __mmask16 m) noexcept {
+    return _mm512_cvtepu8_epi32(_mm_maskz_loadu_epi8(m, p));
+}
+[[gnu::always_inline]] inline __m512i load_codes(const ub2 *p, __mmask16 m) noexcept {
+    return _mm512_cvtepu16_epi32(_mm256_maskz_loadu_epi16(m, p));
+}
+[[gnu::always_inline]] inline __m512i load_codes(const ub4 *p, __mmask16 m) noexcept {
+    return _mm512_maskz_loadu_epi32(m, p);
+}
+
 // n keys, 16 at a time: multiplied or shifted, then `codes` added if there are any.
-template <key_rule Rule>
-[[gnu::always_inline]] inline void step_keys(ub4 *keys, ub4 parameter, const ub4 *codes, ub4 n) noexcept {
+template <key_rule Rule, class Code>
+[[gnu::always_inline]] inline void step_keys(ub4 *keys, ub4 parameter, const Code *codes, ub4 n) noexcept {
     const __m512i by = step_parameter<Rule>(parameter);
-    const auto step = [&](__m512i key, auto &&load_codes) {
+    const auto step = [&](__m512i key, ub4 row, __mmask16 rows) {
         const __m512i moved = stepped<Rule>(key, by);
-        return codes == nullptr ? moved : _mm512_add_epi32(moved, load_codes());
+        if constexpr (std::is_same_v<Code, no_codes>)
+            return moved;
+        else
+            return _mm512_add_epi32(moved, load_codes(codes + row, rows));
     };
     ub4 i = 0;
     for (; n - i >= 16; i += 16)
-        _mm512_storeu_si512(keys + i,
-                            step(_mm512_loadu_si512(keys + i), [&] { return _mm512_loadu_si512(codes + i); }));
+        _mm512_storeu_si512(keys + i, step(_mm512_loadu_si512(keys + i), i, 0xffff));
     const auto rest = static_cast<__mmask16>(_bzhi_u32(0xffff, n - i));
-    _mm512_mask_storeu_epi32(keys + i, rest, step(_mm512_maskz_loadu_epi32(rest, keys + i), [&] {
-                                 return _mm512_maskz_loadu_epi32(rest, codes + i);
-                             }));
+    _mm512_mask_storeu_epi32(keys + i, rest, step(_mm512_maskz_loadu_epi32(rest, keys + i), i, rest));
 }
 
-void add_column(key_rule rule, ub4 *keys, ub4 parameter, const ub4 *codes, ub4 n) noexcept {
+template <class Code>
+void add_codes(key_rule rule, ub4 *keys, ub4 parameter, const void *codes, ub4 n) noexcept {
     if (rule == key_rule::multiply)
-        step_keys<key_rule::multiply>(keys, parameter, codes, n);
+        step_keys<key_rule::multiply>(keys, parameter, static_cast<const Code *>(codes), n);
     else
-        step_keys<key_rule::shift>(keys, parameter, codes, n);
+        step_keys<key_rule::shift>(keys, parameter, static_cast<const Code *>(codes), n);
+}
+
+// The codes lie in elements as wide as the column's kernel makes them.
+void add_column(key_rule rule, ub4 *keys, ub4 parameter, const void *codes, const tavo_enc_ctx *enc, ub4 n) noexcept {
+    const unsigned code = enc->kernel_row >> 2 & 0x1f;
+    (code <= width_code(8)    ? add_codes<ub1>
+     : code <= width_code(16) ? add_codes<ub2>
+                              : add_codes<ub4>)(rule, keys, parameter, codes, n);
 }
 
 ub4 parameter_of(key_rule rule, const tavo_enc_ctx *enc) noexcept {
@@ -73,17 +95,14 @@ class key_pass {
 public:
     key_pass(const tavo_env *env, tavo_vec *cols, column_info *info, key_rule rule) noexcept
         : call(*env), cols(cols), info(info), rule(rule), list(env->sel_bits == nullptr ? env->ones_vec : nullptr),
-          list_size(list != nullptr ? env->ones_vec_size : 0) {
-        call.flags |= TAVO_ENV_WIDE;
-    }
+          list_size(list != nullptr ? env->ones_vec_size : 0) {}
 
     // Keys of at most `room` rows from `row` on; moves `row` behind them.
     ub4 run(ub4 *keys, ub4 room, tavo_vec *temp, ub4 ncols, ub4 &row) noexcept {
         const ub4 n = unpack(0, keys, room, row);
         for (ub4 c = 1; c < ncols; c++) {
-            auto *codes = static_cast<ub4 *>(temp->data);
-            unpack(c, codes, room, row);
-            add_column(rule, keys, info[c].parameter, codes, n);
+            unpack(c, temp->data, room, row);
+            add_column(rule, keys, info[c].parameter, temp->data, TAVO_VEC_ENC_CTX(&cols[c]), n);
         }
         row = call.resume_row;
         list_done += n;
@@ -93,10 +112,13 @@ public:
     bool has_rows_left() const noexcept { return list == nullptr || list_done < list_size; }
 
 private:
-    ub4 unpack(ub4 c, ub4 *out, ub4 room, ub4 row) noexcept {
+    // The first column's codes are the keys to begin with, and so ub4; the others' are as narrow as they come: less to
+    // store and to load again.
+    ub4 unpack(ub4 c, void *out, ub4 room, ub4 row) noexcept {
         tavo_vec dst{};
         dst.data = out;
         dst.size = room;
+        call.flags = static_cast<ub1>(c == 0 ? call.flags | TAVO_ENV_WIDE : call.flags & ~TAVO_ENV_WIDE);
         call.resume_row = row;
         call.run_index = info[c].run_index;
         call.run_end = info[c].run_end;
@@ -165,8 +187,8 @@ ub4 tavo_groupkey_dydi(tavo_vec *keys, ub4 *key_space, tavo_vec *cols, ub4 ncols
 }
 
 TAVO_KEPT void tavo_mul_ub4_const(ub4 *keys, ub4 factor, ub4 n) noexcept {
-    tavo::step_keys<tavo::key_rule::multiply>(keys, factor, nullptr, n);
+    tavo::step_keys<tavo::key_rule::multiply, tavo::no_codes>(keys, factor, nullptr, n);
 }
 TAVO_KEPT void tavo_shl_ub4_const(ub4 *keys, ub4 shift, ub4 n) noexcept {
-    tavo::step_keys<tavo::key_rule::shift>(keys, shift, nullptr, n);
+    tavo::step_keys<tavo::key_rule::shift, tavo::no_codes>(keys, shift, nullptr, n);
 }

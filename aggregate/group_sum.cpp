@@ -12,6 +12,8 @@
 // to accumulator 0, or stored in record 0 in place of what stood there.
 //
 // With keys, a record's sum takes the stored values as they are: there hosts send native ones.
+#include <utility>
+
 #include "aggregate/group_operations.h"
 #include "aggregate/number_column.h"
 #include "frame/tavo_group.h"
@@ -19,8 +21,6 @@
 
 namespace tavo {
 namespace {
-
-constexpr ub4 piece_rows = 512; // of values brought to native form before they are added
 
 // ---- Totals ----
 
@@ -41,47 +41,35 @@ typename Column::value total_of(Column, const ub1 *data, ub8 rows) noexcept {
 // So far ahead are accumulators asked for that don't stay in the second-level cache.
 constexpr ub4 rows_ahead = 24, near_bytes = 256 << 10;
 
-template <bool Far, class Value>
-[[gnu::always_inline]] inline void scatter_rows(Value *acc, const ub4 *keys, const ub1 *values, ub4 rows) noexcept {
-    ub4 row = 0;
+// A register of rows to their accumulators, in order. Keys are read two at a time and rows as the column has them: what
+// a row costs is its loads and stores.
+template <class Column>
+[[gnu::always_inline]] inline void scatter_block(typename Column::value *acc, const ub4 *keys, const ub1 *p) noexcept {
+    const typename Column::rows_at block(p);
+    const auto add_two = [&]<unsigned I>() {
+        const ub8 two_keys = read_native<ub8>(keys + I);
+        acc[static_cast<ub4>(two_keys)] += block.template row<I>();
+        acc[two_keys >> 32] += block.template row<I + 1>();
+    };
+    [&]<unsigned... I>(std::integer_sequence<unsigned, I...>) { (add_two.template operator()<2 * I>(), ...); }
+    (std::make_integer_sequence<unsigned, Column::count / 2>{});
+}
+
+template <bool Far, class Column>
+[[gnu::always_inline]] inline void scatter_rows(Column, typename Column::value *acc, const ub4 *keys, const ub1 *data,
+                                                ub8 rows) noexcept {
+    ub8 row = 0;
     if constexpr (Far)
-        for (; row + rows_ahead < rows; row++) {
-            __builtin_prefetch(acc + keys[row + rows_ahead], 1);
-            acc[keys[row]] += read_native<Value>(values + row * sizeof(Value));
+        for (; row + Column::count + rows_ahead <= rows; row += Column::count) {
+#pragma GCC unroll 16
+            for (unsigned i = 0; i < Column::count; i++)
+                __builtin_prefetch(acc + keys[row + rows_ahead + i], 1);
+            scatter_block<Column>(acc, keys + row, data + row * Column::bytes);
         }
-#pragma GCC unroll 8
+    for (; row + Column::count <= rows; row += Column::count)
+        scatter_block<Column>(acc, keys + row, data + row * Column::bytes);
     for (; row < rows; row++)
-        acc[keys[row]] += read_native<Value>(values + row * sizeof(Value));
-}
-
-// Native values, `rows` of them, of the column from p on: where they lie, or in `piece`.
-template <class Column>
-[[gnu::always_inline]] inline const ub1 *native_values(const ub1 *p, typename Column::value *piece, ub4 rows) noexcept {
-    if constexpr (Column::is_native) {
-        return p;
-    } else {
-        ub4 row = 0;
-        for (; row + Column::count <= rows; row += Column::count)
-            Column::store(piece + row, Column::load(p + row * Column::bytes));
-        for (; row < rows; row++)
-            piece[row] = Column::one(p + row * Column::bytes);
-        return reinterpret_cast<const ub1 *>(piece);
-    }
-}
-
-template <class Column>
-void scatter(Column, typename Column::value *acc, ub4 groups, const ub4 *keys, const ub1 *data, ub8 rows) noexcept {
-    alignas(64) typename Column::value piece[Column::is_native ? 1 : piece_rows];
-    const bool far = static_cast<ub8>(groups) * sizeof *acc > near_bytes;
-    const ub8 piece_size = Column::is_native ? 1u << 20 : piece_rows;
-    for (ub8 row = 0; row < rows; row += piece_size) {
-        const auto n = static_cast<ub4>(rows - row < piece_size ? rows - row : piece_size);
-        const ub1 *const values = native_values<Column>(data + row * Column::bytes, piece, n);
-        if (far)
-            scatter_rows<true>(acc, keys + row, values, n);
-        else
-            scatter_rows<false>(acc, keys + row, values, n);
-    }
+        acc[keys[row]] += Column::one(data + row * Column::bytes);
 }
 
 // ---- Two or three groups: their sums stay in registers ----
@@ -125,8 +113,10 @@ void add_to_array(Column column, const tavo_vec *acc, const ub1 *data, const ub4
         few_groups<2>(column, sums, keys, data, rows);
     else if (TAVO_VEC_SIZE(acc) == 3)
         few_groups<3>(column, sums, keys, data, rows);
+    else if (TAVO_VEC_SIZE(acc) * 1ull * sizeof *sums > near_bytes)
+        scatter_rows<true>(column, sums, keys, data, rows);
     else
-        scatter(column, sums, TAVO_VEC_SIZE(acc), keys, data, rows);
+        scatter_rows<false>(column, sums, keys, data, rows);
 }
 
 // ---- Records ----

@@ -54,6 +54,12 @@ struct float_lanes<f32> {
     [[gnu::always_inline]] static half low(lanes v) noexcept { return _mm512_castps512_ps256(v); }
     [[gnu::always_inline]] static half high(lanes v) noexcept { return _mm512_extractf32x8_ps(v, 1); }
     [[gnu::always_inline]] static half add(half a, half b) noexcept { return _mm256_add_ps(a, b); }
+    template <unsigned I>
+    [[gnu::always_inline]] static value lane(lanes v) noexcept {
+        const half eight = I < 8 ? low(v) : high(v);
+        const __m128 four = I % 8 < 4 ? _mm256_castps256_ps128(eight) : _mm256_extractf128_ps(eight, 1);
+        return _mm_cvtss_f32(I % 4 == 0 ? four : _mm_shuffle_ps(four, four, I % 4));
+    }
 };
 
 template <>
@@ -79,6 +85,12 @@ struct float_lanes<f64> {
     [[gnu::always_inline]] static half low(lanes v) noexcept { return _mm512_castpd512_pd256(v); }
     [[gnu::always_inline]] static half high(lanes v) noexcept { return _mm512_extractf64x4_pd(v, 1); }
     [[gnu::always_inline]] static half add(half a, half b) noexcept { return _mm256_add_pd(a, b); }
+    template <unsigned I>
+    [[gnu::always_inline]] static value lane(lanes v) noexcept {
+        const half four = I < 4 ? low(v) : high(v);
+        const __m128d two = I % 4 < 2 ? _mm256_castpd256_pd128(four) : _mm256_extractf128_pd(four, 1);
+        return _mm_cvtsd_f64(I % 2 == 0 ? two : _mm_unpackhi_pd(two, two));
+    }
 };
 
 // The mask of the first n lanes, n below or at their number.
@@ -114,7 +126,6 @@ struct float_column {
     using mask = typename lanes::mask;
     using partial_sum = half_register_sum<Number>;
     static constexpr unsigned bytes = sizeof(value), count = lanes::count, block = count / 2;
-    static constexpr bool is_native = !Comparable; // elements as they lie there are values
 
     [[gnu::always_inline]] static typename lanes::lanes decoded(__m512i stored) noexcept {
         if constexpr (Comparable)
@@ -132,7 +143,16 @@ struct float_column {
         else
             return read_native<value>(p);
     }
-    [[gnu::always_inline]] static void store(value *p, typename lanes::lanes v) noexcept { lanes::store(p, v); }
+
+    // A register of rows, to be taken one by one.
+    struct rows_at {
+        typename lanes::lanes rows;
+        [[gnu::always_inline]] explicit rows_at(const ub1 *p) noexcept : rows(load(p)) {}
+        template <unsigned I>
+        [[gnu::always_inline]] value row() const noexcept {
+            return lanes::template lane<I>(rows);
+        }
+    };
 };
 
 // ---- Integers ----
@@ -156,7 +176,6 @@ struct integer_column {
     using mask = __mmask8;
     using partial_sum = integer_lane_sum;
     static constexpr unsigned bytes = Bytes, count = 8, block = 8;
-    static constexpr bool is_native = Bytes == 8 && !BigEndian;
 
     [[gnu::always_inline]] static __m512i load(const ub1 *p) noexcept {
         if constexpr (Bytes == 1) {
@@ -183,7 +202,16 @@ struct integer_column {
             return static_cast<ub8>(static_cast<sb8>(v << above) >> above);
         }
     }
-    [[gnu::always_inline]] static void store(value *p, __m512i v) noexcept { _mm512_storeu_si512(p, v); }
+
+    // A register of rows, to be taken one by one: from memory, where each can be the operand of an addition to memory.
+    struct rows_at {
+        alignas(64) value rows[count];
+        [[gnu::always_inline]] explicit rows_at(const ub1 *p) noexcept { _mm512_store_si512(rows, load(p)); }
+        template <unsigned I>
+        [[gnu::always_inline]] value row() const noexcept {
+            return rows[I];
+        }
+    };
 
 private:
     template <class Register>

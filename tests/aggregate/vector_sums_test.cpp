@@ -85,6 +85,7 @@ TEST(vector_sums, compressed_columns) {
     for (std::size_t i = 0; i < plain.size(); i++)
         plain[i] = static_cast<ub1>(i / 4 % 7);
     std::vector<ub1> stream = spak_compress(plain).bytes();
+    stream.resize(stream.size() + 64); // decoding reads on behind its end
     host_stub host;
     tavo_env env{};
     env.host = host.record();
