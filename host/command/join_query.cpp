@@ -83,7 +83,7 @@ public:
                  pairs.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(pairs.size(), q.limit))) {
         for (const join_names::place &p : q.printed)
             columns_[p.side == join_side::right].push_back(
-                (p.side == join_side::left ? left : right).encoded(p.column));
+                (p.side == join_side::left ? left : right).stored(p.column));
         rows_[0] = rows_of(left.rows(), &row_pair::left);
         rows_[1] = rows_of(right.rows(), &row_pair::right);
         for (const bool side : {false, true})
@@ -148,7 +148,7 @@ private:
 
     const join_question &question_;
     std::vector<row_pair> pairs_;
-    std::vector<column *> columns_[2]; // printed ones of each side, in their order
+    std::vector<stored_column *> columns_[2]; // printed ones of each side, in their order
     selection rows_[2];
     std::unique_ptr<value_reader> readers_[2];
     std::vector<ub4> place_; // of a right row among those that are printed
