@@ -1,6 +1,7 @@
 // The descriptor and start-up.
 #include "frame/tavo_avx512g.h"
 
+#include "aggregate/group_operations.h"
 #include "bitvec/bitvec.h"
 #include "decode/prefix_decode.h"
 #include "decode/spak.h"
@@ -11,6 +12,7 @@
 #include "kv/hash.h"
 #include "kv/kv_table.h"
 #include "kv/partition.h"
+#include "rows/convert_operations.h"
 #include "scan/row_operations.h"
 #include "vector/distance.h"
 #include "vector/pick_metric.h"
@@ -82,6 +84,9 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(lbiwvrun);
     OPERATION(lbiwvruns);
     OPERATION(bloom);
+    OPERATION(groupkey);
+    OPERATION(gby_sum);
+    OPERATION(convert);
     OPERATION(prefix_decode);
     OPERATION(eq_stream);
     OPERATION(selective);
@@ -94,7 +99,9 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);
+    OPERATION(sum_vec);
     OPERATION(lookup_and_compare);
+    OPERATION(prefix_sum_vec);
     OPERATION(vector_distance);
     OPERATION(vector_topk);
     OPERATION(vector_pick_metric);

@@ -122,6 +122,7 @@ using __mmask64 = simde__mmask64;
 #define _mm512_mul_pd simde_mm512_mul_pd
 #define _mm512_mul_ps simde_mm512_mul_ps
 #define _mm512_mullo_epi16 simde_mm512_mullo_epi16
+#define _mm512_mullo_epi32 simde_mm512_mullo_epi32
 #define _mm512_or_epi32 simde_mm512_or_epi32
 #define _mm512_or_epi64 simde_mm512_or_epi64
 #define _mm512_or_si512 simde_mm512_or_si512
