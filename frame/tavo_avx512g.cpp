@@ -12,6 +12,7 @@
 #include "kv/kv_table.h"
 #include "kv/partition.h"
 #include "scan/row_operations.h"
+#include "spatial/pip.h"
 #include "vector/distance.h"
 #include "vector/pick_metric.h"
 #include "vector/topk.h"
@@ -82,6 +83,8 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(lbiwvrun);
     OPERATION(lbiwvruns);
     OPERATION(bloom);
+    OPERATION(spatial_pip);
+    OPERATION(spheric_pip);
     OPERATION(prefix_decode);
     OPERATION(eq_stream);
     OPERATION(selective);
