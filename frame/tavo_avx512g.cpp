@@ -14,6 +14,7 @@
 #include "kv/partition.h"
 #include "rows/convert_operations.h"
 #include "scan/row_operations.h"
+#include "spatial/pip.h"
 #include "vector/distance.h"
 #include "vector/pick_metric.h"
 #include "vector/topk.h"
@@ -87,6 +88,8 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(groupkey);
     OPERATION(gby_sum);
     OPERATION(convert);
+    OPERATION(spatial_pip);
+    OPERATION(spheric_pip);
     OPERATION(prefix_decode);
     OPERATION(eq_stream);
     OPERATION(selective);

@@ -117,6 +117,7 @@ using __mmask64 = simde__mmask64;
 #define _mm512_min_epu32 simde_mm512_min_epu32
 #define _mm512_min_epu64 simde_mm512_min_epu64
 #define _mm512_min_epu8 simde_mm512_min_epu8
+#define _mm512_movepi64_mask simde_mm512_movepi64_mask
 #define _mm512_movepi8_mask simde_mm512_movepi8_mask
 #define _mm512_mul_epu32 simde_mm512_mul_epu32
 #define _mm512_mul_pd simde_mm512_mul_pd
