@@ -13,6 +13,7 @@
 #include "kv/kv_table.h"
 #include "kv/partition.h"
 #include "rows/convert_operations.h"
+#include "rows/row_tables.h"
 #include "scan/row_operations.h"
 #include "spatial/pip.h"
 #include "vector/distance.h"
@@ -95,6 +96,12 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(selective);
     OPERATION(hash);
     OPERATION(partition);
+    OPERATION(gather);
+    OPERATION(gather_one_col);
+    OPERATION(gather_cols);
+    OPERATION(transpose_reference);
+    OPERATION(transpose_convert);
+    OPERATION(transpose_fixed);
     OPERATION(layout_kv);
     OPERATION(create_add_kv);
     OPERATION(probe_kv);

@@ -210,7 +210,8 @@ typedef struct tavo_specialized_ctx {
     /* Scatters rows by bits of their hashes into the buffers of a radix partitioning. */
     ub4 (*partition)(tavo_partition_ctx *ctx, tavo_vec *hashes_or_keys, tavo_vec *rids, tavo_vec *column,
                      tavo_hash_fn *hash, tavo_env *env) TAVO_NOEXCEPT;                                         /* 61 */
-    /* Copies all elements of the table rows that the codes in src name. */
+    /* Copies all elements of the table rows that the codes in src name. 0; 19 when the output is full: env->resume_row
+     * is the row that did not fit; 2 for a table or layout that tavo_rows.h does not list. */
     ub4 (*gather)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *table, tavo_env *env) TAVO_NOEXCEPT;    /* 62 */
     /* The same for one column of the table. */
     ub4 (*gather_one_col)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *table, tavo_env *env, ub4 col)
@@ -218,9 +219,10 @@ typedef struct tavo_specialized_ctx {
     /* The same for a list of columns. */
     ub4 (*gather_cols)(tavo_vec *dst, tavo_vec *src, const ub4 *cols, ub4 ncols, const tavo_gather_spec *table,
                        tavo_env *env) TAVO_NOEXCEPT;                                                           /* 64 */
-    /* Writes a column of references to src's elements into a row-major table. */
+    /* Writes a column of references to src's elements into a row-major table. The transposes: see tavo_rows.h. */
     ub4 (*transpose_reference)(tavo_gather_spec *table, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;        /* 65 */
-    /* Turns rows first_row to last_row of a reference table into a packed table with the elements' bytes together. */
+    /* Turns rows first_row to last_row of a reference table into a packed table with the elements' bytes together. 18
+     * when its bytes are full: env->resume_row is the row that did not fit. */
     ub4 (*transpose_convert)(tavo_gather_spec *table, const tavo_gather_spec *from, sb4 to_part, sb4 from_part,
                              ub4 first_row, ub4 last_row, tavo_env *env) TAVO_NOEXCEPT;                        /* 66 */
     /* Writes a column of values into the fixed-width rows of a table. */
