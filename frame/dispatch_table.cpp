@@ -9,6 +9,7 @@
 #include "scan/dynp_scan_kernels.h"
 #include "scan/fixed_scan_kernels.h"
 #include "scan/set_scan_kernels.h"
+#include "xlate/xlate_kernels.h"
 
 namespace tavo {
 namespace {
@@ -23,6 +24,7 @@ consteval dispatch_tables build_dispatch_tables() {
     put_decodes(t);
     put_minmax(t);
     put_sum_distinct(t);
+    put_xlate(t);
     return t;
 }
 
