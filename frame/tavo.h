@@ -14,5 +14,6 @@
 #include "tavo_types.h"
 #include "tavo_vec.h"
 #include "tavo_vector.h"
+#include "tavo_xlate.h"
 
 #endif

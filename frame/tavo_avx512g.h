@@ -25,6 +25,7 @@ typedef struct tavo_kv tavo_kv;
 typedef struct tavo_kv_region tavo_kv_region;
 typedef union tavo_kv_status tavo_kv_status;
 typedef struct tavo_kv_scan_position tavo_kv_scan_position;
+typedef struct tavo_xlate_groupkey_ctx tavo_xlate_groupkey_ctx;
 
 typedef ub8 tavo_hash_fn(const void *data, ub8 length, ub8 seed);
 typedef ub4 tavo_kv_alloc_fn(tavo_kv_region *region, ub4 count, ub8 *id);
@@ -40,6 +41,8 @@ typedef ub4 tavo_row_move_fn(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_N
 typedef ub4 tavo_minmax_fn(tavo_vec *res, tavo_vec *src, tavo_env *env, ub4 mode) TAVO_NOEXCEPT;
 typedef ub4 tavo_arith_fn(tavo_vec *res, tavo_vec *a, tavo_vec *b, tavo_env *env) TAVO_NOEXCEPT;
 typedef ub4 tavo_xlate_fn(tavo_vec *res, tavo_vec *src, tavo_vec *dict, tavo_env *env) TAVO_NOEXCEPT;
+typedef ub4 tavo_xlate_groupkey_fn(tavo_vec *keys, tavo_vec *src, tavo_vec *ignored,
+                                   const tavo_xlate_groupkey_ctx *ctx) TAVO_NOEXCEPT;
 
 /* One slot: null, or a kernel of the pattern that belongs to the operation. */
 typedef union tavo_kernel_slot {
@@ -48,7 +51,8 @@ typedef union tavo_kernel_slot {
     tavo_row_move_fn *row_move;     /* decode, decode_unpack, decode_symbol, burst_rle */
     tavo_minmax_fn *minmax;         /* minmax; sum and distinct, which take its arguments, do nothing and return 0 */
     tavo_arith_fn *arith;           /* add sub mul */
-    tavo_xlate_fn *xlate;           /* xlate, also to group keys: res holds these, dict is ignored */
+    tavo_xlate_fn *xlate;           /* xlate, but of class TAVO_CLASS_OTHER ... */
+    tavo_xlate_groupkey_fn *xlate_groupkey; /* ... where it adds to group keys */
 } tavo_kernel_slot;
 
 /* Operation numbers, bits 4 to 0 of a dispatch index. */
