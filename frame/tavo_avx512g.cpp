@@ -16,7 +16,10 @@
 #include "rows/row_tables.h"
 #include "scan/row_operations.h"
 #include "spatial/pip.h"
+#include "vector/arith.h"
+#include "vector/convert.h"
 #include "vector/distance.h"
+#include "vector/parse.h"
 #include "vector/pick_metric.h"
 #include "vector/topk.h"
 
@@ -115,6 +118,9 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(vector_distance);
     OPERATION(vector_topk);
     OPERATION(vector_pick_metric);
+    OPERATION(vector_parse);
+    OPERATION(vector_convert_fp);
+    OPERATION(vector_arith);
 #undef OPERATION
     return ctx;
 }
