@@ -57,6 +57,13 @@ forms=(--encode distance=spak --encode delay=spak --encode origin=rle)
 show columns "$flights" "${forms[@]}"
 build/library/host/tavo columns "$flights" "${forms[@]}" </dev/null || exit 1
 ask "$flights" "${forms[@]}" --where "origin = SFO" --where "distance >= 2500" --where "delay > 90" --limit 5
+# Columns without a dictionary: big-endian numbers of whole bytes, numbers of varying length, and times with their zones;
+# a list of five, one column against another, and the smallest and largest values.
+numbers=(--encode date=fixed --encode distance=dynp)
+ask "$flights" "${numbers[@]}" --where "date >= '2001-04-01'" --where "distance < 100 or distance > 2500" \
+    --where "origin in (SFO, LAX, JFK, SEA, HNL)" --min date --max date --min distance --max distance --count
+ask host/data/departures.csv --where "departed < scheduled" --where "scheduled < '2001-01-10'" \
+    --columns scheduled,departed,origin,distance --limit 5
 # Joined with the airports that they leave from; then the same with the airports that no flight leaves from, and these alone.
 ask "$flights" --join "$airports" --on origin=iata --where "airports.state = CA" --where "delay > 200" \
     --columns date,delay,origin,city,state --limit 5

@@ -73,25 +73,17 @@ struct alignas(64) lane_shifts {
 // The one extreme of all lanes, the field of lane j lying `shifts.of[j % 8]` bits above bit 0.
 template <extreme Which, unsigned LaneBits>
 [[gnu::always_inline]] inline ub4 extreme_code(__m512i v, const lane_shifts &shifts) noexcept {
-    const auto join = [](auto width, __m512i a, __m512i b) __attribute__((always_inline)) {
-        return extreme_of<Which, decltype(width)::value>(a, b);
-    };
-    // Lanes eight apart join as they are.
-    constexpr std::integral_constant<unsigned, LaneBits> lanes;
-    v = join(lanes, v, _mm512_shuffle_i64x2(v, v, 0x4e));
+    // Lanes eight, sixteen ... apart join as they are, until sixteen lanes are left that can be widened.
     if constexpr (LaneBits <= 16)
-        v = join(lanes, v, _mm512_shuffle_i64x2(v, v, 0xb1));
+        v = extreme_of<Which, LaneBits>(v, _mm512_shuffle_i64x2(v, v, 0x4e));
     if constexpr (LaneBits == 8)
         v = _mm512_cvtepu8_epi32(
-            _mm512_castsi512_si128(join(lanes, v, _mm512_shuffle_epi32(v, static_cast<_MM_PERM_ENUM>(0x4e)))));
+            _mm512_castsi512_si128(extreme_of<Which, LaneBits>(v, _mm512_shuffle_i64x2(v, v, 0xb1))));
     else if constexpr (LaneBits == 16)
         v = _mm512_cvtepu16_epi32(_mm512_castsi512_si256(v));
-    constexpr std::integral_constant<unsigned, 32> wide;
     v = _mm512_srlv_epi32(v, _mm512_load_si512(shifts.of));
-    v = join(wide, v, _mm512_shuffle_i64x2(v, v, 0xb1));
-    v = join(wide, v, _mm512_shuffle_epi32(v, static_cast<_MM_PERM_ENUM>(0x4e)));
-    v = join(wide, v, _mm512_shuffle_epi32(v, static_cast<_MM_PERM_ENUM>(0xb1)));
-    return static_cast<ub4>(_mm_cvtsi128_si32(_mm512_castsi512_si128(v)));
+    return Which == extreme::low ? static_cast<ub4>(_mm512_reduce_min_epu32(v))
+                                 : static_cast<ub4>(_mm512_reduce_max_epu32(v));
 }
 
 // Running extremes of fields in lanes of `LaneBits`. If Nullable, a field of zeros is passed over.

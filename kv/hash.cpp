@@ -19,8 +19,10 @@ column_hasher::form column_hasher::form_of(const tavo_enc_ctx *enc) noexcept {
         return form::none;
     if (TAVO_ENC_CTX_FLAG(enc, TAVO_FIXED))
         return form::fixed;
-    if (TAVO_ENC_CTX_FLAG(enc, TAVO_PACKED_KEYS))
-        return form::packed_codes;
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_PACKED_KEYS)) {
+        const unsigned width = static_cast<ub1>(enc->width_bits);
+        return width == 0 || width > 32 ? form::none : form::packed_codes; // four bytes are read
+    }
     if (TAVO_ENC_CTX_FLAG(enc, TAVO_DICT))
         return form::codes;
     if (TAVO_ENC_CTX_FLAG(enc, TAVO_LV_SEP))
@@ -148,6 +150,11 @@ ub4 tavo_hash_dydi(tavo_vec *out, tavo_vec *column, tavo_vec *seeds, tavo_hash_f
         return TAVO_UNSUPPORTED;
     const ub1 *data = tavo::column_data(column, env, TAVO_KERNEL_TEXTS(tavo_hash_dydi));
     tavo::column_hasher hasher(column, data, hash, 0, 0);
-    hasher(static_cast<ub8 *>(out->data), rows, {static_cast<const ub8 *>(seeds->data), TAVO_VEC_SIZE(seeds) != 1});
+    const auto *seed = static_cast<const ub8 *>(seeds->data);
+    const ub8 first_seed = *seed; // out may be the seeds' own memory
+    if (TAVO_VEC_SIZE(seeds) == 1)
+        hasher(static_cast<ub8 *>(out->data), rows, {&first_seed, 0});
+    else
+        hasher(static_cast<ub8 *>(out->data), rows, {seed, 1});
     return TAVO_DONE;
 }

@@ -10,7 +10,14 @@
 namespace host {
 
 const char *name_of(column_form form) {
-    return form == column_form::plain ? "plain" : form == column_form::spak ? "spak" : "rle";
+    switch (form) {
+    case column_form::plain: return "plain";
+    case column_form::spak: return "spak";
+    case column_form::rle: return "rle";
+    case column_form::fixed: return "fixed";
+    case column_form::dynp: break;
+    }
+    return "dynp";
 }
 
 column::column(std::string name, dictionary dict, block<ub4> codes, std::optional<column_form> form)

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "host/column/column_builder.h"
+#include "host/column/packing.h"
 #include "host/column/text_file.h"
 #include "host/error.h"
 
@@ -26,6 +27,42 @@ void refuse_bad_values(const std::string &path, const std::string &name, value_t
     throw error(message);
 }
 
+// The column without its dictionary, if it is asked for or chosen: where dictionary and codes are larger than the values.
+std::unique_ptr<number_column> without_dictionary(const std::string &name, const dictionary &dict,
+                                                  const block<ub4> &codes, std::optional<column_form> form,
+                                                  bool allowed) {
+    const bool asked = form == column_form::fixed || form == column_form::dynp;
+    if (asked && !allowed)
+        throw error(fmt::format("column {} cannot be of form {} here", name, name_of(*form)));
+    if (!asked && (form || !allowed))
+        return nullptr;
+    const ub8 values = dict.end_code() - dict.first_code();
+    const ub8 with_dictionary =
+        dict.symbols().held_bytes() + packed_bytes(codes.size(), width_for(dict.end_code() == 0 ? 0 : dict.end_code() - 1));
+    if (!asked && (dict.type() == value_type::text || values == 0 || with_dictionary <= codes.size()))
+        return nullptr;
+    const auto found = number_form::find(dict.type(), [&](const auto &see) {
+        for (ub8 code = dict.first_code(); code < dict.end_code(); code++)
+            see(dict.symbols()[code]);
+    });
+    if (asked && values > 0 && !found.is_form)
+        throw error(fmt::format("column {} cannot be of form {}: it {}", name, name_of(*form), found.why_not));
+    if (!asked && (!found.is_form || with_dictionary <= codes.size() * number_column::fixed_bytes(found.form)))
+        return nullptr;
+
+    block<stored_number> number_of(dict.end_code());
+    for (ub8 code = 0; code < dict.end_code(); code++)
+        number_of[code] = code < dict.first_code() ? stored_number{0, 0} : found.form.store(dict.symbols()[code]);
+    block<stored_number> rows(codes.size());
+    std::vector<ub8> known(dict.has_null() ? (codes.size() + 63) / 64 : 0);
+    for (std::size_t row = 0; row < codes.size(); row++) {
+        rows[row] = number_of[codes[row]];
+        if (!known.empty())
+            known[row / 64] |= ub8{codes[row] >= dict.first_code()} << row % 64;
+    }
+    return std::make_unique<number_column>(name, found.form, form.value_or(column_form::fixed), rows, std::move(known));
+}
+
 } // namespace
 
 bool is_null(std::string_view value, const std::vector<std::string> &null_texts) {
@@ -36,7 +73,7 @@ bool is_null(std::string_view value, const std::vector<std::string> &null_texts)
 }
 
 table::table(const csv_file &file, const std::vector<std::size_t> &wanted, const read_options &options)
-    : file_(file), columns_(file.columns().size()) {
+    : file_(file), columns_(file.columns().size()), numbers_(file.columns().size()) {
     const field_text text{file_.text(), file_.delimiter()};
     std::vector<column_builder> builders;
     for (const std::size_t number : wanted) {
@@ -72,7 +109,10 @@ table::table(const csv_file &file, const std::vector<std::size_t> &wanted, const
                     form = found->second;
             column_builder builder = std::move(builders[i]); // its memory goes when the column is there
             column_builder::result built = builder.finish();
-            columns_[wanted[i]] = std::make_unique<column>(name, std::move(built.dict), std::move(built.codes), form);
+            numbers_[wanted[i]] = without_dictionary(name, built.dict, built.codes, form, options.numbers);
+            if (!numbers_[wanted[i]])
+                columns_[wanted[i]] =
+                    std::make_unique<column>(name, std::move(built.dict), std::move(built.codes), form);
         }
     } catch (const std::bad_alloc &) {
         throw error("out of memory: " + memory_needed(file_.path(), file_.text().size()));

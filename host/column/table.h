@@ -10,6 +10,7 @@
 
 #include "host/column/column.h"
 #include "host/column/csv.h"
+#include "host/column/number_column.h"
 
 namespace host {
 
@@ -21,6 +22,8 @@ struct read_options {
     forms form_of;
     std::vector<std::string> null_texts;       // fields that are null besides the empty one, spaces around them or not
     std::map<std::string, value_type> type_of; // of columns whose type is not to be found from their values
+    // Whether columns may be of form fixed or dynp, without a dictionary.
+    bool numbers = false;
     // Told now and then how many bytes of the file are behind us; may be empty.
     std::function<void(std::size_t done, std::size_t all)> progress;
 };
@@ -33,13 +36,19 @@ public:
 
     const csv_file &file() const { return file_; }
     ub4 rows() const { return rows_; }
-    // Null for a column that was not asked for.
+    // Null for a column that was not asked for or has no dictionary, or has one.
     column *encoded(std::size_t number) const { return columns_[number].get(); }
+    number_column *numbers(std::size_t number) const { return numbers_[number].get(); }
+    // Either of them.
+    stored_column *stored(std::size_t number) const {
+        return columns_[number] ? static_cast<stored_column *>(encoded(number)) : numbers(number);
+    }
 
 private:
     const csv_file &file_;
     ub4 rows_ = 0;
     std::vector<std::unique_ptr<column>> columns_;
+    std::vector<std::unique_ptr<number_column>> numbers_;
 };
 
 // Is the field null: empty, or one of these texts?

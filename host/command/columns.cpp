@@ -25,9 +25,47 @@ std::string why_text(const found_type &found) {
                        value.size() > shown ? value.substr(0, shown) + "..." : value);
 }
 
+std::vector<std::string> row_of(column &col) {
+    const dictionary &dict = col.dict();
+    return {col.name(),
+            name_of(dict.type()),
+            std::to_string(dict.end_code() - dict.first_code()),
+            dict.has_null() ? "yes" : "no",
+            std::to_string(col.width()),
+            name_of(col.form()),
+            col.form() == column_form::rle ? std::to_string(col.runs()) : "",
+            std::to_string(col.plain_bytes()),
+            std::to_string(col.encoded_bytes()),
+            fmt::format("{:.2f}", ratio(col.plain_bytes(), col.encoded_bytes())),
+            col.symbols().front_coded()  ? "front"
+            : col.symbols().one_length() ? "one_len"
+                                         : "cla",
+            std::to_string(col.symbols().held_bytes()),
+            why_text(dict.found())};
+}
+
+// Without a dictionary, different values are not counted.
+std::vector<std::string> row_of(const number_column &col) {
+    const std::string bytes = std::to_string(col.encoded_bytes());
+    const std::size_t zones = col.numbers().zones().size();
+    return {col.name(),
+            name_of(col.type()),
+            "",
+            col.has_null() ? "yes" : "no",
+            std::to_string(col.width()),
+            fmt::format("{}{}", name_of(col.form()), zones == 0 ? "" : "_tz"),
+            "",
+            bytes,
+            bytes,
+            "1.00",
+            zones == 0 ? "none" : fmt::format("none, {} zone{}", zones, zones == 1 ? "" : "s"),
+            "0",
+            ""};
+}
+
 int run(const table_options &options) {
     const csv_file file = open_csv(options);
-    const table table = read_table(file, all_columns(file), options);
+    const table table = read_table(file, all_columns(file), options, true);
     using enum text_table::side;
     text_table shown({{"column", left},
                       {"type", left},
@@ -44,17 +82,14 @@ int run(const table_options &options) {
                       {"text because of", left}});
     ub8 plain = 0, encoded = 0;
     for (const std::size_t number : all_columns(file)) {
+        if (const number_column *numbers = table.numbers(number)) {
+            shown.add_row(row_of(*numbers));
+            plain += numbers->encoded_bytes();
+            encoded += numbers->encoded_bytes();
+            continue;
+        }
         column &col = *table.encoded(number);
-        const dictionary &dict = col.dict();
-        shown.add_row({col.name(), name_of(dict.type()), std::to_string(dict.end_code() - dict.first_code()),
-                       dict.has_null() ? "yes" : "no", std::to_string(col.width()), name_of(col.form()),
-                       col.form() == column_form::rle ? std::to_string(col.runs()) : "",
-                       std::to_string(col.plain_bytes()), std::to_string(col.encoded_bytes()),
-                       fmt::format("{:.2f}", ratio(col.plain_bytes(), col.encoded_bytes())),
-                       col.symbols().front_coded()  ? "front"
-                       : col.symbols().one_length() ? "one_len"
-                                                    : "cla",
-                       std::to_string(col.symbols().held_bytes()), why_text(dict.found())});
+        shown.add_row(row_of(col));
         plain += col.plain_bytes();
         encoded += col.encoded_bytes();
     }

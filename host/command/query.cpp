@@ -13,6 +13,7 @@
 #include "host/command/subcommands.h"
 #include "host/command/table_options.h"
 #include "host/error.h"
+#include "host/query/extremes.h"
 #include "host/query/recompute.h"
 #include "host/query/value_reader.h"
 
@@ -25,8 +26,8 @@ struct query_options {
     join_options join;
     std::optional<std::string> columns;
     std::string library;
-    std::vector<std::string> where;
-    ub4 limit = 0xffffffff;
+    std::vector<std::string> where, smallest, largest;
+    ub4 limit = value_reader::no_limit;
     bool count = false, explain = false, check = false;
 };
 
@@ -46,16 +47,57 @@ std::vector<ub4> expected_rows(const csv_file &file, const table &table, const s
                                const query_options &options) {
     std::map<std::string, value_type> types;
     for (const std::size_t number : columns_of(predicates, file))
-        types[file.columns()[number]] = table.encoded(number)->dict().type();
+        types[file.columns()[number]] = table.stored(number)->type();
     return recompute(file, predicates, types, options.table.null_texts);
 }
 
+// What is asked of columns in place of their rows.
+struct asked_extreme {
+    extreme which;
+    std::size_t column;
+};
+std::vector<asked_extreme> extremes_of(const query_options &options, const csv_file &file) {
+    std::vector<asked_extreme> asked;
+    for (const std::string &name : options.smallest)
+        asked.push_back({extreme::smallest, file.column(name)});
+    for (const std::string &name : options.largest)
+        asked.push_back({extreme::largest, file.column(name)});
+    return asked;
+}
+
+// One line of values below one of what they are; what differs from the text goes to `difference`.
+std::string extreme_lines(session &session, const table &table, const selection &selected,
+                          const std::vector<asked_extreme> &asked, const query_options &options,
+                          const std::vector<ub4> &expected, std::vector<query_step> &steps, std::string &difference) {
+    std::vector<std::string> names, values;
+    if (options.count) {
+        names.emplace_back("count");
+        values.push_back(std::to_string(selected.count));
+    }
+    for (const auto &[which, number] : asked) {
+        stored_column &col = *table.stored(number);
+        names.push_back(fmt::format("{}({})", name_of(which), col.name()));
+        const auto value = extreme_value(session, col, selected, which, steps);
+        values.push_back(value.value_or(""));
+        if (options.check && difference.empty())
+            difference = compare_extreme(table.file(), expected, number, col.type(), options.table.null_texts,
+                                         which == extreme::smallest, value);
+    }
+    std::string lines;
+    append_csv_line(lines, names.size(), [&](std::size_t i) { return std::string_view(names[i]); });
+    append_csv_line(lines, values.size(), [&](std::size_t i) { return std::string_view(values[i]); });
+    return lines;
+}
+
 int run(const query_options &options) {
+    if (!options.join.file.empty() && !(options.smallest.empty() && options.largest.empty()))
+        throw error("--min and --max are of one file, they don't go with --join");
     if (!options.join.file.empty())
         return run_join(options.join, {options.table, options.where, options.columns, options.library, options.limit,
                                        options.count, options.explain, options.check});
-    if (!options.join.on.empty() || options.join.left || options.join.right || options.join.anti)
-        throw error("--on, --left, --right and --anti go with --join FILE");
+    if (!options.join.on.empty() || options.join.left || options.join.right || options.join.anti ||
+        !options.join.memory.empty())
+        throw error("--on, --left, --right, --anti and --join-memory go with --join FILE");
 
     std::vector<predicate> predicates;
     for (const std::string &text : options.where)
@@ -69,12 +111,18 @@ int run(const query_options &options) {
     for (predicate &p : predicates)
         resolve(p, file);
 
+    const std::vector<asked_extreme> asked = extremes_of(options, file);
+    if (!asked.empty() && options.columns)
+        throw error("--min and --max print no rows, so there are no --columns");
     std::vector<std::size_t> encoded = columns_of(predicates, file);
-    if (!options.count)
+    for (const asked_extreme &e : asked)
+        if (std::find(encoded.begin(), encoded.end(), e.column) == encoded.end())
+            encoded.push_back(e.column);
+    if (!options.count && asked.empty())
         for (const std::size_t number : printed)
             if (std::find(encoded.begin(), encoded.end(), number) == encoded.end())
                 encoded.push_back(number);
-    const table table = read_table(file, encoded, options.table);
+    const table table = read_table(file, encoded, options.table, true);
 
     session session(library);
     query query(session, table.rows());
@@ -90,17 +138,26 @@ int run(const query_options &options) {
                              expected.size()));
             return check_failed;
         }
-        expected.resize(std::min<std::size_t>(expected.size(), options.limit));
+        if (asked.empty())
+            expected.resize(std::min<std::size_t>(expected.size(), options.limit));
     }
 
     output out;
-    if (options.count) {
+    if (!asked.empty()) {
+        std::string difference;
+        const std::string lines = extreme_lines(session, table, selected, asked, options, expected, steps, difference);
+        if (!difference.empty()) {
+            tell("the check fails: " + difference);
+            return check_failed;
+        }
+        out.write(lines);
+    } else if (options.count) {
         out.write(fmt::format("{}\n", selected.count));
     } else {
-        std::vector<column *> columns;
+        std::vector<stored_column *> columns;
         std::string lines;
         for (const std::size_t number : printed)
-            columns.push_back(table.encoded(number));
+            columns.push_back(table.stored(number));
         append_csv_line(lines, printed.size(), [&](std::size_t i) { return std::string_view(columns[i]->name()); });
         out.write(lines);
         value_reader values(session, columns, selected, options.limit);
@@ -124,7 +181,7 @@ int run(const query_options &options) {
             steps.push_back(std::move(step));
     }
     out.finish();
-    if (!options.count && options.limit < selected.count)
+    if (asked.empty() && !options.count && options.limit < selected.count)
         tell(fmt::format("the first {} of {} rows", options.limit, selected.count));
     if (options.explain)
         show(explain(steps, library));
@@ -154,6 +211,10 @@ subcommand add_query(CLI::App &app) {
         "with 1 if --check does not agree, with 2 if there is something wrong with the input.");
     query->add_option("--where", options->where, "A predicate; all given must be true")->allow_extra_args(false);
     query->add_flag("--count", options->count, "Print how many rows, not the rows");
+    query->add_option("--min", options->smallest, "Print the smallest value of this column, not the rows")
+        ->allow_extra_args(false);
+    query->add_option("--max", options->largest, "Print the largest value of this column, not the rows")
+        ->allow_extra_args(false);
     query->add_option("--limit", options->limit, "Print so many rows at most");
     query->add_option("--columns", options->columns, "Print these columns: a,b,c");
     add_join_options(*query, options->join);

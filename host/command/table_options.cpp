@@ -24,10 +24,14 @@ forms forms_of(const std::vector<std::string> &asked, const csv_file &file) {
             forms[column] = column_form::spak;
         else if (form == "rle")
             forms[column] = column_form::rle;
+        else if (form == "fixed")
+            forms[column] = column_form::fixed;
+        else if (form == "dynp")
+            forms[column] = column_form::dynp;
         else if (form == "auto")
             forms[column] = std::nullopt; // also where another form is asked for all others
         else
-            throw error(fmt::format("--encode {}: the forms are auto, plain, spak and rle", text));
+            throw error(fmt::format("--encode {}: the forms are auto, plain, spak, rle, fixed and dynp", text));
     }
     return forms;
 }
@@ -77,7 +81,9 @@ void add_table_options(CLI::App &app, table_options &options) {
                    "The character between fields, or tab; otherwise found: a comma, semicolon, tab or bar");
     app.add_flag("--no-header", options.no_header,
                  "The first line is a row like the others; columns are called column_1, column_2, ...");
-    app.add_option("--encode", options.encode, "Form of the columns: auto, plain, spak or rle; of one: COLUMN=FORM")
+    app.add_option("--encode", options.encode,
+                   "Form of the columns: auto, plain, spak or rle, of numbers and dates also fixed or dynp; of one: "
+                   "COLUMN=FORM")
         ->allow_extra_args(false);
 }
 
@@ -129,12 +135,14 @@ std::vector<std::size_t> column_list(const csv_file &file, const std::string &li
     }
 }
 
-table read_table(const csv_file &file, const std::vector<std::size_t> &columns, const table_options &options) {
+table read_table(const csv_file &file, const std::vector<std::size_t> &columns, const table_options &options,
+                 bool numbers) {
     progress_line progress(options.file);
     read_options reading;
     reading.form_of = forms_of(options.encode, file);
     reading.type_of = types_of(options.types, file);
     reading.null_texts = options.null_texts;
+    reading.numbers = numbers;
     reading.progress = [&](std::size_t done, std::size_t all) { progress.show(done, all); };
     return table(file, columns, reading);
 }

@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 #include <optional>
 
+#include "host/query/scan_call.h"
+
 namespace host {
 
 namespace {
@@ -15,7 +17,7 @@ struct code_range {
     bool low_open, high_open;
 };
 
-code_plan leaf(code_plan::kind what, column *col, std::string text) {
+code_plan leaf(code_plan::kind what, stored_column *col, std::string text) {
     code_plan plan;
     plan.what = what;
     plan.col = col;
@@ -23,12 +25,12 @@ code_plan leaf(code_plan::kind what, column *col, std::string text) {
     return plan;
 }
 
-code_plan scan(column *col, tavo_variant variant, tavo_operation op, ub8 low, ub8 high, std::string text) {
+code_plan scan(stored_column *col, tavo_variant variant, tavo_operation op, ub8 low, ub8 high, std::string text) {
     code_plan plan = leaf(code_plan::kind::scan, col, std::move(text));
     plan.op = op;
     plan.variant = variant;
-    plan.low = static_cast<ub4>(low);
-    plan.high = static_cast<ub4>(high);
+    plan.low = low;
+    plan.high = high;
     return plan;
 }
 
@@ -41,24 +43,33 @@ code_plan combine(code_plan::kind what, std::vector<code_plan> parts) {
     return plan;
 }
 
-tavo_variant null_rule(const column *col) { return col->dict().has_null() ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN; }
+tavo_variant null_rule(const stored_column *col) { return col->has_null() ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN; }
+
+// Times of several zones: equal moments are not equal pairs, so a moment is a range of them.
+bool has_zones(const stored_column *col) {
+    const auto *numbers = dynamic_cast<const number_column *>(col);
+    return numbers != nullptr && numbers->has_zones();
+}
 
 // Null is code 0, so plain kernels find it and what is not it.
-code_plan null_test(column *col, bool wanted, std::string text) {
-    if (!col->dict().has_null())
+code_plan null_test(stored_column *col, bool wanted, std::string text) {
+    if (!col->has_null())
         return leaf(wanted ? code_plan::kind::nothing : code_plan::kind::every, col, std::move(text));
+    if (dynamic_cast<const number_column *>(col) != nullptr)
+        return leaf(wanted ? code_plan::kind::nulls : code_plan::kind::known, col, std::move(text));
     return scan(col, TAVO_VARIANT_PLAIN, wanted ? TAVO_OP_EQ : TAVO_OP_NE, 0, 0, std::move(text));
 }
 
-code_plan inside(column *col, const code_range &r, const std::string &text) {
-    const ub8 first = col->dict().first_code(), end = col->dict().end_code();
+code_plan inside(stored_column *col, const code_range &r, const std::string &text) {
+    const ub8 first = col->first_code(), end = col->end_code();
     const tavo_variant variant = null_rule(col);
     if (r.begin >= r.end)
         return leaf(code_plan::kind::nothing, col, text);
     if (r.begin == first && r.end == end)
         return null_test(col, false, text);
     if (r.begin + 1 == r.end)
-        return scan(col, variant, TAVO_OP_EQ, r.begin, 0, text);
+        return has_zones(col) ? scan(col, variant, TAVO_OP_GE_LE, r.begin, r.begin, text)
+                              : scan(col, variant, TAVO_OP_EQ, r.begin, 0, text);
     // From here on, an open end with codes outside of it has one just outside.
     const ub8 low = r.low_open ? r.begin - 1 : r.begin;
     const ub8 high = r.high_open ? r.end : r.end - 1;
@@ -72,11 +83,11 @@ code_plan inside(column *col, const code_range &r, const std::string &text) {
 }
 
 // The values that are neither null nor in the range.
-code_plan outside(column *col, const code_range &r, const std::string &text) {
-    const ub8 first = col->dict().first_code(), end = col->dict().end_code();
+code_plan outside(stored_column *col, const code_range &r, const std::string &text) {
+    const ub8 first = col->first_code(), end = col->end_code();
     if (r.begin >= r.end)
         return null_test(col, false, text);
-    if (r.begin + 1 == r.end && !(r.begin == first && r.end == end))
+    if (r.begin + 1 == r.end && !(r.begin == first && r.end == end) && !has_zones(col))
         return scan(col, null_rule(col), TAVO_OP_NE, r.begin, 0, text);
     // An end that the range includes is left out of its complement, and the other way round.
     std::vector<code_plan> parts;
@@ -109,7 +120,7 @@ public:
                 operands.insert(operands.begin() + static_cast<std::ptrdiff_t>(to++), {&operand, inner});
         }
         struct fused {
-            column *col;
+            stored_column *col;
             code_range range;
             std::string text;
             std::size_t part;
@@ -122,7 +133,7 @@ public:
                 parts.push_back(plan(*p, negated));
                 continue;
             }
-            column *col = column_of(*p);
+            stored_column *col = column_of(*p);
             const std::string text = (negated ? "not " : "") + p->text;
             const auto same = std::find_if(ranges.begin(), ranges.end(), [&](const fused &f) { return f.col == col; });
             if (same == ranges.end()) {
@@ -146,25 +157,28 @@ public:
     }
 
 private:
-    column *column_of(const literal &name) const { return table_.encoded(table_.file().column(name.text)); }
-    column *column_of(const predicate &p) const { return column_of(p.column); }
+    stored_column *column_of(const literal &name) const { return table_.stored(table_.file().column(name.text)); }
+    stored_column *column_of(const predicate &p) const { return column_of(p.column); }
 
-    static std::string key_of(const column *col, const predicate &p, const literal &value) {
+    static std::string key_of(const stored_column *col, const predicate &p, const literal &value) {
         const bool by_order = p.kind == predicate_kind::range ||
                               (p.kind == predicate_kind::compare && p.op != comparison::eq && p.op != comparison::ne);
         if (by_order)
             refuse_order_of_text(col, p, value);
-        if (auto key = sort_key(col->dict().type(), value.text))
+        if (auto key = sort_key(col->type(), value.text))
             return std::move(*key);
         fail_at(*p.source, value.at,
                 fmt::format("'{}' cannot be compared with column {}, whose values are of type {}", value.text,
-                            col->name(), name_of(col->dict().type())));
+                            col->name(), name_of(col->type())));
     }
 
     // Numbers among which a single text stands make a column of text, where 9 comes behind 10: nobody who compares it
     // with a number means that.
-    static void refuse_order_of_text(const column *col, const predicate &p, const literal &value) {
-        const found_type &found = col->dict().found();
+    static void refuse_order_of_text(const stored_column *col, const predicate &p, const literal &value) {
+        const auto *with_dictionary = dynamic_cast<const column *>(col);
+        if (with_dictionary == nullptr)
+            return; // numbers
+        const found_type &found = with_dictionary->dict().found();
         const value_type asked = type_of(value.text);
         if (found.type() != value_type::text || found.declared() || found.text_line() == 0 || asked == value_type::text)
             return;
@@ -184,34 +198,32 @@ private:
     // The range of codes that a comparison selects, if it is one range (all but <>, in, is null).
     std::optional<code_range> range_of(const predicate &p, bool negated) const {
         if (p.kind == predicate_kind::range && !negated) {
-            const column *col = column_of(p);
+            const stored_column *col = column_of(p);
             const std::string low = key_of(col, p, p.values[0]), high = key_of(col, p, p.values[1]);
-            const dictionary &dict = col->dict();
-            return code_range{p.low_open ? dict.first_above(low) : dict.first_not_below(low),
-                              p.high_open ? dict.first_not_below(high) : dict.first_above(high), p.low_open,
+            return code_range{p.low_open ? col->first_above(low) : col->first_not_below(low),
+                              p.high_open ? col->first_not_below(high) : col->first_above(high), p.low_open,
                               p.high_open};
         }
         if (p.kind != predicate_kind::compare)
             return std::nullopt;
-        const column *col = column_of(p);
-        const dictionary &dict = col->dict();
+        const stored_column *col = column_of(p);
         const std::string key = key_of(col, p, p.values[0]);
-        const ub8 from = dict.first_not_below(key), to = dict.first_above(key);
+        const ub8 from = col->first_not_below(key), to = col->first_above(key);
         switch (p.op) {
         case comparison::eq: break;
         case comparison::ne: negated = !negated; break;
         case comparison::lt:
-            return negated ? code_range{from, dict.end_code(), false, false}
-                           : code_range{dict.first_code(), from, false, true};
+            return negated ? code_range{from, col->end_code(), false, false}
+                           : code_range{col->first_code(), from, false, true};
         case comparison::ge:
-            return negated ? code_range{dict.first_code(), from, false, true}
-                           : code_range{from, dict.end_code(), false, false};
+            return negated ? code_range{col->first_code(), from, false, true}
+                           : code_range{from, col->end_code(), false, false};
         case comparison::gt:
-            return negated ? code_range{dict.first_code(), to, false, false}
-                           : code_range{to, dict.end_code(), true, false};
+            return negated ? code_range{col->first_code(), to, false, false}
+                           : code_range{to, col->end_code(), true, false};
         case comparison::le:
-            return negated ? code_range{to, dict.end_code(), true, false}
-                           : code_range{dict.first_code(), to, false, false};
+            return negated ? code_range{to, col->end_code(), true, false}
+                           : code_range{col->first_code(), to, false, false};
         }
         return negated ? std::nullopt : std::optional(code_range{from, to, false, false});
     }
@@ -236,7 +248,7 @@ private:
         case predicate_kind::compare:
         case predicate_kind::range: break;
         }
-        column *col = column_of(p);
+        stored_column *col = column_of(p);
         if (const auto range = range_of(p, negated))
             return inside(col, *range, text);
         // <> and its like, or a negated range: outside of what the predicate, turned positive, selects.
@@ -250,9 +262,9 @@ private:
         code_plan plan = leaf(code_plan::kind::columns, column_of(p), text);
         plan.other = column_of(p.other);
         plan.compared = negated ? negation[static_cast<int>(p.op)] : p.op;
-        const value_type a = plan.col->dict().type(), b = plan.other->dict().type();
-        const bool empty = plan.col->dict().end_code() == plan.col->dict().first_code() ||
-                           plan.other->dict().end_code() == plan.other->dict().first_code();
+        const value_type a = plan.col->type(), b = plan.other->type();
+        const bool empty = plan.col->end_code() == plan.col->first_code() ||
+                           plan.other->end_code() == plan.other->first_code();
         if (!empty && a != b && common_type(a, b) == value_type::text)
             fail_at(*p.source, p.other.at,
                     fmt::format("{} is a column of type {}, which does not compare with column {} of type {}; the text "
@@ -262,11 +274,11 @@ private:
     }
 
     code_plan list(const predicate &p, bool negated, const std::string &text) const {
-        column *col = column_of(p);
+        stored_column *col = column_of(p);
         std::vector<code_range> ranges;
         for (const literal &value : p.values) {
             const std::string key = key_of(col, p, value);
-            const code_range r{col->dict().first_not_below(key), col->dict().first_above(key), false, false};
+            const code_range r{col->first_not_below(key), col->first_above(key), false, false};
             if (r.begin < r.end)
                 ranges.push_back(r);
         }
@@ -280,6 +292,13 @@ private:
                 merged.push_back(r);
         if (merged.empty())
             return negated ? null_test(col, false, text) : leaf(code_plan::kind::nothing, col, text);
+        if (p.values.size() > 2 && (merged.size() > 1 || merged[0].begin + 1 < merged[0].end) && has_set_kernel(*col)) {
+            code_plan plan = leaf(code_plan::kind::set, col, text);
+            plan.outside = negated;
+            for (const code_range &r : merged)
+                plan.members.emplace_back(r.begin, r.end);
+            return plan;
+        }
         std::vector<code_plan> parts;
         for (const code_range &r : merged)
             parts.push_back(negated ? outside(col, r, text) : inside(col, r, text));

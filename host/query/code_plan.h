@@ -14,16 +14,21 @@ struct code_plan {
         nothing, // no row, whatever the codes: a value that the column does not have
         every,   // every row
         scan,    // one kernel
+        set,     // one kernel: membership
+        nulls,   // of a column without a dictionary: the rows without a value
+        known,   // and those with one
         columns, // the codes of two columns, row by row
         both,    // rows of all parts
         either   // rows of any part
     };
     kind what = kind::nothing;
-    column *col = nullptr;          // of nothing, every, scan, columns
-    tavo_operation op = TAVO_OP_EQ; // of scan, and its constants: each a code of the column, so it fits in W bits
+    stored_column *col = nullptr;   // of all but both, either
+    tavo_operation op = TAVO_OP_EQ; // of scan, and its constants: each a code of the column, so it fits
     tavo_variant variant = TAVO_VARIANT_PLAIN;
-    ub4 low = 0, high = 0;        // one-constant scans use low
-    column *other = nullptr;      // of columns: `col` on the left, this on the right
+    ub8 low = 0, high = 0;        // one-constant scans use low
+    std::vector<std::pair<ub8, ub8>> members; // of set: from one code up to another, without that
+    bool outside = false;         // of set: all other values
+    stored_column *other = nullptr;      // of columns: `col` on the left, this on the right
     comparison compared{};        // of columns
     std::vector<code_plan> parts; // of both, either
     std::string text;             // the predicate it stands for, of nothing, every, scan, columns

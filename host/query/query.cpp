@@ -6,6 +6,7 @@
 
 #include "host/error.h"
 #include "host/query/column_compare.h"
+#include "host/query/scan_call.h"
 
 namespace host {
 
@@ -19,30 +20,7 @@ private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-constexpr const char *operator_names[] = {"eq", "lt", "gt", "le", "ge", "ne", "gt_lt", "gt_le", "ge_lt", "ge_le"};
-
-bool has_two_constants(tavo_operation op) { return op >= TAVO_OP_GT_LT; }
-
-// A constant vector: kernels read one byte at width 8, two at width 16 and four at all other widths up to 32, in the
-// processor's byte order.
-struct code_constant {
-    code_constant(ub4 code, unsigned width)
-        : code4(code), code2(static_cast<ub2>(code)), code1(static_cast<ub1>(code)) {
-        vec.data = width == 8 ? static_cast<void *>(&code1) : width == 16 ? static_cast<void *>(&code2) : &code4;
-    }
-    code_constant(const code_constant &) = delete;
-    ub4 code4;
-    ub2 code2;
-    ub1 code1;
-    tavo_vec vec{};
-};
-
 } // namespace
-
-std::string scan_name(tavo_operation op, unsigned width, tavo_variant variant) {
-    return fmt::format("tavo_{}_dict_{}bit{}", operator_names[op], width,
-                       variant == TAVO_VARIANT_SECOND ? "_null" : "");
-}
 
 selection query::all_rows() {
     selection all = no_rows();
@@ -61,7 +39,15 @@ selection query::run(const code_plan &plan, const selection *among) {
         if (plan.col != nullptr)
             steps_.push_back({"", plan.col->name(), plan.col->width(), plan.text + ": every value", rows_, rows_, 0});
         return among != nullptr ? *among : all_rows();
-    case code_plan::kind::scan: return scan(plan, among);
+    case code_plan::kind::scan:
+    case code_plan::kind::set: return scan(plan, among);
+    case code_plan::kind::nulls:
+    case code_plan::kind::known: {
+        selection rows = known_rows(plan);
+        if (among != nullptr)
+            keep_among(rows, *among);
+        return rows;
+    }
     case code_plan::kind::columns: {
         selection rows = compare_columns(session_, *plan.col, plan.compared, *plan.other, plan.text, steps_);
         if (among != nullptr)
@@ -101,14 +87,9 @@ void query::keep_among(selection &rows, const selection &among) {
 }
 
 selection query::scan(const code_plan &plan, const selection *among) {
-    column &col = *plan.col;
-    const std::string name = scan_name(plan.op, col.width(), plan.variant);
-    const tavo_kernel_slot kernel = session_.kernels().kernel(col.kernel_row(plan.variant), plan.op);
-    if (kernel.scan == nullptr)
-        throw error(fmt::format("{} has no kernel {}", session_.kernels().path(), name));
-
-    // A thin selection is walked row by row, where the kernel can: not over runs, and there is no such path at one bit.
-    const bool sparse = is_thin(among) && col.form() != column_form::rle && col.width() > 1;
+    stored_column &col = *plan.col;
+    scan_call call(plan, session_.kernels());
+    const bool sparse = is_thin(among) && call.can_walk();
     tavo_env env{};
     env.host = session_.record();
     if (sparse) {
@@ -119,32 +100,46 @@ selection query::scan(const code_plan &plan, const selection *among) {
     tavo_vec res{};
     res.bits = rows.bits.data();
     res.size = rows_;
-    code_constant low(plan.low, col.width()), high(plan.high, col.width());
 
     const stopwatch watch;
-    const ub4 status = has_two_constants(plan.op) ? kernel.range_scan(&res, col.vec(), &low.vec, &high.vec, &env)
-                                                  : kernel.scan(&res, col.vec(), &low.vec, &env);
+    const ub4 status = call.run(&res, &env);
     double seconds = watch.seconds();
     session_.throw_raised();
-    if (const session::decompression done = session_.take_decompression(); done.bytes > 0) {
-        steps_.push_back(decompression_step(col, done));
+    auto *codes = dynamic_cast<column *>(&col);
+    if (const session::decompression done = session_.take_decompression(); done.bytes > 0 && codes != nullptr) {
+        steps_.push_back(decompression_step(*codes, done));
         seconds -= done.seconds;
     }
     if (status != TAVO_DONE && status != TAVO_NONE_SELECTED)
-        throw error(fmt::format("{} failed with status {}", name, status));
+        throw error(fmt::format("{} failed with status {}", call.kernel(), status));
     rows.count = res.count;
 
-    std::string what = plan.text;
-    what += has_two_constants(plan.op) ? fmt::format("  [codes {}, {}", plan.low, plan.high)
-                                       : fmt::format("  [code {}", plan.low);
+    std::string what = fmt::format("{}  [{}", plan.text, call.constants());
     if (sparse)
         what += ", sparse path";
-    if (col.form() == column_form::rle)
-        what += fmt::format(", {} runs", col.runs());
-    steps_.push_back({name, col.name(), col.width(), what + "]", sparse ? among->count : rows_, rows.count, seconds});
+    if (codes != nullptr && codes->form() == column_form::rle)
+        what += fmt::format(", {} runs", codes->runs());
+    steps_.push_back(
+        {call.kernel(), col.name(), col.width(), what + "]", sparse ? among->count : rows_, rows.count, seconds});
 
     if (among != nullptr && !sparse)
         keep_among(rows, *among);
+    return rows;
+}
+
+// The rows of a column without a dictionary that have a value, or those that have none.
+selection query::known_rows(const code_plan &plan) {
+    const auto &col = dynamic_cast<const number_column &>(*plan.col);
+    const bool nulls = plan.what == code_plan::kind::nulls;
+    selection rows = no_rows();
+    const stopwatch watch;
+    const void *known = col.known().data();
+    if (nulls)
+        ctx_.lbiwvnot(rows.bits.data(), &rows.count, known, rows_);
+    else
+        ctx_.lbiwvand(rows.bits.data(), &rows.count, known, known, rows_);
+    steps_.push_back({nulls ? "tavo_lbiwvnot_dydi" : "tavo_lbiwvand_dydi", col.name(), 1,
+                      plan.text + "  [of the rows with a value]", rows_, rows.count, watch.seconds()});
     return rows;
 }
 

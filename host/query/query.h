@@ -39,6 +39,7 @@ private:
     // The plan's rows among those of `among`, or among all if that is null.
     selection run(const code_plan &plan, const selection *among);
     selection scan(const code_plan &plan, const selection *among);
+    selection known_rows(const code_plan &plan);
     void keep_among(selection &rows, const selection &among);
     bool is_thin(const selection *s) const { return s != nullptr && static_cast<ub8>(s->count) * sparse_below < rows_; }
     selection all_rows();
@@ -50,9 +51,6 @@ private:
     ub4 rows_;
     std::vector<query_step> steps_;
 };
-
-// A kernel's name, made from what picks it: tavo_ge_le_dict_12bit_null.
-std::string scan_name(tavo_operation op, unsigned width, tavo_variant variant);
 
 // Row numbers of a selection, ascending, at most `limit` of them.
 std::vector<ub4> row_numbers(const tavo_specialized_ctx &ctx, const selection &s, ub4 rows, ub4 limit);

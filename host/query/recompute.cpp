@@ -236,4 +236,32 @@ std::string printed_check::finish() const {
     return next_ == rows_.size() ? "" : fmt::format("{} of {} rows are printed", next_, rows_.size());
 }
 
+std::string compare_extreme(const csv_file &file, const std::vector<ub4> &rows, std::size_t column, value_type type,
+                            const std::vector<std::string> &null_texts, bool smallest,
+                            const std::optional<std::string> &value) {
+    std::string difference;
+    bool found = false, any = false;
+    std::size_t next = 0;
+    ub4 row = 0;
+    file.records([&](const std::vector<csv_field> &fields, const csv_reader &reader) {
+        if (row++ != (next < rows.size() ? rows[next] : 0xffffffff) || !difference.empty())
+            return;
+        next++;
+        const std::string field = fields[column].value();
+        if (is_null(field, null_texts))
+            return;
+        any = true;
+        found |= value && field == *value;
+        const int order = value ? compare_values(type, field, *value) : 0;
+        if (smallest ? order < 0 : order > 0)
+            difference = fmt::format("line {} has {} {}, which is {} {}", reader.line(), file.columns()[column], field,
+                                     smallest ? "below" : "above", *value);
+    });
+    if (difference.empty() && any != value.has_value())
+        difference = fmt::format("column {} has {} value in the selected rows", file.columns()[column], any ? "a" : "no");
+    if (difference.empty() && any && !found)
+        difference = fmt::format("column {} has no {} in the selected rows", file.columns()[column], *value);
+    return difference;
+}
+
 } // namespace host

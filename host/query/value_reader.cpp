@@ -28,7 +28,8 @@ double seconds_since(std::chrono::steady_clock::time_point start) {
 
 } // namespace
 
-value_reader::value_reader(session &s, const std::vector<column *> &columns, const selection &rows, ub4 limit)
+value_reader::value_reader(session &s, const std::vector<stored_column *> &columns, const selection &rows,
+                           ub4 limit)
     : session_(s), rows_(rows), left_(std::min(rows.count, limit)) {
     const ub4 all = columns.empty() ? 0 : columns[0]->rows();
     listed_ = static_cast<ub8>(left_) * query::sparse_below < all;
@@ -39,13 +40,20 @@ value_reader::value_reader(session &s, const std::vector<column *> &columns, con
     numbers_.resize(listed_ ? std::min(left_, batch_rows) : 0);
 
     const ub4 room = std::min(left_, batch_rows);
-    for (column *col : columns) {
+    for (stored_column *stored : columns) {
+        auto *col = dynamic_cast<column *>(stored);
+        places_.push_back({col != nullptr, col != nullptr ? readers_.size() : number_readers_.size()});
+        if (col == nullptr) {
+            number_readers_.emplace_back(s, dynamic_cast<number_column &>(*stored), rows);
+            continue;
+        }
         column_reader r{col,
                         {},
                         std::vector<ub1>(room * 4ull + readable_behind),
                         std::vector<ub8>(room),
                         std::vector<ub2>(room),
                         std::vector<ub2>(room),
+                        {},
                         {}};
         r.env.host = s.record();
         readers_.push_back(std::move(r));
@@ -55,6 +63,9 @@ value_reader::value_reader(session &s, const std::vector<column *> &columns, con
             expansions_.push_back({"tavo_prefix_decode_dydi", col->name(), 0, "front-coded dictionary expanded",
                                    symbols, symbols, seconds_since(start)});
         }
+        if (left_ > 0 && limit != no_limit && col->type() == value_type::text &&
+            col->dict().end_code() <= symbol_rows::most_symbols)
+            readers_.back().by_rows.emplace(*col);
     }
 }
 
@@ -108,6 +119,8 @@ void value_reader::unpack(column_reader &r, ub4 rows) {
     } else if (!every_) {
         r.env.sel_bits = const_cast<ub8 *>(rows_.bits.data()); // read only
     }
+    if (r.by_rows)
+        r.env.flags = TAVO_ENV_WIDE;
     tavo_vec dst{};
     dst.data = r.codes.data();
     dst.size = rows;
@@ -137,6 +150,19 @@ void value_reader::look_up(column_reader &r, ub4 rows) {
           [&](tavo_row_move_fn *decode_symbol) { return decode_symbol(&dst, &src, &env); });
 }
 
+// Codes to symbols by row selection.
+void value_reader::select_symbols(column_reader &r, ub4 rows) {
+    const auto start = std::chrono::steady_clock::now();
+    r.by_rows->select(session_, reinterpret_cast<const ub4 *>(r.codes.data()), rows, r.addresses.data(),
+                      r.lengths.data());
+    const double seconds = seconds_since(start);
+    if (r.steps.size() == 1)
+        r.steps.push_back({{"tavo_selective_dydi", r.col->name(), r.col->width(), "codes to symbols", 0, 0, 0}});
+    r.steps[1].step.seconds += seconds;
+    r.steps[1].step.rows_in += rows;
+    r.steps[1].step.rows_out += rows;
+}
+
 ub4 value_reader::next() {
     ub4 rows = std::min(left_, batch_rows);
     if (rows == 0)
@@ -146,33 +172,49 @@ ub4 value_reader::next() {
     left_ -= rows;
     for (column_reader &r : readers_) {
         // Over lists `decode` counts bits in 32 bits, and it does not know runs.
-        const bool straight = listed_ && r.col->form() != column_form::rle &&
+        const bool straight = listed_ && !r.by_rows && r.col->form() != column_form::rle &&
                               static_cast<ub8>(r.col->rows()) * r.col->width() <= 0xffffffff;
         if (straight) {
             decode_listed(r, rows);
         } else {
             unpack(r, rows);
-            look_up(r, rows);
+            if (r.by_rows)
+                select_symbols(r, rows);
+            else
+                look_up(r, rows);
         }
     }
+    for (number_reader &r : number_readers_)
+        r.next(rows);
     return rows;
 }
 
 std::string_view value_reader::value(std::size_t column, ub4 row) const {
-    const column_reader &r = readers_[column];
+    const place at = places_[column];
+    if (!at.has_dictionary)
+        return number_readers_[at.reader].text(row);
+    const column_reader &r = readers_[at.reader];
     if (r.indicators[row] != 0 || r.lengths[row] == 0)
         return {};
     return {std::bit_cast<const char *>(r.addresses[row]), r.lengths[row]};
 }
 
+void value_reader::add_steps(const column_reader &r, std::vector<query_step> &all) const {
+    for (const step_times &times : r.steps) {
+        if (times.decompressed.bytes > 0)
+            all.push_back(decompression_step(*r.col, times.decompressed));
+        all.push_back(times.step);
+    }
+}
+
 std::vector<query_step> value_reader::steps() const {
     std::vector<query_step> all = expansions_;
-    for (const column_reader &r : readers_)
-        for (const step_times &times : r.steps) {
-            if (times.decompressed.bytes > 0)
-                all.push_back(decompression_step(*r.col, times.decompressed));
-            all.push_back(times.step);
-        }
+    for (const place at : places_)
+        if (at.has_dictionary)
+            add_steps(readers_[at.reader], all);
+        else
+            for (query_step &step : number_readers_[at.reader].steps())
+                all.push_back(std::move(step));
     return all;
 }
 

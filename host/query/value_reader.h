@@ -1,17 +1,21 @@
 // The values of selected rows, through the library's decode kernels.
 //
 // A column's codes go through `decode_unpack` and then `decode_symbol`, batch by batch; where few rows are wanted,
-// `decode` takes a list of row numbers straight to the symbols. Front-coded dictionaries are expanded by
-// `prefix_decode` before that.
+// `decode` takes a list of row numbers straight to the symbols. Of a limited number of texts, row selection takes the
+// symbols. Front-coded dictionaries are expanded by `prefix_decode` before that. Columns without a dictionary are read by
+// a number_reader.
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
 #include "host/column/column.h"
 #include "host/link/callbacks.h"
+#include "host/query/number_reader.h"
 #include "host/query/query.h"
+#include "host/query/symbol_rows.h"
 
 namespace host {
 
@@ -19,8 +23,10 @@ class value_reader {
 public:
     static constexpr ub4 batch_rows = 8192;
 
+    static constexpr ub4 no_limit = 0xffffffff;
+
     // Reads the first `limit` rows of the selection. All arguments must outlive the reader.
-    value_reader(session &s, const std::vector<column *> &columns, const selection &rows, ub4 limit);
+    value_reader(session &s, const std::vector<stored_column *> &columns, const selection &rows, ub4 limit);
 
     // Reads the next rows and returns how many; 0 at the end.
     ub4 next();
@@ -42,6 +48,7 @@ private:
         std::vector<ub8> addresses;
         std::vector<ub2> lengths, indicators;
         std::vector<step_times> steps; // in the order of their kernels
+        std::optional<symbol_rows> by_rows;
     };
 
     template <class Call>
@@ -50,6 +57,8 @@ private:
     void decode_listed(column_reader &r, ub4 rows);
     void unpack(column_reader &r, ub4 rows);
     void look_up(column_reader &r, ub4 rows);
+    void select_symbols(column_reader &r, ub4 rows);
+    void add_steps(const column_reader &r, std::vector<query_step> &all) const;
     tavo_row_move_fn *kernel(const column &col, tavo_operation op, unsigned width) const;
 
     session &session_;
@@ -59,7 +68,13 @@ private:
     bool every_;  // the selection is all rows
     tavo_bit_iter position_{};
     std::vector<ub4> numbers_;
+    struct place {
+        bool has_dictionary;
+        std::size_t reader;
+    };
+    std::vector<place> places_; // of the columns
     std::vector<column_reader> readers_;
+    std::vector<number_reader> number_readers_;
     std::vector<query_step> expansions_;
 };
 

@@ -293,7 +293,7 @@ TEST(minmax, prologue_labels) {
         const ub4 symbols = symbol_counts(width)[0];
         choose_codes(m, symbols, rng);
         minmax_case c({std::move(m), nullable, symbols});
-        const std::vector<ub1> bytes = spak_compress(c.column.stream.bytes()).bytes();
+        const std::vector<ub1> bytes = spak_of(c.column.stream.bytes()).bytes();
         void *slot = nullptr;
         c.column.enc.flags |= TAVO_SPAK;
         c.column.src.data = const_cast<ub1 *>(bytes.data());

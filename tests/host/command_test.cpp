@@ -75,9 +75,44 @@ TEST_F(Command, FormsOfColumns) {
     EXPECT_NE(squeezed(chosen.out).find(" 3 rle "), std::string::npos) << chosen.out;
     EXPECT_NE(squeezed(chosen.out).find(" 6 spak "), std::string::npos) << chosen.out;
     expect_refused("columns " + airports_ + " --encode =rle", "there is no column ''");
-    expect_refused("columns " + airports_ + " --encode zip", "the forms are auto, plain, spak and rle");
+    expect_refused("columns " + airports_ + " --encode zip", "the forms are auto, plain, spak, rle, fixed and dynp");
     expect_refused("columns " + airports_ + " --encode stat=rle", "did you mean state");
     expect_refused("query " + file("long.csv", "a,b\n1," + std::string(65536, 'x') + "\n"), "column b does not fit");
+}
+
+TEST_F(Command, NumbersWithoutDictionary) {
+    // Of 2500 departures: two columns of times with zones, by themselves without a dictionary, and numbers told to be
+    // so.
+    const std::string departures = "'" TAVO_DATA "/departures.csv' --encode distance=dynp ";
+    const outcome o = run("query " + departures +
+                          "--where 'departed < scheduled' --where 'distance in (77, 235, 954, 1542, 1589)' "
+                          "--columns scheduled,departed,distance --limit 2 --explain --check");
+    EXPECT_EQ(o.status, 0);
+    EXPECT_EQ(o.out, "scheduled,departed,distance\n2001-01-13 23:27-05:00,2001-01-13 23:05-05:00,77\n"
+                     "2001-03-01 13:16-06:00,2001-03-01 13:07-06:00,235\n");
+    for (const char *part : {"tavo_lookup_and_compare_dydi", "tavo_eq_dynp_16bit", "tavo_selective_dydi", "agrees"})
+        EXPECT_NE(o.err.find(part), std::string::npos) << part << "\n" << o.err;
+
+    const outcome extremes = run("query " + departures +
+                                 "--where \"scheduled < '2001-01-02'\" --min distance --max "
+                                 "departed --max origin --count --explain --check");
+    EXPECT_EQ(extremes.status, 0) << extremes.err;
+    EXPECT_EQ(extremes.out.substr(0, extremes.out.find('\n')), "count,min(distance),max(departed),max(origin)");
+    for (const char *part : {"tavo_lt_fixed_64bit_tz", "tavo_minmax_dict_8bit", "agrees"})
+        EXPECT_NE(extremes.err.find(part), std::string::npos) << part << "\n" << extremes.err;
+    const std::string few = file("few.csv", "n,t\n30,2001-01-01 05:00+02:00\n,2001-01-01 04:00+01:00\n7,\n");
+    EXPECT_EQ(run("query " + few + " --encode fixed --min n --max n --min t --max t --check").out,
+              "min(n),min(t),max(n),max(t)\n7,2001-01-01 05:00+02:00,30,2001-01-01 05:00+02:00\n"); // the first of one
+                                                                                                    // instant
+    EXPECT_EQ(run("query " + few + " --where 'n > 30' --min n --max t --check").out, "min(n),max(t)\n,\n");
+
+    expect_refused("query " + few + " --encode n=fixed --min m", "there is no column 'm'");
+    expect_refused("query " + few + " --encode t=dynp", "times with a zone are of form fixed");
+    expect_refused("query " + airports_ + " --encode city=fixed",
+                   "column city cannot be of form fixed: it holds texts");
+    expect_refused("query " + file("zeros.csv", "n\n007\n8\n") + " --encode n=dynp",
+                   "'007', which would come back as 7");
+    expect_refused("query " + few + " --where \"t = '2001-01-01 05:00+24:00'\"", "date-time");
 }
 
 TEST_F(Command, BadFiles) {
@@ -231,6 +266,10 @@ TEST_F(Command, Joins) {
     expect_refused(small + " --where 'name = x'", "both files have a column name: write a.name or b.name");
     expect_refused(small + " --where 'c.name = x'", "there is no column 'c.name'; did you mean a.name or b.name?");
     expect_refused(small + " --where 'a.id = x'", "'x' cannot be compared with column id");
+    expect_refused(small + " --min a.id", "don't go with --join");
+    expect_refused(small + " --left --anti", "exclude each other");
+    expect_refused(small + " --join-memory 99999999999999G", "more than 64 bits");
+    expect_refused("query " + flights_ + " --join-memory 1G --count", "go with --join");
     expect_refused(small + " --anti --where 'a.id = 1 or b.id = 2'", "one file alone");
     expect_refused(small + " --join-memory 12X", "expected a number of bytes");
     expect_refused("query " + flights_ + " --join " + flights_ + " --on origin --join-memory 100K --count",
@@ -238,7 +277,7 @@ TEST_F(Command, Joins) {
 }
 
 TEST_F(Command, BadLibraries) {
-    const std::string query = "query " + file("t.csv", "x\n1\n2\n") + " --where 'x = 2'";
+    const std::string query = "query " + file("t.csv", "x\na\nb\n") + " --where 'x = b'";
     const auto library = [](const std::string &name) { return "'" TAVO_FALSE_LIBRARIES "/false_" + name + ".so'"; };
     expect_refused(query + " --lib " + folder_ + "/absent.so", "cannot load the library");
     expect_refused(query + " --lib " + library("wrong_magic"), "magic word");
