@@ -64,6 +64,10 @@ ask "$flights" "${numbers[@]}" --where "date >= '2001-04-01'" --where "distance 
     --where "origin in (SFO, LAX, JFK, SEA, HNL)" --min date --max date --min distance --max distance --count
 ask host/data/departures.csv --where "departed < scheduled" --where "scheduled < '2001-01-10'" \
     --columns scheduled,departed,origin,distance --limit 5
+# Delays by origin and month: the groups with most delay on average, and all of a month in kilometres.
+ask "$flights" --group-by "origin,month(date)" --count --sum delay --avg delay --max delay --having "count > 100" \
+    --order-by "avg(delay) desc" --limit 5
+ask "$flights" --where "date < '2001-02-01'" --sum "distance * 1.609344 as km" --avg delay --count
 # Joined with the airports that they leave from; then the same with the airports that no flight leaves from, and these alone.
 ask "$flights" --join "$airports" --on origin=iata --where "airports.state = CA" --where "delay > 200" \
     --columns date,delay,origin,city,state --limit 5

@@ -9,16 +9,15 @@
  *
  * groupkey(keys, key_space, cols, ncols, temp, env): one native ub4 key a row from ncols columns of packed codes.
  *   rule        TAVO_ENV_MULTIPLY_KEYS: key * symbol_count + code, column by column; else (key << width_bits) + code
- *   cols        an array of ncols vectors of one size, each with TAVO_PACKED_KEYS; kernel_row, width_bits, symbol_count
- *   temp        scratch: data, an array of size ub4. The work goes in pieces of so many rows: 4096 stay in the first
- *               cache; it must not be 0
- *   keys        data; size, its capacity in keys. On return count says how many were written
- *   key_space   receives the number that all keys are below
- *   env         host (scratch of 12 bytes a column comes from temp_allocate), flags, sel_bits or ones_vec, resume_row;
- *               it isn't changed: a host that gets TAVO_ROWS_FULL knows by keys->count how many of the selected rows
- * are done and sets resume_row (with ones_vec: the list) for the next call itself result      TAVO_DONE;
- * TAVO_ROWS_FULL: keys is full and the column has rows behind the last key, selected or not; TAVO_UNSUPPORTED: a column
- * lacks TAVO_PACKED_KEYS; TAVO_OUT_OF_RANGE: the key space is 2^32 or more. With the last two nothing has been written
+ *   cols        an array of ncols vectors of one size, each with TAVO_PACKED_KEYS; width_bits, symbol_count, and
+ * kernel_row of the plain variant, that of unpacking temp        scratch: data, an array of size ub4. The work goes in
+ * pieces of so many rows: 4096 stay in the first cache; it must not be 0 keys        data; size, its capacity in keys.
+ * On return count says how many were written key_space   receives the number that all keys are below env         host
+ * (scratch of 12 bytes a column comes from temp_allocate), flags, sel_bits or ones_vec, resume_row; it isn't changed: a
+ * host that gets TAVO_ROWS_FULL knows by keys->count how many of the selected rows are done and sets resume_row (with
+ * ones_vec: the list) for the next call itself result      TAVO_DONE; TAVO_ROWS_FULL: keys is full and the column has
+ * rows behind the last key, selected or not; TAVO_UNSUPPORTED: a column lacks TAVO_PACKED_KEYS; TAVO_OUT_OF_RANGE: the
+ * key space is 2^32 or more. With the last two nothing has been written
  *
  * gby_sum(acc, src, keys, env, offsets): adds the src->size values of a measure column to accumulators.
  *   src         enc->value_type float, double or integer (width_bits 8, 16, 32, 64; of another nothing is added)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <map>
 #include <memory>
 #include <numeric>
 
@@ -81,8 +82,11 @@ public:
     std::vector<double> computed(const measure &, std::vector<signed char> &known);
     // The sum of an expression without nulls over all rows, by a _sum kernel.
     double expression_sum(const measure &);
-    std::vector<ub4> codes(std::size_t number) {
-        return codes_of(session_, encoded(number), table_.rows(), rows_, steps_);
+    const std::vector<ub4> &codes(std::size_t number) {
+        const auto [of_column, fresh] = codes_.try_emplace(number);
+        if (fresh)
+            of_column->second = codes_of(session_, encoded(number), table_.rows(), rows_, steps_);
+        return of_column->second;
     }
     column &encoded(std::size_t number) const { return *table_.encoded(number); }
     bool has_nulls(const measure &m) const {
@@ -108,6 +112,7 @@ private:
     step_list &steps_;
     std::vector<ub4> group_of_row_; // empty: all rows are one group
     std::vector<ub4> keys_of_groups_;
+    std::map<std::size_t, std::vector<ub4>> codes_; // of the columns that have been read
     ub4 groups_ = 1;
 };
 
@@ -217,7 +222,7 @@ row_numbers_of grouping::numbers(const measure &m, number_scale &scale) {
         throw error(fmt::format("{} is no column of numbers, and has no sum", col.name()));
     const std::vector<std::string> values = values_of(col);
     scale = scale_of(values, rows_.count);
-    const std::vector<ub4> of_rows = codes(m.a.column);
+    const std::vector<ub4> &of_rows = codes(m.a.column);
     mark_known(out.known, of_rows, col);
     const auto look_up = [&](auto &by_row, auto &&number) {
         using type = typename std::remove_reference_t<decltype(by_row)>::value_type;
@@ -248,7 +253,7 @@ void grouping::fill(side &s, const operand &o, std::vector<signed char> &known) 
         std::vector<double> by_code(col.end_code());
         for (ub8 code = col.first_code(); code < col.end_code(); code++)
             by_code[code] = real_number(col.dict().symbols()[code]);
-        const std::vector<ub4> of_rows = codes(o.column);
+        const std::vector<ub4> &of_rows = codes(o.column);
         mark_known(known, of_rows, col);
         s.values.resize(of_rows.size());
         std::transform(of_rows.begin(), of_rows.end(), s.values.begin(), [&](ub4 code) { return by_code[code]; });
@@ -369,7 +374,7 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
         }
         if (want.what == asked_of_group::smallest || want.what == asked_of_group::largest) {
             const column &col = groups.encoded(want.of.a.column);
-            const std::vector<ub4> codes = groups.codes(want.of.a.column);
+            const std::vector<ub4> &codes = groups.codes(want.of.a.column);
             const step_clock clock;
             const auto best =
                 extreme_codes(codes, groups.group_of_row(), col, n, want.what == asked_of_group::smallest);
