@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
+#include <regex>
 #include <sstream>
 
 #include "host/error.h"
@@ -116,6 +117,31 @@ void sort_by(std::vector<group_row> &rows, const std::string &order, const csv_f
     });
 }
 
+// What a condition or an order names and nobody has asked for: count, sum(delay).
+void add_unasked(group_request &request, const std::string &text, const csv_file &file) {
+    static const std::map<std::string, asked_of_group> functions = {{"sum", asked_of_group::sum},
+                                                                    {"avg", asked_of_group::average},
+                                                                    {"min", asked_of_group::smallest},
+                                                                    {"max", asked_of_group::largest}};
+    static const std::regex pattern(R"(\bcount\b|\b(sum|avg|min|max)\(([^()]*)\))");
+    for (std::sregex_iterator found(text.begin(), text.end(), pattern), end; found != end; ++found) {
+        const auto has = [&](const std::string &name) {
+            return std::any_of(request.aggregates.begin(), request.aggregates.end(),
+                               [&](const aggregate &a) { return name_of(a) == name; });
+        };
+        if (has(found->str()))
+            continue;
+        aggregate a;
+        a.shown = false;
+        if ((*found)[1].matched) {
+            a.what = functions.at((*found)[1]);
+            a.of = parse_measure((*found)[2], file);
+        }
+        if (!has(name_of(a)))
+            request.aggregates.push_back(std::move(a));
+    }
+}
+
 std::string shown(const std::optional<std::string> &v) { return v ? "'" + *v + "'" : "nothing"; }
 
 // What differs first between the groups of the kernels and those of the text, in whatever order.
@@ -165,15 +191,16 @@ group_request parse_groups(const group_options &options, const std::vector<std::
             if (of.is_expression && (what == asked_of_group::smallest || what == asked_of_group::largest))
                 throw error(
                     fmt::format("--{} takes a column: {}", what == asked_of_group::smallest ? "min" : "max", text));
-            request.aggregates.push_back({what, std::move(of), {}});
+            request.aggregates.push_back({what, std::move(of), {}, true});
         }
     };
     if (count || (options.sums.empty() && options.averages.empty() && smallest.empty() && largest.empty()))
-        request.aggregates.push_back({asked_of_group::count, {}, {}});
+        request.aggregates.push_back({asked_of_group::count, {}, {}, true});
     ask(asked_of_group::sum, options.sums);
     ask(asked_of_group::average, options.averages);
     ask(asked_of_group::smallest, smallest);
     ask(asked_of_group::largest, largest);
+    add_unasked(request, options.having + "," + options.order, file);
     return request;
 }
 
@@ -204,10 +231,14 @@ std::string group_lines(session &s, const table &t, const selection &selected, c
     if (!options.order.empty())
         sort_by(rows, options.order, header, types);
 
+    std::size_t shown = names.size(); // those that are not stand last
+    while (!request.aggregates.empty() && shown > request.by.size() &&
+           !request.aggregates[shown - request.by.size() - 1].shown)
+        shown--;
     std::string lines;
-    append_csv_line(lines, names.size(), [&](std::size_t i) { return std::string_view(names[i]); });
+    append_csv_line(lines, shown, [&](std::size_t i) { return std::string_view(names[i]); });
     for (std::size_t row = 0; row < std::min<std::size_t>(rows.size(), limit); row++)
-        append_csv_line(lines, names.size(), [&](std::size_t i) {
+        append_csv_line(lines, shown, [&](std::size_t i) {
             const auto &value = field(rows[row], i);
             return value ? std::string_view(*value) : std::string_view();
         });

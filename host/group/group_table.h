@@ -19,6 +19,7 @@ struct aggregate {
     asked_of_group what = asked_of_group::count;
     measure of;         // not of count; of smallest and largest a column
     number_scale scale; // of sum and average: how the numbers are held
+    bool shown = true;  // else only --having or --order-by need it
 };
 std::string name_of(const aggregate &);
 

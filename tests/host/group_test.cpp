@@ -42,7 +42,7 @@ TEST_F(Command, GroupsOfFlights) {
 
     // All forms of columns, more keys than are kept in an array, expressions, months: recomputed from the text.
     for (const char *encode : {"plain", "spak", "rle"})
-        for (const char *query : {"--group-by origin,month(date) --sum delay --avg delay --min date --max distance",
+        for (const char *query : {"--group-by 'origin,month(date)' --sum delay --avg delay --min date --max distance",
                                   "--group-by date,origin --count --avg delay",
                                   "--group-by destination --sum 'distance * 1.609344 as km' --avg 'delay + distance'",
                                   "--where 'delay > 200' --group-by origin --sum delay --having 'count > 3'"}) {
@@ -66,6 +66,9 @@ TEST_F(Command, GroupsWithNullsAndDecimals) {
                      ",2,2.00,2.000000,2,6\na,1,-0.25,-0.250000,-0.25,4\nb,3,11.50,5.750000,1.50,5\n");
     o = run("query " + csv + " --group-by 'month(t)' --sum 'v * 2 as twice' --check --order-by 'sum(twice) desc'");
     EXPECT_EQ(o.out, "month(t),sum(twice)\n2001-02,27\n2001-01,-0.5\n,\n2000-12,\n") << o.err;
+    // What only a condition or the order needs is not printed.
+    o = run("query " + csv + " --group-by k --sum v --having 'count > 1' --order-by 'max(w) desc' --check");
+    EXPECT_EQ(o.out, "k,sum(v)\n,2.00\nb,11.50\n") << o.err;
     // Without groups: one row, whatever there is.
     o = run("query " + csv + " --sum v --avg w --count --check");
     EXPECT_EQ(o.out, "count,sum(v),avg(w)\n6,13.25,3.8000\n") << o.err;
