@@ -236,7 +236,9 @@ TEST(KvProbe, EveryFormTypeLinkAndMode) {
                     const key_maker probe_maker{by, type, width, maker.spread};
                     SCOPED_TRACE(std::string(figures.name) + " " + form.name + " probed by " + by.name + " " +
                                  name_of(links) + " mode " + std::to_string(mode));
-                    const std::size_t n = rng() % 3 == 0 ? 2320 + rng() % 300 : rng() % 600;
+                    const std::size_t n = rng() % (every_lane_costs ? 12 : 3) == 0
+                                              ? 2320 + rng() % 300
+                                              : rng() % (every_lane_costs ? 150 : 600);
                     const bool autorid = rng() % 2;
                     const ub8 first_row = 64 * (rng() % 1000);
                     std::vector<ub8> ids(n);
