@@ -10,6 +10,7 @@
 #include "scan/dynp_scan_kernels.h"
 #include "scan/fixed_scan_kernels.h"
 #include "scan/set_scan_kernels.h"
+#include "xlate/xlate_kernels.h"
 
 namespace tavo {
 namespace {
@@ -25,6 +26,7 @@ consteval dispatch_tables build_dispatch_tables() {
     put_minmax(t);
     put_sum_distinct(t);
     put_arithmetic(t);
+    put_xlate(t);
     return t;
 }
 

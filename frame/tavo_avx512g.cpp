@@ -13,8 +13,13 @@
 #include "kv/kv_table.h"
 #include "kv/partition.h"
 #include "rows/convert_operations.h"
+#include "rows/row_tables.h"
 #include "scan/row_operations.h"
+#include "spatial/pip.h"
+#include "vector/arith.h"
+#include "vector/convert.h"
 #include "vector/distance.h"
+#include "vector/parse.h"
 #include "vector/pick_metric.h"
 #include "vector/topk.h"
 
@@ -87,11 +92,19 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(groupkey);
     OPERATION(gby_sum);
     OPERATION(convert);
+    OPERATION(spatial_pip);
+    OPERATION(spheric_pip);
     OPERATION(prefix_decode);
     OPERATION(eq_stream);
     OPERATION(selective);
     OPERATION(hash);
     OPERATION(partition);
+    OPERATION(gather);
+    OPERATION(gather_one_col);
+    OPERATION(gather_cols);
+    OPERATION(transpose_reference);
+    OPERATION(transpose_convert);
+    OPERATION(transpose_fixed);
     OPERATION(layout_kv);
     OPERATION(create_add_kv);
     OPERATION(probe_kv);
@@ -105,6 +118,9 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(vector_distance);
     OPERATION(vector_topk);
     OPERATION(vector_pick_metric);
+    OPERATION(vector_parse);
+    OPERATION(vector_convert_fp);
+    OPERATION(vector_arith);
 #undef OPERATION
     return ctx;
 }

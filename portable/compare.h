@@ -16,7 +16,10 @@
 #define _MM_CMPINT_GT 6
 #endif
 #ifndef _CMP_LE_OQ
+#define _CMP_LT_OQ 17
 #define _CMP_LE_OQ 18
+#define _CMP_NGT_UQ 26
+#define _CMP_GT_OQ 30
 #endif
 
 namespace tavo::portable {

@@ -33,6 +33,7 @@ TAVO_MASKED_2(_mm512, __m512, float, sub_ps)
 TAVO_MASKED_2(_mm512, __m512d, double, sub_pd)
 TAVO_MASKED_2(_mm512, __m512, float, mul_ps)
 TAVO_MASKED_2(_mm512, __m512d, double, mul_pd)
+TAVO_MASKED_2(_mm512, __m512d, double, div_pd)
 #undef TAVO_MASKED_2
 
 // A move, a blend (b where the mask is set), and one value for the chosen lanes.
