@@ -12,9 +12,9 @@ struct range {
 
 // The smallest and the largest of an axis, from 2 and -2 on. A NaN replaces nothing. Where both are zero, the sign is
 // that of the first zero, as if the values were taken one by one.
-range range_of(const double *values, ub4 n) {
+range range_of(const double *values, ub8 n) {
     __m512d low = _mm512_set1_pd(2), high = _mm512_set1_pd(-2);
-    for (ub4 i = 0; i < n; i += 8) {
+    for (ub8 i = 0; i < n; i += 8) {
         const auto lanes = static_cast<__mmask8>(n - i < 8 ? (1u << (n - i)) - 1 : 0xff);
         const __m512d v = _mm512_maskz_loadu_pd(lanes, values + i);
         low = _mm512_mask_mov_pd(low, _mm512_mask_cmp_pd_mask(lanes, v, low, _CMP_LT_OQ), v);
@@ -29,7 +29,7 @@ range range_of(const double *values, ub4 n) {
         found.high = highs[k] > found.high ? highs[k] : found.high;
     }
     if (found.low == 0 && found.high == 0) {
-        ub4 i = 0;
+        ub8 i = 0;
         while (!(values[i] == 0))
             i++;
         found = {values[i], values[i]};
@@ -38,11 +38,11 @@ range range_of(const double *values, ub4 n) {
 }
 
 // The number of the vertex farthest from c, the first of several; 0 if none has a distance.
-ub4 farthest(const point_array &vertices, const point &c) {
+ub8 farthest(const point_array &vertices, const point &c) {
     const points8 centre = in_all_lanes(c);
     __m512d most = _mm512_set1_pd(-1);
     __m512i number = _mm512_setzero_si512(), numbers = _mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7);
-    for (ub4 i = 0; i < vertices.size; i += 8) {
+    for (ub8 i = 0; i < vertices.size; i += 8) {
         const __mmask8 lanes = vertices.lanes(i);
         const __m512d d = distance2(vertices.at(i, lanes), centre);
         const __mmask8 farther = _mm512_mask_cmp_pd_mask(lanes, d, most, _CMP_GT_OQ);
@@ -58,7 +58,7 @@ ub4 farthest(const point_array &vertices, const point &c) {
     for (int k = 1; k < 8; k++)
         if (distances[k] > distances[best] || (distances[k] == distances[best] && found[k] < found[best]))
             best = k;
-    return static_cast<ub4>(found[best]);
+    return found[best];
 }
 
 double larger(double a, double b) { return a > b ? a : b; }
