@@ -35,24 +35,30 @@ public:
         ub4 negative_before = last < 0;
         near_ = std::fabs(last) < of_.t;
         ub8 i = 0;
-        for (; i + 32 <= ring.size; i += 32) {
-            ub4 negative = 0, wide = 0;
+        while (i + 32 <= ring.size) {
+            // Block after block as long as nothing happens, with h and the bound in registers.
+            const points8 h = h8_;
+            const __m512d bound = wide_;
+            const ub8 from = i;
+            ub4 negative, wide, crossing;
+            do {
+                negative = wide = 0;
 #pragma GCC unroll 4
-            for (unsigned k = 0; k < 32; k += 8) {
-                const __m512d e = dot(h8_, ring.at(i + k));
-                negative |= sign_bits(e) << k;
-                wide |= wide_bits(e) << k;
-            }
-            const ub4 crossing = negative ^ (negative << 1 | negative_before);
-            negative_before = negative >> 31;
-            if ((crossing | wide) == 0) {
+                for (unsigned k = 0; k < 32; k += 8) {
+                    const __m512d e = dot(h, ring.at(i + k));
+                    negative |= sign_bits(e) << k;
+                    wide |= not_beyond(e, bound) << k;
+                }
+                crossing = negative ^ (negative << 1 | negative_before);
+                negative_before = negative >> 31;
+                i += 32;
+            } while ((crossing | wide) == 0 && i + 32 <= ring.size);
+            if (i > from + 32)
                 near_ = 0;
-                continue;
-            }
             for (unsigned k = 0; k < 32; k += 8) {
                 if (((crossing | wide) >> k & 0xff) == 0)
                     near_ = 0;
-                else if (group(i + k, 0xff, crossing >> k & 0xff, wide >> k & 0xff))
+                else if (group(i - 32 + k, 0xff, crossing >> k & 0xff, wide >> k & 0xff))
                     return found_;
             }
         }
@@ -61,7 +67,7 @@ public:
             const __m512d e = dot(h8_, ring.at(i, lanes));
             const ub4 negative = sign_bits(e), crossing = negative ^ (negative << 1 | negative_before);
             negative_before = negative >> 7;
-            if (group(i, lanes, crossing & lanes, wide_bits(e) & lanes))
+            if (group(i, lanes, crossing & lanes, not_beyond(e, wide_) & lanes))
                 return found_;
         }
         return static_cast<ub1>(count_ & TAVO_PIP_COUNT);
@@ -72,8 +78,8 @@ private:
         return static_cast<ub4>(hits_of_mask(_mm512_movepi64_mask(_mm512_castpd_si512(e))));
     }
     // Lanes in which a vertex may lie within the tolerance of the plane or of P. A NaN may.
-    [[gnu::always_inline]] ub4 wide_bits(__m512d e) const {
-        return static_cast<ub4>(hits_of_mask(_mm512_cmp_pd_mask(_mm512_abs_pd(e), wide_, _CMP_NGT_UQ)));
+    [[gnu::always_inline]] static ub4 not_beyond(__m512d e, __m512d bound) {
+        return static_cast<ub4>(hits_of_mask(_mm512_cmp_pd_mask(_mm512_abs_pd(e), bound, _CMP_NGT_UQ)));
     }
 
     // The group of vertices from `first` on, and the edges that lead to them. True if the walk ends here.

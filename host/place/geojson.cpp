@@ -136,7 +136,8 @@ private:
         place &to = places_.back();
         const ub4 number = to.rings.empty() ? 1 : to.rings.back().polygon + 1;
         for (std::size_t i = 0; i < rings.size(); i++)
-            to.rings.push_back(ring(rings[i], fmt::format("{}, ring {}", where, i + 1), number, static_cast<ub4>(i + 1)));
+            to.rings.push_back(
+                ring(rings[i], fmt::format("{}, ring {}", where, i + 1), number, static_cast<ub4>(i + 1)));
     }
 
     place_ring ring(const json &points, const std::string &where, ub4 polygon, ub4 number) const {

@@ -37,8 +37,8 @@ struct place {
 };
 
 // The polygons of a GeoJSON file: a collection of features, a feature or a geometry. A place is called by its feature's
-// property `field`; if that is empty, by `name` or by its number. Features without a geometry are left out. Throws, with
-// the place in the file, for all that is no polygon on the globe.
+// property `field`; if that is empty, by `name` or by its number. Features without a geometry are left out. Throws,
+// with the place in the file, for all that is no polygon on the globe.
 std::vector<place> read_places(const std::string &path, const std::string &field);
 
 // "polygon 2, ring 1 of France"

@@ -143,8 +143,8 @@ located locate_in_plane(session &session, const point_span &points, const std::v
     session.throw_raised();
     steps.push_back({"", "", 0, "points times rings, by boxes: " + rings_in_words(places), capped(all), capped(tested),
                      seconds_since(start) - in_kernel});
-    steps.push_back({"tavo_spatial_pip_dydi", "", 64, "an odd number of crossings", capped(tested), capped(odd),
-                     in_kernel});
+    steps.push_back(
+        {"tavo_spatial_pip_dydi", "", 64, "an odd number of crossings", capped(tested), capped(odd), in_kernel});
     return found;
 }
 
@@ -189,8 +189,8 @@ located locate_on_sphere(session &session, const point_span &points, const std::
     }
     session.throw_raised();
     const double around = seconds_since(start) - in_kernel;
-    steps.push_back(
-        {"", "", 0, "degrees to unit vectors, parities: " + rings_in_words(places), points.size(), points.size(), around});
+    steps.push_back({"", "", 0, "degrees to unit vectors, parities: " + rings_in_words(places), points.size(),
+                     points.size(), around});
     steps.push_back({"tavo_spheric_pip_dydi", "", 64,
                      fmt::format("points times rings; {} within the circles, {} on borders", tested, borders),
                      capped(all), capped(odd + borders), in_kernel});

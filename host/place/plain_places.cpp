@@ -11,9 +11,9 @@ namespace host {
 
 namespace {
 
-// How often a closed ring winds around a point, from the quadrants in which its vertices are seen: a step by one quadrant is
-// a quarter of a turn, one by two is half a turn to the side that `left` tells of the edge between vertex i - 1 (the last
-// one for 0) and i. No edge turns by more than half a turn.
+// How often a closed ring winds around a point, from the quadrants in which its vertices are seen: a step by one
+// quadrant is a quarter of a turn, one by two is half a turn to the side that `left` tells of the edge between vertex i
+// - 1 (the last one for 0) and i. No edge turns by more than half a turn.
 template <class Quadrant, class Left>
 int quarters(ub4 n, Quadrant quadrant, Left left) {
     int turned = 0, before = quadrant(n - 1);
@@ -58,8 +58,10 @@ public:
 
 private:
     long double side(ub4 a, ub4 b, double x, double y) const {
-        const long double ax = ring_.longitude[a] - static_cast<long double>(x), ay = ring_.latitude[a] - static_cast<long double>(y),
-                          bx = ring_.longitude[b] - static_cast<long double>(x), by = ring_.latitude[b] - static_cast<long double>(y);
+        const long double ax = ring_.longitude[a] - static_cast<long double>(x),
+                          ay = ring_.latitude[a] - static_cast<long double>(y),
+                          bx = ring_.longitude[b] - static_cast<long double>(x),
+                          by = ring_.latitude[b] - static_cast<long double>(y);
         return ax * by - ay * bx;
     }
     const place_ring &ring_;
@@ -74,8 +76,8 @@ unit_vector unit(const unit_vector &v) {
     return {v.x / length, v.y / length, v.z / length};
 }
 
-// The directions in which vertices are seen from a point are those in its tangent plane. A point beyond the cap that holds
-// the ring is outside: seen from there the ring might wind around the opposite point.
+// The directions in which vertices are seen from a point are those in its tangent plane. A point beyond the cap that
+// holds the ring is outside: seen from there the ring might wind around the opposite point.
 class sphere_test {
 public:
     explicit sphere_test(const place_ring &ring) {
@@ -154,7 +156,8 @@ place_check check(const point_span &points, const std::vector<place> &places, co
 
 } // namespace
 
-place_check check_located(const point_span &points, const std::vector<place> &places, const located &found, bool sphere) {
+place_check check_located(const point_span &points, const std::vector<place> &places, const located &found,
+                          bool sphere) {
     return sphere ? check<sphere_test>(points, places, found) : check<plane_test>(points, places, found);
 }
 
