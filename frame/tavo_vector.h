@@ -156,6 +156,15 @@ typedef struct tavo_topk_entry {
     double distance; /* native or comparable, as the flags of res say */
 } tavo_topk_entry;
 
+/* ---- vector_arith: the operations ---- */
+
+enum tavo_vector_op {
+    TAVO_VECTOR_ADD = 19, /* a + b */
+    TAVO_VECTOR_SUB = 20, /* a - b */
+    TAVO_VECTOR_MUL = 21, /* a * b */
+    TAVO_VECTOR_DIV = 22  /* a / b */
+};
+
 TAVO_STATIC_ASSERT(sizeof(lvector_header) == 8, "size of lvector_header");
 TAVO_OFFSET(lvector_header, type, 0);
 TAVO_OFFSET(lvector_header, data_offset, 1);

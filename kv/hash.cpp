@@ -50,8 +50,10 @@ column_hasher::form column_hasher::form_of(const tavo_enc_ctx *enc) noexcept {
         return form::none;
     if (TAVO_ENC_CTX_FLAG(enc, TAVO_FIXED))
         return form::fixed;
-    if (TAVO_ENC_CTX_FLAG(enc, TAVO_PACKED_KEYS))
-        return form::packed_codes;
+    if (TAVO_ENC_CTX_FLAG(enc, TAVO_PACKED_KEYS)) {
+        const unsigned width = static_cast<ub1>(enc->width_bits);
+        return width == 0 || width > 32 ? form::none : form::packed_codes; // four bytes are read
+    }
     if (TAVO_ENC_CTX_FLAG(enc, TAVO_DICT))
         return form::codes;
     if (TAVO_ENC_CTX_FLAG(enc, TAVO_LV_SEP))
@@ -148,11 +150,15 @@ void column_hasher::operator()(ub8 *out, ub4 rows, hash_seeds seeds) noexcept {
 }
 
 void column_hasher::walk_over(ub4 rows) noexcept {
-    for (ub8 row = row_; row < row_ + rows; row++)
-        if (form_ == form::separate_lengths)
-            separate_lengths{column_->lengths}(walk_, row);
-        else
+    if (form_ == form::separate_lengths) {
+        ub8 bytes = 0; // a sum that compilers turn into vectors: a resumed walk begins at the column's first row
+        for (ub8 row = row_; row < row_ + rows; row++)
+            bytes += column_->lengths[row];
+        walk_ += bytes;
+    } else {
+        for (ub4 row = 0; row < rows; row++)
             lengths_inside()(walk_, row);
+    }
 }
 
 void column_hasher::retreat_to(ub4 rows) noexcept {
@@ -174,6 +180,11 @@ ub4 tavo_hash_dydi(tavo_vec *out, tavo_vec *column, tavo_vec *seeds, tavo_hash_f
         return TAVO_UNSUPPORTED;
     const ub1 *data = tavo::column_data(column, env, TAVO_KERNEL_TEXTS(tavo_hash_dydi));
     tavo::column_hasher hasher(column, data, hash, 0, 0);
-    hasher(static_cast<ub8 *>(out->data), rows, {static_cast<const ub8 *>(seeds->data), TAVO_VEC_SIZE(seeds) != 1});
+    const auto *seed = static_cast<const ub8 *>(seeds->data);
+    const ub8 first_seed = *seed; // out may be the seeds' own memory
+    if (TAVO_VEC_SIZE(seeds) == 1)
+        hasher(static_cast<ub8 *>(out->data), rows, {&first_seed, 0});
+    else
+        hasher(static_cast<ub8 *>(out->data), rows, {seed, 1});
     return TAVO_DONE;
 }

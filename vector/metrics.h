@@ -6,17 +6,12 @@
 #pragma once
 
 #include "vector/forms.h"
+#include "vector/norm.h"
 
 namespace tavo::vector {
 
 // ---- From sums to results ----
 
-[[gnu::always_inline]] inline double root(double v) {
-    if (v < 0.0)
-        return 0.0;
-    const __m128d x = _mm_set_sd(v);
-    return _mm_cvtsd_f64(_mm_sqrt_sd(x, x));
-}
 [[gnu::always_inline]] inline double euclid_result(double squares, ub4 metric) {
     return metric == tavo_metric_euclid ? root(squares) : squares;
 }

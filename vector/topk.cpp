@@ -3,8 +3,8 @@
 #include <bit>
 
 #include "frame/comparable.h"
+#include "vector/distance_visit.h"
 #include "vector/topk_heap.h"
-#include "vector/visit.h"
 
 namespace tavo::vector {
 namespace {
@@ -25,6 +25,14 @@ template <class Walk>
     return TAVO_DONE;
 }
 
+ub4 paired_flex_topk(tavo_vec *res, tavo_vec *col, tavo_vec *query, ub4 metric, tavo_env *env, void *) noexcept {
+    return nearest(res, [=](auto offer) { return distances_paired_flex(col, query, metric, env, no_cap, offer); });
+}
+ub4 single_flex_topk(tavo_vec *res, tavo_vec *col, tavo_vec *query, ub4 metric, tavo_env *env, void *scratch) noexcept {
+    return nearest(res,
+                   [=](auto offer) { return distances_single_flex(col, query, metric, env, scratch, no_cap, offer); });
+}
+
 } // namespace
 } // namespace tavo::vector
 
@@ -34,33 +42,29 @@ extern "C" {
 
 ub4 tavo_dbv_paired_unif_topk(tavo_vec *res, tavo_vec *col, tavo_vec *query, tavo_distance_kernel *kernel, ub4 metric,
                               tavo_env *env) noexcept {
-    return nearest(res, [=](auto offer) { return each_paired_unif(col, query, kernel, metric, env, no_cap, offer); });
+    return nearest(res,
+                   [=](auto offer) { return distances_paired_unif(col, query, kernel, metric, env, no_cap, offer); });
 }
 
 ub4 tavo_dbv_single_unif_topk(tavo_vec *res, tavo_vec *col, tavo_vec *query, tavo_distance_kernel *kernel,
                               ub4 left_sparse, ub4 metric, tavo_env *env, void *scratch) noexcept {
     return nearest(res, [=](auto offer) {
-        return each_single_unif(col, query, kernel, left_sparse != 0, metric, env, scratch, no_cap, offer);
+        return distances_single_unif(col, query, kernel, left_sparse != 0, metric, env, scratch, no_cap, offer);
     });
 }
 
-ub4 tavo_vector_topk_dydi(tavo_vec *res, tavo_vec *col, tavo_vec *query, ub8 metric_word, ub8 layout, tavo_env *env,
-                          void *scratch) noexcept {
-    const auto metric = static_cast<ub4>(metric_word);
-    const operand_shape shape = shape_of_operands(col, query);
-    if (shape.status != TAVO_DONE)
-        return shape.status;
-    if (shape.flexible)
-        return nearest(res, [=](auto offer) {
-            return shape.paired ? each_paired_flex(col, query, metric, env, no_cap, offer)
-                                : each_single_flex(col, query, metric, env, scratch, no_cap, offer);
-        });
-    tavo_distance_kernel *const kernel = uniform_kernel(col, query, metric, layout, scratch);
-    if (kernel == nullptr)
-        return TAVO_BAD_INPUT;
-    return shape.paired
-               ? tavo_dbv_paired_unif_topk(res, col, query, kernel, metric, env)
-               : tavo_dbv_single_unif_topk(res, col, query, kernel, left_layout(layout) == 1, metric, env, scratch);
-}
-
 } // extern "C"
+
+namespace {
+struct drivers {
+    static constexpr auto *paired_unif = tavo_dbv_paired_unif_topk;
+    static constexpr auto *single_unif = tavo_dbv_single_unif_topk;
+    static constexpr auto *paired_flex = paired_flex_topk;
+    static constexpr auto *single_flex = single_flex_topk;
+};
+} // namespace
+
+extern "C" ub4 tavo_vector_topk_dydi(tavo_vec *res, tavo_vec *col, tavo_vec *query, ub8 metric, ub8 layout,
+                                     tavo_env *env, void *scratch) noexcept {
+    return drive<drivers>(res, col, query, metric, layout, env, scratch);
+}

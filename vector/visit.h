@@ -1,5 +1,9 @@
-// Computing the distances of a call's rows: four walks, named by two axes, which the operations share. What becomes of
-// a distance is up to each(i, row, distance): i counts the rows visited in this call.
+// Walking the rows of a call with both operands: four walks, named by two axes, which the operations share. `col` has a
+// row for each one visited, `other` too (paired), or it is one vector for all of them (single).
+//
+// What is done with a row is up to the operation. i counts the rows visited in this call. In uniform walks
+// each(i, row, other_row, col_row) returns a status; another than TAVO_DONE ends the walk. In flexible walks
+// each(i, row, other_image, col_row) returns false for a row that fails: it loses its bit in env->valid_rows.
 #pragma once
 
 #include "vector/operands.h"
@@ -8,77 +12,55 @@
 namespace tavo::vector {
 
 template <class Each>
-[[gnu::always_inline]] inline ub4 each_paired_unif(tavo_vec *col, tavo_vec *query, tavo_distance_kernel *kernel,
-                                                   ub4 metric, tavo_env *env, ub4 capacity, Each each) {
-    const ub4 dims = col->enc->vec_dims;
-    const bool query_by_pointer = has_flag(query, TAVO_VEC_BY_POINTER);
+[[gnu::always_inline]] inline ub4 each_paired_unif(const tavo_vec *col, const tavo_vec *other, tavo_env *env,
+                                                   ub4 capacity, Each each) {
+    const bool other_by_pointer = has_flag(other, TAVO_VEC_BY_POINTER);
     return walk_rows(
         env, TAVO_VEC_SIZE(col), capacity,
         [=](ub4 row) {
             prefetch_row(row_of(col, row));
-            if (query_by_pointer)
-                prefetch_row(row_of(query, row));
+            if (other_by_pointer)
+                prefetch_row(row_of(other, row));
         },
-        [=, &each](ub4 i, ub4 row) -> ub4 {
-            double distance;
-            if (const ub8 status = kernel(dims, row_of(query, row), row_of(col, row), metric, &distance))
-                return static_cast<ub4>(status);
-            each(i, row, distance);
-            return TAVO_DONE;
-        });
+        [=, &each](ub4 i, ub4 row) -> ub4 { return each(i, row, row_of(other, row), row_of(col, row)); });
 }
 
 template <class Each>
-[[gnu::always_inline]] inline ub4 each_single_unif(tavo_vec *col, tavo_vec *query, tavo_distance_kernel *kernel,
-                                                   bool left_sparse, ub4 metric, tavo_env *env, void *scratch,
-                                                   ub4 capacity, Each each) {
-    const ub4 dims = col->enc->vec_dims;
-    const ub1 *const left = uniform_query(col, query, left_sparse, scratch);
+[[gnu::always_inline]] inline ub4 each_single_unif(const tavo_vec *col, const ub1 *other, tavo_env *env, ub4 capacity,
+                                                   Each each) {
     return walk_rows(
         env, TAVO_VEC_SIZE(col), capacity, [=](ub4 row) { prefetch_row(row_of(col, row)); },
-        [=, &each](ub4 i, ub4 row) -> ub4 {
-            double distance;
-            if (const ub8 status = kernel(dims, left, row_of(col, row), metric, &distance))
-                return static_cast<ub4>(status);
-            each(i, row, distance);
-            return TAVO_DONE;
-        });
+        [=, &each](ub4 i, ub4 row) -> ub4 { return each(i, row, other, row_of(col, row)); });
 }
 
 template <class Each>
-[[gnu::always_inline]] inline ub4 each_paired_flex(tavo_vec *col, tavo_vec *query, ub4 metric, tavo_env *env,
+[[gnu::always_inline]] inline ub4 each_paired_flex(const tavo_vec *col, const tavo_vec *other, tavo_env *env,
                                                    ub4 capacity, Each each) {
     return walk_rows(
         env, TAVO_VEC_SIZE(col), capacity,
         [=](ub4 row) {
             prefetch_row(row_of(col, row));
-            prefetch_row(row_of(query, row));
+            prefetch_row(row_of(other, row));
         },
         [=, &each](ub4 i, ub4 row) -> ub4 {
-            vector_image left;
-            double distance;
-            if (read_image(row_of(query, row), left) && image_distance(left, row_of(col, row), metric, &distance))
-                each(i, row, distance);
-            else
+            vector_image image;
+            if (!read_image(row_of(other, row), image) || !each(i, row, image, row_of(col, row)))
                 drop_row(env, row);
             return TAVO_DONE;
         });
 }
 
-// TAVO_UNSUPPORTED if the query's image is refused.
+// The one image is parsed and, if its type is among `types`, decoded once. TAVO_UNSUPPORTED if it is refused.
 template <class Each>
-[[gnu::always_inline]] inline ub4 each_single_flex(tavo_vec *col, tavo_vec *query, ub4 metric, tavo_env *env,
+[[gnu::always_inline]] inline ub4 each_single_flex(const tavo_vec *col, const tavo_vec *other, tavo_env *env, ub4 types,
                                                    void *scratch, ub4 capacity, Each each) {
-    vector_image left;
-    if (!flexible_query(col, query, scratch, left))
+    vector_image image;
+    if (!flexible_query(col, other, types, scratch, image))
         return TAVO_UNSUPPORTED;
     return walk_rows(
         env, TAVO_VEC_SIZE(col), capacity, [=](ub4 row) { prefetch_row(row_of(col, row)); },
         [=, &each](ub4 i, ub4 row) -> ub4 {
-            double distance;
-            if (image_distance(left, row_of(col, row), metric, &distance))
-                each(i, row, distance);
-            else
+            if (!each(i, row, image, row_of(col, row)))
                 drop_row(env, row);
             return TAVO_DONE;
         });

@@ -90,11 +90,14 @@ std::string extreme_lines(session &session, const table &table, const selection 
 }
 
 int run(const query_options &options) {
+    if (!options.join.file.empty() && !(options.smallest.empty() && options.largest.empty()))
+        throw error("--min and --max are of one file, they don't go with --join");
     if (!options.join.file.empty())
         return run_join(options.join, {options.table, options.where, options.columns, options.library, options.limit,
                                        options.count, options.explain, options.check});
-    if (!options.join.on.empty() || options.join.left || options.join.right || options.join.anti)
-        throw error("--on, --left, --right and --anti go with --join FILE");
+    if (!options.join.on.empty() || options.join.left || options.join.right || options.join.anti ||
+        !options.join.memory.empty())
+        throw error("--on, --left, --right, --anti and --join-memory go with --join FILE");
 
     std::vector<predicate> predicates;
     for (const std::string &text : options.where)
@@ -142,8 +145,7 @@ int run(const query_options &options) {
     output out;
     if (!asked.empty()) {
         std::string difference;
-        const std::string lines =
-            extreme_lines(session, table, selected, asked, options, expected, steps, difference);
+        const std::string lines = extreme_lines(session, table, selected, asked, options, expected, steps, difference);
         if (!difference.empty()) {
             tell("the check fails: " + difference);
             return check_failed;

@@ -178,8 +178,9 @@ TEST_F(Places, RealCountriesAgreeWithGeos) {
             const bool told = std::binary_search(found[c].begin(), found[c].end(), p);
             inside += told;
             on_edges += near_edge[p];
-            if (!near_edge[p])
+            if (!near_edge[p]) {
                 ASSERT_EQ(told, odd[p] != 0) << countries()[c].name << " " << x[p] << " " << y[p];
+            }
         }
     }
     GEOS_finish_r(geos);

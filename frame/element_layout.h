@@ -122,9 +122,9 @@ struct lv_sep_cursor {
 
 // ---- Writing ----
 
-// Copies exactly `bytes` bytes, up to 64 of them without a branch. Nothing outside source and target is touched.
+// Copies exactly `bytes` bytes, fewer than 64 of them without a branch. Nothing outside source and target is touched.
 [[gnu::always_inline]] inline void copy_bytes(ub1 *to, const ub1 *from, ub4 bytes) noexcept {
-    if (bytes <= 64) [[likely]] {
+    if (bytes < 64) [[likely]] {
         const __mmask64 there = _bzhi_u64(~0ull, bytes);
         _mm512_mask_storeu_epi8(to, there, _mm512_maskz_loadu_epi8(there, from));
     } else {

@@ -1,0 +1,3 @@
+#include "vector/arith_members.h"
+
+TAVO_ARITH_MEMBERS(sub)

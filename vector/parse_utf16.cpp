@@ -1,0 +1,4 @@
+#include "vector/parse.h"
+#include "vector/parse_row.h"
+
+TAVO_PARSE_MEMBERS(utf16)
