@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# ./demo.sh: builds the library and the command tavo, and asks questions of real flights and airports, and for similar
-# words. Every answer is recomputed in plain C++ (--check); the last line says whether all agree.
+# ./demo.sh: builds the library and the command tavo, and asks questions of real flights and airports, for similar
+# words, and for the countries of airports and cities. Every answer is recomputed in plain C++ (--check); the last line says whether all agree.
 set -uo pipefail
 cd "$(dirname "$(readlink -f "$0")")" || exit 1
 
@@ -80,6 +80,10 @@ ask_by nearest river --data "$words" --k 5
 ask_by nearest river --data "$words" --k 5 --metric euclid --type float --where "first = s" --where "length <= 6"
 ask_by nearest king --data "$words" --k 5 --type int8
 ask_by nearest king --data "$words" --k 5 --metric hamming --type bits
+# Points in polygons: airports and cities in countries, in the plane and on the sphere.
+countries=host/data/countries.geojson
+ask_by places "$airports" --in "$countries" --count --limit 5
+ask_by places host/data/cities.csv --in "$countries" --count --limit 5 --sphere
 
 echo
 if [ "$agreed" -eq "$asked" ]; then

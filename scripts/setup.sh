@@ -4,7 +4,7 @@
 set -euo pipefail
 
 mode=${1:-}
-packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libxxhash-dev)
+packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libxxhash-dev nlohmann-json3-dev)
 here=$(dirname "$(readlink -f "$0")")
 if lacks=$("$here/processor.sh"); then native=yes; else native=no; fi
 # The benchmarks, and what they measure against.
