@@ -8,7 +8,8 @@ packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libxxhash-dev nlohmann-j
 here=$(dirname "$(readlink -f "$0")")
 if lacks=$("$here/processor.sh"); then native=yes; else native=no; fi
 # The benchmarks, and what they measure against.
-benches=(libbenchmark-dev liblz4-dev libroaring-dev libfaiss-dev liblapack-dev libabsl-dev libtbb-dev libgeos-dev libs2-dev)
+benches=(libbenchmark-dev liblz4-dev libroaring-dev libfaiss-dev liblapack-dev libabsl-dev libtbb-dev libgeos-dev libs2-dev
+    libfast-float-dev)
 case $mode in
 build) [ $native = yes ] || packages+=(libsimde-dev) ;;
 test) packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config clang-14 binutils) ;;
