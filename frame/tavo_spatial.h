@@ -1,7 +1,7 @@
 /* Points in polygons: the operations spatial_pip (plane) and spheric_pip (unit sphere). They are called through the
  * descriptor.
  *
- * Neither says "inside": spatial_pip returns a count of crossings whose parity tells, spheric_pip a byte for each point.
+ * Neither says "inside": spatial_pip gives a count of crossings whose parity tells, spheric_pip a byte for each point.
  * All coordinates are binary64 in the processor's order, in plain arrays of any alignment, one for each axis. Of all
  * tavo_vec records only the fields named here are read, so enc and the rest may be null. Nothing is allocated, nothing
  * is read outside of the arrays, nothing is checked.
@@ -13,7 +13,7 @@
  *   ys->data          n y-coordinates
  *   px->data          one binary64: the point's x
  *   py->data          one binary64: its y
- *   res->data         receives a ub4: how many edges a ray from the point to the right crosses. Odd: the point is inside
+ *   res->data         receives a ub4: how many edges a ray from the point to the right crosses. Odd: it is inside
  *   returns           0
  *
  * An edge counts if exactly one of its ends lies above the point (strictly: a vertex on the point's own line counts as
@@ -21,19 +21,19 @@
  * lies in at most one. A comparison with a NaN is false.
  *
  * Which edges there are: with b = n / 4 - 1, or 0 for n below 4, they are those from vertex i to i + 1 for i below
- * n - 1, and ONE FROM THE LAST VERTEX TO VERTEX 4 * b. Below 8 vertices that is vertex 0, and the polygon is closed. From
- * 8 on it is not: the edge from the last vertex to vertex 0 is never tested, and one that the polygon does not have is.
- * A host that has a closed ring of k >= 8 vertices therefore appends copies of vertex 0 until there are
- * 4 * ((k + 3) / 4 + 1) of them: then the true closing edge is an ordinary one, and the last is from vertex 0 to itself,
- * which never counts. One copy alone is not enough, as the last edge would lead from vertex 0 to vertex 4 * b.
+ * n - 1, and ONE FROM THE LAST VERTEX TO VERTEX 4 * b. Below 8 vertices that is vertex 0, and the polygon is closed.
+ * From 8 on it is not: the edge from the last vertex to vertex 0 is never tested, and one that the polygon does not
+ * have is. A host that has a ring of k >= 8 vertices therefore appends copies of vertex 0 until there are
+ * 4 * ((k + 3) / 4 + 1) vertices: then the true closing edge is an ordinary one, and the last leads from vertex 0 to
+ * itself and never counts. One copy alone is not enough, as the last edge would lead from vertex 0 to vertex 4 * b.
  *
  * Several rings (holes, islands): add the counts.
  *
  * ---- spheric_pip(res, polygon, points, a, b, tolerance): many points, a polygon on the sphere ----
  *
- *   polygon           three consecutive records: X, Y and Z of the vertices. polygon[0].size is their number n, the sizes
- *                     of the others are not read. The ring is closed: the last edge runs from vertex n - 1 to vertex 0.
- *                     A first vertex repeated at the end does no harm
+ *   polygon           three consecutive records: X, Y and Z of the vertices. polygon[0].size is their number n, the
+ *                     sizes of the others are not read. The ring is closed by itself: there is an edge from vertex
+ *                     n - 1 to vertex 0
  *   points            three consecutive records: X, Y and Z of the points; points[0].size is their number m
  *   a, b              ignored
  *   tolerance         t, in units of the sphere's radius: how near a vertex, an edge or a plane counts as on it
@@ -42,12 +42,12 @@
  *   returns           0, or TAVO_BAD_INPUT with no byte written: the polygon does not fit in a circle smaller than a
  *                     hemisphere about the middle of its bounding box, or that is the centre of the sphere
  *
- * Vertices and points are unit vectors; edges are arcs of great circles. What is tested is the arc from the point to one
- * outside of the polygon.
+ * Vertices and points are unit vectors; edges are arcs of great circles. Looked for are the edges that cross the
+ * arc from the point to one outside of the polygon.
  *
- * The tolerance is wide where edges and arc are nearly in one plane: a point within t of the great circle of an edge
- * that the arc's great circle crosses is reported as on the edge also where it lies beyond the edge's ends. 1e-9 is 6 mm
- * on the Earth and far above what unit vectors of doubles are off. */
+ * A point within t of the great circle of an edge that the arc's own great circle crosses is reported as on the edge,
+ * also where it lies beyond the edge's ends. 1e-9 is 6 mm on the Earth and far above what unit vectors of doubles are
+ * off. */
 #ifndef TAVO_SPATIAL_H
 #define TAVO_SPATIAL_H
 

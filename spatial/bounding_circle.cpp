@@ -10,16 +10,9 @@ struct range {
     double low, high;
 };
 
-// The smallest and the largest of an axis, from 2 and -2 on. A NaN replaces nothing. Where both are zero, the sign is
-// that of the first zero, as if the values were taken one by one.
-range range_of(const double *values, ub4 n) {
-    __m512d low = _mm512_set1_pd(2), high = _mm512_set1_pd(-2);
-    for (ub4 i = 0; i < n; i += 8) {
-        const auto lanes = static_cast<__mmask8>(n - i < 8 ? (1u << (n - i)) - 1 : 0xff);
-        const __m512d v = _mm512_maskz_loadu_pd(lanes, values + i);
-        low = _mm512_mask_mov_pd(low, _mm512_mask_cmp_pd_mask(lanes, v, low, _CMP_LT_OQ), v);
-        high = _mm512_mask_mov_pd(high, _mm512_mask_cmp_pd_mask(lanes, v, high, _CMP_GT_OQ), v);
-    }
+// Of the lanes of two vectors of lows and highs. Where both ends are zero, the sign is that of the first zero among the
+// values, as if these were taken one by one.
+range of_lanes(__m512d low, __m512d high, const double *values) {
     alignas(64) double lows[8], highs[8];
     _mm512_storeu_pd(lows, low);
     _mm512_storeu_pd(highs, high);
@@ -29,7 +22,7 @@ range range_of(const double *values, ub4 n) {
         found.high = highs[k] > found.high ? highs[k] : found.high;
     }
     if (found.low == 0 && found.high == 0) {
-        ub4 i = 0;
+        ub8 i = 0;
         while (!(values[i] == 0))
             i++;
         found = {values[i], values[i]};
@@ -37,28 +30,72 @@ range range_of(const double *values, ub4 n) {
     return found;
 }
 
-// The number of the vertex farthest from c, the first of several; 0 if none has a distance.
-ub4 farthest(const point_array &vertices, const point &c) {
-    const points8 centre = in_all_lanes(c);
-    __m512d most = _mm512_set1_pd(-1);
-    __m512i number = _mm512_setzero_si512(), numbers = _mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7);
-    for (ub4 i = 0; i < vertices.size; i += 8) {
-        const __mmask8 lanes = vertices.lanes(i);
-        const __m512d d = distance2(vertices.at(i, lanes), centre);
-        const __mmask8 farther = _mm512_mask_cmp_pd_mask(lanes, d, most, _CMP_GT_OQ);
-        most = _mm512_mask_mov_pd(most, farther, d);
-        number = _mm512_mask_mov_epi64(number, farther, numbers);
-        numbers = _mm512_add_epi64(numbers, _mm512_set1_epi64(8));
+struct box {
+    range x, y, z;
+};
+
+// The smallest and the largest of each axis, from 2 and -2 on. A NaN replaces nothing: of two operands of which one is
+// NaN, the instructions give the second.
+box box_of(const point_array &v) {
+    points8 low = in_all_lanes({2, 2, 2}), high = in_all_lanes({-2, -2, -2});
+    const auto add = [&](const points8 &of_low, const points8 &of_high) {
+        low = {_mm512_min_pd(of_low.x, low.x), _mm512_min_pd(of_low.y, low.y), _mm512_min_pd(of_low.z, low.z)};
+        high = {_mm512_max_pd(of_high.x, high.x), _mm512_max_pd(of_high.y, high.y), _mm512_max_pd(of_high.z, high.z)};
+    };
+    ub8 i = 0;
+    for (; i + 8 <= v.size; i += 8)
+        add(v.at(i), v.at(i));
+    if (i < v.size) {
+        const __mmask8 lanes = v.lanes(i);
+        const auto or_else = [&](const points8 &otherwise) -> points8 {
+            return {_mm512_mask_loadu_pd(otherwise.x, lanes, v.x + i),
+                    _mm512_mask_loadu_pd(otherwise.y, lanes, v.y + i),
+                    _mm512_mask_loadu_pd(otherwise.z, lanes, v.z + i)};
+        };
+        add(or_else(low), or_else(high));
     }
-    alignas(64) double distances[8];
-    alignas(64) ub8 found[8];
-    _mm512_storeu_pd(distances, most);
-    _mm512_storeu_si512(found, number);
+    return {of_lanes(low.x, high.x, v.x), of_lanes(low.y, high.y, v.y), of_lanes(low.z, high.z, v.z)};
+}
+
+// The number of the vertex farthest from c, the first of several; 0 if none has a distance. Two searches run side by
+// side, as each has to wait for its own comparisons.
+ub8 farthest(const point_array &vertices, const point &c) {
+    struct search {
+        __m512d most = _mm512_set1_pd(-1);
+        __m512i number = _mm512_setzero_si512();
+
+        [[gnu::always_inline]] void look(__m512d d, __m512i numbers, __mmask8 lanes) {
+            const __mmask8 farther = _mm512_mask_cmp_pd_mask(lanes, d, most, _CMP_GT_OQ);
+            most = _mm512_mask_mov_pd(most, farther, d);
+            number = _mm512_mask_mov_epi64(number, farther, numbers);
+        }
+    } even, odd;
+    const points8 centre = in_all_lanes(c);
+    const __m512i eight = _mm512_set1_epi64(8);
+    __m512i numbers = _mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7);
+    ub8 i = 0;
+    for (; i + 16 <= vertices.size; i += 16) {
+        even.look(distance2(vertices.at(i), centre), numbers, 0xff);
+        numbers = _mm512_add_epi64(numbers, eight);
+        odd.look(distance2(vertices.at(i + 8), centre), numbers, 0xff);
+        numbers = _mm512_add_epi64(numbers, eight);
+    }
+    for (; i < vertices.size; i += 8) {
+        const __mmask8 lanes = vertices.lanes(i);
+        even.look(distance2(vertices.at(i, lanes), centre), numbers, lanes);
+        numbers = _mm512_add_epi64(numbers, eight);
+    }
+    alignas(64) double distances[16];
+    alignas(64) ub8 found[16];
+    _mm512_storeu_pd(distances, even.most);
+    _mm512_storeu_pd(distances + 8, odd.most);
+    _mm512_storeu_si512(found, even.number);
+    _mm512_storeu_si512(found + 8, odd.number);
     int best = 0;
-    for (int k = 1; k < 8; k++)
+    for (int k = 1; k < 16; k++)
         if (distances[k] > distances[best] || (distances[k] == distances[best] && found[k] < found[best]))
             best = k;
-    return static_cast<ub4>(found[best]);
+    return found[best];
 }
 
 double larger(double a, double b) { return a > b ? a : b; }
@@ -67,8 +104,7 @@ double larger_size(const range &r) { return larger(std::fabs(r.low), std::fabs(r
 } // namespace
 
 bool bounding_circle::find(const point_array &vertices, double tt) {
-    const range x = range_of(vertices.x, vertices.size), y = range_of(vertices.y, vertices.size),
-                z = range_of(vertices.z, vertices.size);
+    const auto [x, y, z] = box_of(vertices);
     largest = larger(larger_size(x), larger(larger_size(y), larger_size(z)));
     const point c{(x.low + x.high) * 0.5, (y.low + y.high) * 0.5, (z.low + z.high) * 0.5};
     const double cc = dot(c, c);

@@ -14,10 +14,10 @@ struct ray {
     __m512d px, py;
 
     // Which of eight vertices lie above the point, for the lanes of a mask.
-    [[gnu::always_inline]] ub4 above(ub4 vertex) const {
+    [[gnu::always_inline]] ub4 above(ub8 vertex) const {
         return static_cast<ub4>(tavo::hits_of_mask(_mm512_cmp_pd_mask(_mm512_loadu_pd(y + vertex), py, _CMP_GT_OQ)));
     }
-    [[gnu::always_inline]] ub4 above(ub4 vertex, ub4 lanes) const {
+    [[gnu::always_inline]] ub4 above(ub8 vertex, ub4 lanes) const {
         const auto mask = static_cast<__mmask8>(lanes);
         return static_cast<ub4>(
             tavo::hits_of_mask(_mm512_mask_cmp_pd_mask(mask, _mm512_maskz_loadu_pd(mask, y + vertex), py, _CMP_GT_OQ)));
@@ -28,7 +28,7 @@ struct ray {
     // the crossing lies to the right where (px - x) * dy is less than (py - y) * dx for a rising edge, greater for a
     // falling one. (An edge that straddles is falling exactly if its dy is negative, or else has a NaN, which makes
     // both products NaN and counts in neither sense.)
-    [[gnu::always_inline]] ub4 crossed(ub4 e, ub4 straddling, ub4 falling) const {
+    [[gnu::always_inline]] ub4 crossed(ub8 e, ub4 straddling, ub4 falling) const {
         const auto mask = static_cast<__mmask8>(straddling);
         const __m512d x0 = _mm512_maskz_loadu_pd(mask, x + e), y0 = _mm512_maskz_loadu_pd(mask, y + e);
         const __m512d dx = _mm512_sub_pd(_mm512_maskz_loadu_pd(mask, x + e + 1), x0);
@@ -42,8 +42,9 @@ struct ray {
 
 // The chain of edges from vertex 0 to vertex `edges`. Each y is loaded once: an edge straddles where the comparisons of
 // its ends differ, which is the comparisons' bits against themselves moved by one. x is loaded where edges straddle.
-ub4 crossings_of_chain(const ray &r, ub4 edges) {
-    ub4 count = 0, e = 0;
+ub4 crossings_of_chain(const ray &r, ub8 edges) {
+    ub8 e = 0;
+    ub4 count = 0;
     ub4 above_before = r.above(0, 1); // bit 0: of vertex e
     for (; e + 32 <= edges; e += 32) {
         const ub4 above = r.above(e + 1) | r.above(e + 9) << 8 | r.above(e + 17) << 16 | r.above(e + 25) << 24;
@@ -55,7 +56,7 @@ ub4 crossings_of_chain(const ray &r, ub4 edges) {
                     count += r.crossed(e + k, lanes, falling >> k);
     }
     for (; e < edges; e += 8) {
-        const ub4 all = edges - e < 8 ? (1u << (edges - e)) - 1 : 0xff;
+        const ub4 all = edges - e < 8 ? (1u << (edges - e)) - 1 : 0xffu;
         const ub4 above = r.above(e + 1, all);
         const ub4 falling = above << 1 | above_before, straddling = (above ^ falling) & all;
         above_before = above >> 7;
@@ -66,7 +67,7 @@ ub4 crossings_of_chain(const ray &r, ub4 edges) {
 }
 
 // The closed ring of the n vertices from `first` on, at most seven: by the crossing's place, with a division.
-ub4 crossings_of_ring(const ray &r, ub4 first, ub4 n) {
+ub4 crossings_of_ring(const ray &r, ub8 first, ub4 n) {
     const ub4 all = (1u << n) - 1;
     const auto mask = static_cast<__mmask8>(all);
     const __m512d xi = _mm512_maskz_loadu_pd(mask, r.x + first), yi = _mm512_maskz_loadu_pd(mask, r.y + first);

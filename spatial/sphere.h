@@ -43,23 +43,23 @@ struct points8 {
 // Points as hosts hand them over: three consecutive vectors.
 struct point_array {
     const double *x, *y, *z;
-    ub4 size;
+    ub8 size;
 
     explicit point_array(const tavo_vec axes[3])
         : x(static_cast<const double *>(axes[0].data)), y(static_cast<const double *>(axes[1].data)),
           z(static_cast<const double *>(axes[2].data)), size(TAVO_VEC_SIZE(axes)) {}
 
-    point operator[](ub4 i) const { return {x[i], y[i], z[i]}; }
-    [[gnu::always_inline]] points8 at(ub4 first) const {
+    point operator[](ub8 i) const { return {x[i], y[i], z[i]}; }
+    [[gnu::always_inline]] points8 at(ub8 first) const {
         return {_mm512_loadu_pd(x + first), _mm512_loadu_pd(y + first), _mm512_loadu_pd(z + first)};
     }
     // The lanes of a mask, zeros elsewhere: nothing is read there.
-    [[gnu::always_inline]] points8 at(ub4 first, __mmask8 lanes) const {
+    [[gnu::always_inline]] points8 at(ub8 first, __mmask8 lanes) const {
         return {_mm512_maskz_loadu_pd(lanes, x + first), _mm512_maskz_loadu_pd(lanes, y + first),
                 _mm512_maskz_loadu_pd(lanes, z + first)};
     }
     // The lanes that there are from `first` on.
-    __mmask8 lanes(ub4 first) const {
+    __mmask8 lanes(ub8 first) const {
         return static_cast<__mmask8>(size - first < 8 ? (1u << (size - first)) - 1 : 0xff);
     }
 };

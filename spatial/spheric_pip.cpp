@@ -34,31 +34,40 @@ public:
         // The two are told apart from the vertices' bits in one point: a -0.0 is not below 0.
         ub4 negative_before = last < 0;
         near_ = std::fabs(last) < of_.t;
-        ub4 i = 0;
-        for (; i + 32 <= ring.size; i += 32) {
-            ub4 negative = 0, wide = 0;
+        ub8 i = 0;
+        while (i + 32 <= ring.size) {
+            // Block after block as long as nothing happens, with h and the bound in registers.
+            const points8 h = h8_;
+            const __m512d bound = wide_;
+            const ub8 from = i;
+            ub4 negative, wide, crossing;
+            do {
+                negative = wide = 0;
 #pragma GCC unroll 4
-            for (ub4 k = 0; k < 32; k += 8) {
-                const __m512d e = dot(h8_, ring.at(i + k));
-                negative |= sign_bits(e) << k;
-                wide |= wide_bits(e) << k;
-            }
-            const ub4 crossing = negative ^ (negative << 1 | negative_before);
-            negative_before = negative >> 31;
-            if ((crossing | wide) == 0) {
+                for (unsigned k = 0; k < 32; k += 8) {
+                    const __m512d e = dot(h, ring.at(i + k));
+                    negative |= sign_bits(e) << k;
+                    wide |= not_beyond(e, bound) << k;
+                }
+                crossing = negative ^ (negative << 1 | negative_before);
+                negative_before = negative >> 31;
+                i += 32;
+            } while ((crossing | wide) == 0 && i + 32 <= ring.size);
+            if (i > from + 32)
                 near_ = 0;
-                continue;
-            }
-            for (ub4 k = 0; k < 32; k += 8)
-                if (group(i + k, 0xff, crossing >> k & 0xff, wide >> k & 0xff))
+            for (unsigned k = 0; k < 32; k += 8) {
+                if (((crossing | wide) >> k & 0xff) == 0)
+                    near_ = 0;
+                else if (group(i - 32 + k, 0xff, crossing >> k & 0xff, wide >> k & 0xff))
                     return found_;
+            }
         }
         for (; i < ring.size; i += 8) {
             const __mmask8 lanes = ring.lanes(i);
             const __m512d e = dot(h8_, ring.at(i, lanes));
             const ub4 negative = sign_bits(e), crossing = negative ^ (negative << 1 | negative_before);
             negative_before = negative >> 7;
-            if (group(i, lanes, crossing & lanes, wide_bits(e) & lanes))
+            if (group(i, lanes, crossing & lanes, not_beyond(e, wide_) & lanes))
                 return found_;
         }
         return static_cast<ub1>(count_ & TAVO_PIP_COUNT);
@@ -69,12 +78,12 @@ private:
         return static_cast<ub4>(hits_of_mask(_mm512_movepi64_mask(_mm512_castpd_si512(e))));
     }
     // Lanes in which a vertex may lie within the tolerance of the plane or of P. A NaN may.
-    [[gnu::always_inline]] ub4 wide_bits(__m512d e) const {
-        return static_cast<ub4>(hits_of_mask(_mm512_cmp_pd_mask(_mm512_abs_pd(e), wide_, _CMP_NGT_UQ)));
+    [[gnu::always_inline]] static ub4 not_beyond(__m512d e, __m512d bound) {
+        return static_cast<ub4>(hits_of_mask(_mm512_cmp_pd_mask(_mm512_abs_pd(e), bound, _CMP_NGT_UQ)));
     }
 
     // The group of vertices from `first` on, and the edges that lead to them. True if the walk ends here.
-    bool group(ub4 first, __mmask8 lanes, ub4 crossing, ub4 wide) {
+    bool group(ub8 first, __mmask8 lanes, ub4 crossing, ub4 wide) {
         ub4 lying = 0;
         if (wide != 0) {
             const points8 v = of_.ring.at(first, lanes);
@@ -89,7 +98,7 @@ private:
         }
         for (ub4 edges = crossing | lying; edges != 0; edges &= edges - 1) {
             const int k = std::countr_zero(edges);
-            const ub4 to = first + static_cast<ub4>(k), from = to == 0 ? of_.ring.size - 1 : to - 1;
+            const ub8 to = first + static_cast<ub8>(k), from = to == 0 ? of_.ring.size - 1 : to - 1;
             if (edge(of_.ring[from], of_.ring[to], lying >> k & 1, crossing >> k & 1))
                 return true;
         }
@@ -135,7 +144,7 @@ private:
 };
 
 // Eight points: the lanes outside of the circle are done with one comparison.
-void test_points(const polygon &of, const point_array &points, ub4 first, ub1 results[8]) {
+void test_points(const polygon &of, const point_array &points, ub8 first, ub1 results[8]) {
     const __mmask8 lanes = points.lanes(first);
     const points8 p = points.at(first, lanes);
     const __m512d limit = _mm512_set1_pd(of.circle.rr + of.t);
@@ -162,7 +171,7 @@ void test_points(const polygon &of, const point_array &points, ub4 first, ub1 re
     _mm512_storeu_pd(wide, _mm512_fmadd_pd(rounding, _mm512_set1_pd(0x1p-44), _mm512_set1_pd(2 * std::fabs(of.t))));
     for (; tested != 0; tested &= tested - 1) {
         const int k = std::countr_zero(tested);
-        const point from = points[first + static_cast<ub4>(k)];
+        const point from = points[first + static_cast<ub8>(k)];
         results[k] = arc_walk(of, from, {hx[k], hy[k], hz[k]}, wide[k]).result();
     }
 }
@@ -180,13 +189,13 @@ ub4 tavo_spheric_pip_dydi(tavo_vec *res, tavo_vec *polygon, tavo_vec *points, co
     auto *const results = static_cast<ub1 *>(res->data);
     // Without vertices there is no centre. Only a tolerance of 0 lets that pass, and then nothing is crossed.
     if (of.ring.size == 0 && of.tt == 0) {
-        for (ub4 i = 0; i < tested.size; i++)
+        for (ub8 i = 0; i < tested.size; i++)
             results[i] = 0;
         return TAVO_DONE;
     }
     if (!of.circle.find(of.ring, of.tt))
         return TAVO_BAD_INPUT;
-    for (ub4 i = 0; i < tested.size; i += 8) {
+    for (ub8 i = 0; i < tested.size; i += 8) {
         ub1 eight[8];
         test_points(of, tested, i, eight);
         std::memcpy(results + i, eight, tested.size - i < 8 ? tested.size - i : 8);

@@ -43,22 +43,21 @@ template <class From, class To>
 struct row_state {
     static constexpr bool narrows = To::bytes < From::bytes;
     static constexpr bool integers = From::type == base::int8 || To::type == base::int8;
-    __m512 highest, lowest; // to int8: NaN is neither
-    unsigned wrong = 0;     // lanes that are beyond binary32
+    unsigned wrong = 0; // lanes that are beyond To; NaN is not beyond int8
     bool norm, nan = false;
     __m512i exact; // sum of squares of integers
     double sum = 0.0;
 
-    [[gnu::always_inline]] explicit row_state(bool norm)
-        : highest(_mm512_setzero_ps()), lowest(_mm512_setzero_ps()), norm(norm), exact(_mm512_setzero_si512()) {}
+    [[gnu::always_inline]] explicit row_state(bool norm) : norm(norm), exact(_mm512_setzero_si512()) {}
 
     [[gnu::always_inline]] void step(const ub1 *in, ub1 *out, __mmask16 m, unsigned n) {
         const __m512 v = as_floats<From>(in, m);
         if constexpr (To::type == base::int8) {
-            highest = _mm512_mask_max_ps(highest, m, v, highest);
-            lowest = _mm512_mask_min_ps(lowest, m, v, lowest);
+            wrong |= (_mm512_cmp_ps_mask(v, _mm512_set1_ps(127.0f), _CMP_GT_OQ) |
+                      _mm512_cmp_ps_mask(v, _mm512_set1_ps(-128.0f), _CMP_LT_OQ)) &
+                     m;
             const __m512i integer = rounded(v);
-            _mm512_mask_cvtepi32_storeu_epi8(out, m, integer);
+            _mm_mask_storeu_epi8(out, m, _mm512_cvtepi32_epi8(integer));
             if (norm) {
                 nan |= _mm512_mask_cmp_ps_mask(m, v, v, _CMP_UNORD_Q) != 0;
                 exact = widened_sum(exact, squares_u32x16(_mm512_maskz_mov_epi32(m, integer)));
@@ -92,13 +91,6 @@ struct row_state {
                     sum = __builtin_fma(static_cast<double>(value[i]), static_cast<double>(value[i]), sum);
         }
     }
-    // Lanes that no element of the row came to hold 0.
-    [[gnu::always_inline]] bool bad() const {
-        if constexpr (To::type == base::int8 && narrows)
-            return (_mm512_cmp_ps_mask(highest, _mm512_set1_ps(127.0f), _CMP_GT_OQ) |
-                    _mm512_cmp_ps_mask(lowest, _mm512_set1_ps(-128.0f), _CMP_LT_OQ)) != 0;
-        return wrong != 0;
-    }
     [[gnu::always_inline]] ub4 store(double *at) const {
         return store_norm(nan ? __builtin_nan("") : integers ? total(exact) : sum, at);
     }
@@ -123,7 +115,7 @@ ub4 convert(arguments a) {
             state.step(in, out, 0xffff, 16);
         if (left != 0)
             state.step(in, out, f32_lanes::first(static_cast<unsigned>(left)), static_cast<unsigned>(left));
-        if (state.bad()) {
+        if (state.wrong != 0) {
             if (a.bad_rows == nullptr)
                 return TAVO_BAD_SHAPE;
             a.bad_rows[row / 64] |= 1ull << row % 64;

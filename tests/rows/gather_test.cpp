@@ -354,7 +354,7 @@ TEST(Gather, CompressedCodes) {
     std::string bytes;
     for (ub4 code : {2u, 0u, 1u, 2u, 2u})
         append(bytes, code);
-    const std::vector<ub1> stream = spak_compress(bytes_of(bytes)).bytes();
+    const std::vector<ub1> stream = spak_of(bytes_of(bytes)).bytes();
     row_table table(TAVO_TABLE_CLA, {{{"zero"}, {"one"}, {"two"}}}, 1);
     host_stub host;
     host.record()->spak_decode = library.spak_decode;

@@ -183,11 +183,9 @@ TEST(ScanPaths, SparseWalkIgnoresRuns) {
 // Far down a long column the bit position of a row needs more than 32 bits. Pages that nothing is written to are zeros
 // and cost nothing.
 TEST(ScanPaths, RowsBeyondFourBillionBits) {
-#ifdef TAVO_PORTABLE // gigabytes of zeros, lane by lane
-    for (const unsigned width : {24u, 64u}) {
-#else
     for (const unsigned width : {2u, 7u, 12u, 16u, 20u, 24u, 32u, 64u}) {
-#endif
+        if (every_lane_costs && width < 24)
+            continue;
         const ub8 row = (1ull << 32) / width + 5, rows = row / 64 * 64 + 64;
         const std::size_t bytes = static_cast<std::size_t>(rows * width / 8 + 8), words = rows / 64;
         const auto zeros = [](std::size_t size) {
