@@ -68,9 +68,10 @@ ask host/data/departures.csv --where "departed < scheduled" --where "scheduled <
 ask "$flights" --group-by "origin,month(date)" --count --sum delay --avg delay --max delay --having "count > 100" \
     --order-by "avg(delay) desc" --limit 5
 ask "$flights" --where "date < '2001-02-01'" --sum "distance * 1.609344 as km" --avg delay --count
-# Joined with the airports that they leave from; then the same with the airports that no flight leaves from, and these alone.
+# Joined with the airports that they leave from, the latest first: the rows are put in order by the column's codes and
+# gathered from row-major tables of both files; then the same with the airports that no flight leaves from, and these alone.
 ask "$flights" --join "$airports" --on origin=iata --where "airports.state = CA" --where "delay > 200" \
-    --columns date,delay,origin,city,state --limit 5
+    --columns date,delay,origin,city,state --order-by delay desc --limit 5
 ask "$flights" --join "$airports" --on origin=iata --right --count
 ask "$flights" --join "$airports" --on origin=iata --right --anti --where "airports.state = CA" --columns iata,city --limit 5
 ask "$airports" --null NA --where "latitude > 48.9" --where "not state = AK" --limit 5

@@ -176,7 +176,7 @@ void add_group_options(CLI::App &app, group_options &options) {
     app.add_option("--avg", options.averages, "Print the average of a column or an expression")
         ->allow_extra_args(false);
     app.add_option("--having", options.having, "Print the groups alone that this predicate is true for: count > 100");
-    app.add_option("--order-by", options.order, "Sort the groups: count desc, origin");
+    app.add_option("--order-by", options.order, "Rows by a column, largest first: delay desc; groups by several: count desc, origin");
 }
 
 group_request parse_groups(const group_options &options, const std::vector<std::string> &smallest,

@@ -8,7 +8,8 @@
 #include "host/command/subcommands.h"
 #include "host/error.h"
 #include "host/join/joined_rows.h"
-#include "host/query/value_reader.h"
+#include "host/rows/row_order.h"
+#include "host/rows/row_table.h"
 
 namespace host {
 
@@ -77,87 +78,82 @@ table_options side_options(const table_options &options, const join_names &names
     return own;
 }
 
-// The values of both sides of the first pairs, as lines of CSV. The right side's rows, which come in any order, are
-// read first; the left side's are read as the pairs go on.
-class pair_printer {
-public:
-    pair_printer(session &s, const join_question &q, const table &left, const table &right,
-                 const std::vector<row_pair> &pairs)
-        : question_(q),
-          pairs_(pairs.begin(),
-                 pairs.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(pairs.size(), q.limit))) {
-        for (const join_names::place &p : q.printed)
-            columns_[p.side == join_side::right].push_back((p.side == join_side::left ? left : right).stored(p.column));
-        rows_[0] = rows_of(left.rows(), &row_pair::left);
-        rows_[1] = rows_of(right.rows(), &row_pair::right);
-        for (const bool side : {false, true})
-            if (!columns_[side].empty() && rows_[side].count > 0)
-                readers_[side] = std::make_unique<value_reader>(s, columns_[side], rows_[side], 0xffffffff);
-        place_.resize(right.rows());
-        ub4 place = 0;
-        for (ub4 row = 0; row < right.rows(); row++)
-            if (rows_[1].bits[row / 64] >> row % 64 & 1)
-                place_[row] = place++;
-        if (readers_[1] != nullptr)
-            while (const ub4 rows = readers_[1]->next())
-                for (ub4 row = 0; row < rows; row++)
-                    for (std::size_t c = 0; c < columns_[1].size(); c++)
-                        right_values_.push_back(readers_[1]->value(c, row));
-    }
+static_assert(no_row == row_table::no_row);
 
-    void append_to(std::string &answer) {
-        ub4 last = no_row, in_batch = 0, batch = 0;
-        for (const row_pair pair : pairs_) {
-            if (pair.left != last && pair.left != no_row && readers_[0] != nullptr) {
-                last = pair.left;
-                if (++in_batch >= batch) {
-                    batch = readers_[0]->next();
-                    in_batch = 0;
-                }
-            }
-            std::size_t next[2] = {0, 0};
-            append_csv_line(answer, question_.printed.size(), [&](std::size_t i) -> std::string_view {
-                if (i == 0)
-                    next[0] = next[1] = 0; // a line's first field may be looked at twice
-                const bool side = question_.printed[i].side == join_side::right;
-                const std::size_t c = next[side]++;
-                if (!side)
-                    return pair.left == no_row ? std::string_view() : readers_[0]->value(c, in_batch);
-                return pair.right == no_row ? std::string_view()
-                                            : right_values_[place_[pair.right] * columns_[1].size() + c];
-            });
+// A side's rows that occur in pairs.
+selection rows_of(ub4 rows, const std::vector<row_pair> &pairs, ub4 row_pair::*side) {
+    selection selected{std::vector<ub8>((static_cast<std::size_t>(rows) + 63) / 64), 0};
+    for (const row_pair &pair : pairs)
+        if (const ub4 row = pair.*side; row != no_row) {
+            ub8 &word = selected.bits[row / 64];
+            selected.count += (word >> row % 64 & 1) == 0;
+            word |= ub8{1} << row % 64;
         }
-    }
+    return selected;
+}
 
-    std::vector<query_step> steps() const {
-        std::vector<query_step> all;
-        for (const auto &reader : readers_)
-            if (reader != nullptr)
-                for (query_step &step : reader->steps())
-                    all.push_back(std::move(step));
-        return all;
+// The first pairs in the order asked for.
+std::vector<row_pair> pairs_to_print(session &s, const join_question &q, const table &left, const table &right,
+                                     std::vector<row_pair> pairs, std::vector<query_step> &steps) {
+    if (!q.ordered_by) {
+        pairs.resize(std::min<std::size_t>(pairs.size(), q.limit));
+        return pairs;
     }
+    const auto side = q.ordered_by->side == join_side::left ? &row_pair::left : &row_pair::right;
+    stored_column &col = *(q.ordered_by->side == join_side::left ? left : right).stored(q.ordered_by->column);
+    step_list order_steps;
+    const std::vector<ub8> of_rows = order_keys(s, col, rows_of(col.rows(), pairs, side), order_steps);
+    const step_clock clock;
+    std::vector<ub8> keys(pairs.size());
+    std::transform(pairs.begin(), pairs.end(), keys.begin(),
+                   [&](row_pair pair) { return pair.*side == no_row ? null_key : of_rows[pair.*side]; });
+    std::vector<row_pair> ordered;
+    for (const std::size_t place : ordered_places(keys, q.descending, q.limit))
+        ordered.push_back(pairs[place]);
+    order_steps.add("", col.name(), "joined rows in order", static_cast<ub4>(std::min<std::size_t>(keys.size(), ~0u)),
+                    static_cast<ub4>(ordered.size()), clock.seconds());
+    steps.insert(steps.end(), order_steps.all().begin(), order_steps.all().end());
+    return ordered;
+}
 
-private:
-    selection rows_of(ub4 rows, ub4 row_pair::*side) const {
-        selection selected{std::vector<ub8>((static_cast<std::size_t>(rows) + 63) / 64), 0};
-        for (const row_pair &pair : pairs_)
-            if (const ub4 row = pair.*side; row != no_row) {
-                ub8 &word = selected.bits[row / 64];
-                selected.count += (word >> row % 64 & 1) == 0;
-                word |= ub8{1} << row % 64;
-            }
-        return selected;
+// The values of both sides of pairs, as lines of CSV: each side's columns are transposed into a row-major table, and
+// the pairs' rows are gathered from it.
+std::string lines_of(session &s, const join_question &q, const table &left, const table &right,
+                     const std::vector<row_pair> &pairs, std::vector<query_step> &steps) {
+    constexpr std::size_t batch = 4096;
+    struct side_of_pairs {
+        std::vector<stored_column *> columns;
+        std::unique_ptr<row_table> table;
+        std::vector<ub4> rows;
+    } sides[2];
+    std::vector<std::pair<bool, std::size_t>> fields; // side and column
+    for (const join_names::place &p : q.printed) {
+        const bool side = p.side == join_side::right;
+        fields.emplace_back(side, sides[side].columns.size());
+        sides[side].columns.push_back((side ? right : left).stored(p.column));
     }
-
-    const join_question &question_;
-    std::vector<row_pair> pairs_;
-    std::vector<stored_column *> columns_[2]; // printed ones of each side, in their order
-    selection rows_[2];
-    std::unique_ptr<value_reader> readers_[2];
-    std::vector<ub4> place_; // of a right row among those that are printed
-    std::vector<std::string_view> right_values_;
-};
+    const auto row_of = [](bool side) { return side ? &row_pair::right : &row_pair::left; };
+    for (const bool side : {true, false})
+        sides[side].table = std::make_unique<row_table>(s, sides[side].columns,
+                                                        rows_of((side ? right : left).rows(), pairs, row_of(side)));
+    std::string lines;
+    for (std::size_t first = 0; first < pairs.size(); first += batch) {
+        const std::size_t n = std::min(batch, pairs.size() - first);
+        for (const bool side : {true, false}) {
+            sides[side].rows.clear();
+            for (std::size_t i = 0; i < n; i++)
+                sides[side].rows.push_back(pairs[first + i].*row_of(side));
+            sides[side].table->gather(sides[side].rows.data(), static_cast<ub4>(n));
+        }
+        for (ub4 i = 0; i < n; i++)
+            append_csv_line(lines, fields.size(),
+                            [&](std::size_t f) { return sides[fields[f].first].table->value(fields[f].second, i); });
+    }
+    for (const bool side : {true, false})
+        for (query_step &step : sides[side].table->steps())
+            steps.push_back(std::move(step));
+    return lines;
+}
 
 } // namespace
 
@@ -201,6 +197,11 @@ int run_join(const join_options &options, const joined_query &asked) {
     if (q.keys.size() > join_keys::most_columns)
         throw error(fmt::format("--on takes up to {} pairs of columns", join_keys::most_columns));
     q.printed = printed_columns(names, asked.columns, q.kind);
+    if (!asked.order_by.empty()) {
+        const asked_order order = parse_order(asked.order_by, names.all().columns());
+        q.ordered_by = names.find(order.column);
+        q.descending = order.descending;
+    }
 
     std::vector<std::size_t> encoded[2];
     const auto need = [&](join_side side, std::size_t column) {
@@ -218,6 +219,8 @@ int run_join(const join_options &options, const joined_query &asked) {
     if (!asked.count)
         for (const join_names::place &p : q.printed)
             need(p.side, p.column);
+    if (q.ordered_by)
+        need(q.ordered_by->side, q.ordered_by->column);
     const table left = read_table(left_file, encoded[0], side_options(asked.table, names, join_side::left));
     const table right = read_table(right_file, encoded[1], side_options(asked.table, names, join_side::right));
 
@@ -226,10 +229,8 @@ int run_join(const join_options &options, const joined_query &asked) {
 
     std::string lines;
     if (!asked.count) {
-        pair_printer printer(session, q, left, right, joined.pairs);
-        printer.append_to(lines);
-        for (query_step &step : printer.steps())
-            joined.steps.push_back(std::move(step));
+        const auto pairs = pairs_to_print(session, q, left, right, joined.pairs, joined.steps);
+        lines = lines_of(session, q, left, right, pairs, joined.steps);
     }
     if (asked.check) {
         std::vector<std::vector<value_type>> types(2);
@@ -251,7 +252,7 @@ int run_join(const join_options &options, const joined_query &asked) {
         }
     }
 
-    output out;
+    output out(asked.output);
     if (asked.count) {
         out.write(fmt::format("{}\n", joined.pairs.size()));
     } else {

@@ -22,7 +22,7 @@ struct joined_query {
     table_options table;
     std::vector<std::string> where;
     std::optional<std::string> columns;
-    std::string library;
+    std::string order_by, library, output;
     ub4 limit;
     bool count, explain, check;
 };

@@ -41,6 +41,17 @@ std::string meant(CLI::App &app, int argc, char **argv) {
     return "";
 }
 
+// The arguments behind the command's name, --order-by COLUMN desc being one option with one value.
+std::vector<std::string> arguments(int argc, char **argv) {
+    std::vector<std::string> words(argv + 1, argv + argc);
+    for (std::size_t i = 0; i + 2 < words.size(); i++)
+        if (words[i] == "--order-by" && (words[i + 2] == "desc" || words[i + 2] == "asc")) {
+            words[i + 1] += " " + words[i + 2];
+            words.erase(words.begin() + static_cast<std::ptrdiff_t>(i) + 2);
+        }
+    return words;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -52,7 +63,9 @@ int main(int argc, char **argv) {
         subcommands.push_back(add(app));
 
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> words = arguments(argc, argv);
+        std::reverse(words.begin(), words.end()); // as the parser takes them
+        app.parse(std::move(words));
     } catch (const CLI::ParseError &e) {
         if (e.get_exit_code() != 0)
             if (const std::string hint = meant(app, argc, argv); !hint.empty()) {

@@ -10,23 +10,29 @@
 
 namespace host {
 
-namespace {
-
-void fail_on_error() {
-    if (std::ferror(stdout))
-        throw error(fmt::format("cannot write the answer: {}", std::strerror(errno)));
+output::output(const std::string &path) : path_(path), file_(path == "-" ? stdout : std::fopen(path.c_str(), "wb")) {
+    if (file_ == nullptr)
+        fail();
 }
 
-} // namespace
+output::~output() {
+    if (file_ != stdout)
+        std::fclose(file_);
+}
+
+void output::fail() const {
+    throw error(fmt::format("cannot write {}: {}", path_ == "-" ? "the answer" : path_, std::strerror(errno)));
+}
 
 void output::write(std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    fail_on_error();
+    std::fwrite(text.data(), 1, text.size(), file_);
+    if (std::ferror(file_))
+        fail();
 }
 
 void output::finish() {
-    std::fflush(stdout);
-    fail_on_error();
+    if (std::fflush(file_) != 0 || std::ferror(file_))
+        fail();
 }
 
 void tell(std::string_view what) { show(fmt::format("tavo: {}\n", what)); }

@@ -1,7 +1,8 @@
-// Where the command writes: the answer to standard output, everything else to standard error.
+// Where the command writes: the answer to standard output or a file, everything else to standard error.
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -10,8 +11,18 @@ namespace host {
 // The answer. All that goes to standard output goes through here, so that a full disk is noticed.
 class output {
 public:
+    output() : output("-") {}
+    explicit output(const std::string &path); // a file, which is made anew; "-" is standard output
+    ~output();
+    output(const output &) = delete;
+    output &operator=(const output &) = delete;
     void write(std::string_view text);
     void finish(); // to be called at the end: throws if not all of it could be written
+
+private:
+    [[noreturn]] void fail() const;
+    std::string path_;
+    std::FILE *file_;
 };
 
 // A line to the user on standard error, behind the name of the command.

@@ -10,6 +10,7 @@
 #include "host/command/explain.h"
 #include "host/command/group_query.h"
 #include "host/command/join_query.h"
+#include "host/command/ordered_rows.h"
 #include "host/command/output.h"
 #include "host/command/subcommands.h"
 #include "host/command/table_options.h"
@@ -27,7 +28,7 @@ struct query_options {
     join_options join;
     group_options group;
     std::optional<std::string> columns;
-    std::string library;
+    std::string library, output = "-";
     std::vector<std::string> where, smallest, largest, computed;
     ub4 limit = value_reader::no_limit;
     bool count = false, explain = false, check = false;
@@ -92,13 +93,16 @@ std::string extreme_lines(session &session, const table &table, const selection 
 }
 
 int run(const query_options &options) {
+    if (!options.group.asked() && !options.group.having.empty())
+        throw error("--having goes with --group-by, --sum or --avg");
     if (!options.join.file.empty() && (options.group.asked() || !options.computed.empty()))
         throw error("--group-by, --sum, --avg and --select are not for joined files yet");
     if (!options.join.file.empty() && !(options.smallest.empty() && options.largest.empty()))
         throw error("--min and --max are of one file, they don't go with --join");
     if (!options.join.file.empty())
-        return run_join(options.join, {options.table, options.where, options.columns, options.library, options.limit,
-                                       options.count, options.explain, options.check});
+        return run_join(options.join,
+                        {options.table, options.where, options.columns, options.group.order, options.library,
+                         options.output, options.limit, options.count, options.explain, options.check});
     if (!options.join.on.empty() || options.join.left || options.join.right || options.join.anti ||
         !options.join.memory.empty())
         throw error("--on, --left, --right, --anti and --join-memory go with --join FILE");
@@ -116,8 +120,6 @@ int run(const query_options &options) {
         resolve(p, file);
 
     const bool grouped = options.group.asked();
-    if (!grouped && (!options.group.having.empty() || !options.group.order.empty()))
-        throw error("--having and --order-by go with --group-by, --sum or --avg");
     group_request groups;
     if (grouped)
         groups = parse_groups(options.group, options.smallest, options.largest, options.count, file);
@@ -129,6 +131,15 @@ int run(const query_options &options) {
     if (!prints_rows && (options.columns || !computed.empty()) && (grouped || !asked.empty()))
         throw error(
             "--min, --max, --sum, --avg and --group-by print no rows, so there are no --columns and no --select");
+    if (!asked.empty() && !options.group.order.empty())
+        throw error("--min and --max print no rows, so there is no order");
+    std::optional<std::size_t> ordered_by;
+    bool descending = false;
+    if (prints_rows && !options.group.order.empty()) {
+        const asked_order order = parse_order(options.group.order, file.columns());
+        ordered_by = file.column(order.column);
+        descending = order.descending;
+    }
     std::vector<std::size_t> encoded = columns_of(predicates, file);
     for (const asked_extreme &e : asked)
         if (std::find(encoded.begin(), encoded.end(), e.column) == encoded.end())
@@ -142,6 +153,8 @@ int run(const query_options &options) {
         encode(columns_of(groups));
     if (prints_rows)
         encode(printed);
+    if (ordered_by)
+        encode({*ordered_by});
     for (const measure &m : computed)
         encode(columns_of(m));
     // Keys and measures are read through dictionaries.
@@ -161,11 +174,11 @@ int run(const query_options &options) {
                              expected.size()));
             return check_failed;
         }
-        if (prints_rows)
+        if (prints_rows && !ordered_by)
             expected.resize(std::min<std::size_t>(expected.size(), options.limit));
     }
 
-    output out;
+    output out(options.output);
     if (grouped) {
         step_list grouping;
         std::string difference;
@@ -210,10 +223,22 @@ int run(const query_options &options) {
                 tell("the check fails: " + difference);
                 return check_failed;
             }
+        for (const query_step &step : computing.all())
+            steps.push_back(step);
+        if (ordered_by) {
+            const ordered_request asked_rows{table, selected, printed, *ordered_by, descending, options.limit};
+            const ordered_answer answer = rows_in_order(session, asked_rows, results, steps);
+            if (options.check && (computed.empty() ? answer.lines : answer.read_lines) !=
+                                     plain_rows_in_order(asked_rows, expected, options.table.null_texts)) {
+                tell("the check fails: the rows are as many as from the text, but others or in another order");
+                return check_failed;
+            }
+            out.write(answer.lines);
+        }
         std::vector<std::string> texts(computed.size());
         std::string read_lines; // without what is computed, for --check
         ub4 first = 0;
-        value_reader values(session, columns, selected, options.limit);
+        value_reader values(session, columns, selected, ordered_by ? 0 : options.limit);
         printed_check check(file, std::move(expected), printed, options.table.null_texts);
         auto disagrees = [&](const std::string &difference) {
             if (!difference.empty())
@@ -237,12 +262,10 @@ int run(const query_options &options) {
                 return check_failed;
             out.write(lines);
         }
-        if (options.check && disagrees(check.finish()))
+        if (options.check && !ordered_by && disagrees(check.finish()))
             return check_failed;
         for (query_step &step : values.steps())
             steps.push_back(std::move(step));
-        for (const query_step &step : computing.all())
-            steps.push_back(step);
     }
     out.finish();
     if (prints_rows && options.limit < selected.count)
@@ -283,6 +306,8 @@ subcommand add_query(CLI::App &app) {
     query->add_option("--columns", options->columns, "Print these columns: a,b,c");
     query->add_option("--select", options->computed, "Print a computed column too: \"distance * 1.609344 as km\"")
         ->allow_extra_args(false);
+    query->add_option("--output", options->output, "Write the answer to this file, not to standard output")
+        ->type_name("FILE");
     add_group_options(*query, options->group);
     add_join_options(*query, options->join);
     query->add_flag("--explain", options->explain, "Show each step: kernel, rows in and out, time");

@@ -5,6 +5,7 @@
 
 #include "host/column/table.h"
 #include "host/query/recompute.h"
+#include "host/rows/row_order.h"
 
 namespace host {
 
@@ -23,7 +24,8 @@ class plain_join {
 public:
     plain_join(const join_question &q, const join_names &names, const std::vector<std::vector<value_type>> &types,
                const std::vector<std::string> &null_texts)
-        : question_(q), names_(names), null_texts_(null_texts), right_by_key_(key_order{key_types(q, types)}) {
+        : question_(q), names_(names), types_of_files_(types), null_texts_(null_texts),
+          right_by_key_(key_order{key_types(q, types)}) {
         for (const predicate &p : q.where)
             for (const std::string &column : columns_of(p))
                 types_[column] = types[names.find(column).side == join_side::right][names.find(column).column];
@@ -69,6 +71,11 @@ public:
             for (std::size_t r = 0; r < right_.size(); r++)
                 if (partners_[r] == 0)
                     report(nullptr, &right_[r]);
+        if (question_.ordered_by) {
+            const join_names::place by = *question_.ordered_by;
+            answer_.lines = ordered_lines(std::move(lines_), types_of_files_[by.side == join_side::right][by.column],
+                                          question_.descending, question_.limit);
+        }
         return std::move(answer_);
     }
 
@@ -118,19 +125,27 @@ private:
         if (!is_anti() && !std::all_of(question_.where.begin(), question_.where.end(),
                                        [&](const predicate &p) { return is_true(p, field, types_); }))
             return;
-        if (answer_.count++ < question_.limit)
-            append_csv_line(answer_.lines, question_.printed.size(),
+        const auto append_to = [&](std::string &lines) {
+            append_csv_line(lines, question_.printed.size(),
                             [&](std::size_t i) { return value(question_.printed[i]).value_or(""); });
+        };
+        answer_.count++;
+        if (question_.ordered_by)
+            append_to(lines_.emplace_back(value(*question_.ordered_by), "").second);
+        else if (answer_.count <= question_.limit)
+            append_to(answer_.lines);
     }
 
     const join_question &question_;
     const join_names &names_;
+    const std::vector<std::vector<value_type>> &types_of_files_;
     const std::vector<std::string> &null_texts_;
     std::map<std::string, value_type> types_, own_types_[2];
     std::vector<predicate> own_conditions_[2];
     std::vector<row_values> right_;
     std::vector<char> partners_; // of right rows: whether there is one
     std::map<std::vector<std::string>, std::vector<std::size_t>, key_order> right_by_key_;
+    std::vector<valued_line> lines_; // to be ordered
     plain_answer answer_;
 };
 

@@ -1,6 +1,7 @@
 // A join once more, from the text of both files: no codes, no hashes, no kernels. What --check compares with.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,8 @@ struct join_question {
     std::vector<std::pair<std::size_t, std::size_t>> keys; // columns of the left and of the right file
     std::vector<predicate> where;                          // as written: of pairs; with anti joins, of each file's rows
     std::vector<join_names::place> printed;
+    std::optional<join_names::place> ordered_by; // else left rows, then right rows; right rows without partner last
+    bool descending = false;
     ub4 limit = 0xffffffff; // lines
 };
 

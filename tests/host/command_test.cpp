@@ -276,6 +276,88 @@ TEST_F(Command, Joins) {
                    "needs more memory than it may take");
 }
 
+TEST_F(Command, Orders) {
+    const auto answer = [&](const std::string &arguments) {
+        const outcome o = run("query " + arguments + " --check");
+        EXPECT_EQ(o.status, 0) << arguments << "\n" << o.err;
+        EXPECT_NE(o.err.find("agrees\n"), std::string::npos) << arguments << "\n" << o.err;
+        return o.out;
+    };
+    const std::string rows = file("rows.csv", "n,t\n5,b\n,a\n10,\n5,a\n-3,B\n");
+    // Rows of equal values as they came, nulls last in either direction.
+    EXPECT_EQ(answer(rows + " --order-by n"), "n,t\n-3,B\n5,b\n5,a\n10,\n,a\n");
+    EXPECT_EQ(answer("--order-by n desc " + rows), "n,t\n10,\n5,b\n5,a\n-3,B\n,a\n");
+    EXPECT_EQ(answer(rows + " --order-by 't asc' --columns n"), "n\n-3\n\"\"\n5\n5\n10\n");
+    EXPECT_EQ(answer(rows + " --order-by t desc --where 'n > 0' --limit 2"), "n,t\n5,b\n5,a\n");
+    EXPECT_EQ(answer(rows + " --order-by t --where 'n > 99'"), "n,t\n");
+    for (const char *form : {"fixed", "dynp"})
+        EXPECT_EQ(answer(rows + " --order-by n desc --columns t --encode n=" + form), "t\n\"\"\nb\na\nB\na\n");
+    EXPECT_EQ(answer(file("named.csv", "b desc,b\n1,2\n2,1\n") + " --order-by 'b desc'"), "b desc,b\n1,2\n2,1\n");
+    EXPECT_EQ(answer(rows + " --order-by n desc --columns t --select 'n * 2 as d' --limit 3"),
+              "t,d\n,20\nb,10\na,10\n");
+    // Spellings of one value, and one moment in several zones, are equal.
+    EXPECT_EQ(answer(file("spelled.csv", "n\n2\n1.0\n01\n1\n0\n1.0\n") + " --order-by n"),
+              "n\n0\n1.0\n01\n1\n1.0\n2\n");
+    for (const char *form : {"plain", "fixed"})
+        answer(file("zones.csv", "t\n2001-01-01 09:00+01:00\n2001-01-01 00:00-08:00\n2001-01-01 07:00+00:00\n"
+                                 "2001-01-01 08:00+00:00\n") +
+               " --order-by t --encode t=" + form);
+    for (const char *form : {"", " --encode scheduled=plain"})
+        answer("'" TAVO_DATA "/departures.csv' --order-by scheduled desc --limit 40" + std::string(form));
+    answer(flights_ + " --order-by delay --where 'distance > 2000' --encode delay=rle");
+
+    // Rows of more columns than one table takes, and values that fill its blocks.
+    std::string wide = "c0", first, second;
+    for (int c = 1; c < 600; c++)
+        wide += ",c" + std::to_string(c);
+    for (int c = 0; c < 600; c++) {
+        first += (c ? "," : "") + std::to_string(2 * c);
+        second += (c ? "," : "") + std::to_string(c);
+    }
+    EXPECT_EQ(answer(file("wide.csv", wide + "\n" + first + "\n" + second + "\n") + " --order-by c599"),
+              wide + "\n" + second + "\n" + first + "\n");
+    std::string long_rows = "n,t\n", expected = "n,t\n";
+    for (int row = 0; row < 60; row++)
+        long_rows += std::to_string(row) + "," + std::string(60000 - row, static_cast<char>('a' + row % 26)) + "\n";
+    for (int row = 60; row-- > 0;)
+        expected += std::to_string(row) + "," + std::string(60000 - row, static_cast<char>('a' + row % 26)) + "\n";
+    EXPECT_EQ(answer(file("long.csv", long_rows) + " --order-by n desc"), expected);
+
+    // Of joined rows, by a column of either side.
+    const std::string join = file("a.csv", "id,name\n1,x\n2,\n3,z\n") + " --join " +
+                             file("b.csv", "id,name\n3,c\n1,a\n3,d\n9,\n") + " --on id ";
+    EXPECT_EQ(answer(join + "--order-by b.name desc --columns b.name,a.name"), "b.name,a.name\nd,z\nc,z\na,x\n");
+    EXPECT_EQ(answer(join + "--left --order-by b.name --columns b.name,a.id"), "b.name,a.id\na,1\nc,3\nd,3\n,2\n");
+    EXPECT_EQ(answer(join + "--right --order-by a.name desc --limit 2 --columns b.name"), "b.name\nc\nd\n");
+    EXPECT_EQ(answer(join + "--anti --order-by a.name"), "a.id,a.name\n2,\n");
+    const outcome o = run("query " + flights_ + " --join " + airports_ +
+                          " --on origin=iata --where 'state = CA' --order-by delay desc --columns delay,city,state"
+                          " --limit 3 --explain --check");
+    EXPECT_EQ(o.status, 0) << o.err;
+    for (const char *part : {"tavo_transpose_reference_dydi", "tavo_transpose_convert_dydi", "tavo_gather_dydi",
+                             "joined rows in order", "joined from the text: agrees\n"})
+        EXPECT_NE(o.err.find(part), std::string::npos) << part << "\n" << o.err;
+
+    expect_refused("query " + rows + " --order-by m", "there is no column 'm'");
+    expect_refused("query " + rows + " --order-by n down --count", "down");
+    expect_refused("query " + rows + " --order-by n --min n", "there is no order");
+    expect_refused("query " + join + "--order-by name", "both files have a column name");
+}
+
+TEST_F(Command, OutputFile) {
+    const std::string rows = file("rows.csv", "n,t\n1,\"a,b\"\n2,\"say \"\"x\"\"\"\n3,\"two\nlines\"\n");
+    const std::string path = folder_ + "/answer.csv";
+    outcome o = run("query " + rows + " --output " + path);
+    EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(o.out, "");
+    EXPECT_EQ(content(path), "n,t\n1,\"a,b\"\n2,\"say \"\"x\"\"\"\n3,\"two\nlines\"\n");
+    EXPECT_EQ(run("query " + path + " --order-by n desc --output -").out,
+              "n,t\n3,\"two\nlines\"\n2,\"say \"\"x\"\"\"\n1,\"a,b\"\n");
+    run("query " + rows + " --join " + path + " --on n --columns left.n,right.t --where 'left.n = 1' --output " + path);
+    EXPECT_EQ(content(path), "rows.n,answer.t\n1,\"a,b\"\n");
+    expect_refused("query " + rows + " --output '" + folder_ + "/absent/answer.csv'", "cannot write");
+}
+
 TEST_F(Command, BadLibraries) {
     const std::string query = "query " + file("t.csv", "x\na\nb\n") + " --where 'x = b'";
     const auto library = [](const std::string &name) { return "'" TAVO_FALSE_LIBRARIES "/false_" + name + ".so'"; };
