@@ -55,7 +55,8 @@ void write_one_column(ub1 *to, const tavo_vec *src, const ub1 *data, ub4 layout,
                         sums_u64x8, _mm512_permutex2var_epi64(sums_u64x8, _mm512_load_si512(wide_lanes_up.by[step]),
                                                               _mm512_setzero_si512()));
                 const __m512i address = _mm512_add_epi64(start_u64x8, _mm512_sub_epi64(sums_u64x8, length_u64x8));
-                start_u64x8 = _mm512_add_epi64(start_u64x8, _mm512_permutexvar_epi64(_mm512_set1_epi64(7), sums_u64x8));
+                start_u64x8 = _mm512_add_epi64(start_u64x8,
+                                               _mm512_permutex2var_epi64(sums_u64x8, _mm512_set1_epi64(7), sums_u64x8));
                 return address;
             },
             lengths_u16x8);
