@@ -1,5 +1,6 @@
 #include "frame/dispatch_table.h"
 
+#include "aggregate/arithmetic_kernels.h"
 #include "aggregate/minmax_kernels.h"
 #include "aggregate/sum_distinct_kernels.h"
 #include "decode/burst_rle_kernels.h"
@@ -9,6 +10,7 @@
 #include "scan/dynp_scan_kernels.h"
 #include "scan/fixed_scan_kernels.h"
 #include "scan/set_scan_kernels.h"
+#include "xlate/xlate_kernels.h"
 
 namespace tavo {
 namespace {
@@ -23,6 +25,8 @@ consteval dispatch_tables build_dispatch_tables() {
     put_decodes(t);
     put_minmax(t);
     put_sum_distinct(t);
+    put_arithmetic(t);
+    put_xlate(t);
     return t;
 }
 
@@ -37,7 +41,8 @@ TAVO_KEPT constinit const tavo::kernel_names tavo_dispatch_func_names = tavo::bu
 TAVO_KEPT ub4 tavo_dispatch_table_size(void) noexcept { return TAVO_DISPATCH_SLOTS; }
 
 TAVO_KEPT ub4 tavo_convert_width(ub4 width) noexcept {
-    TAVO_ASSERT(tavo::has_width_code(width));
+    if (!tavo::has_width_code(width))
+        TAVO_ASSERT(0);
     return tavo::width_code(width);
 }
 
@@ -47,12 +52,14 @@ TAVO_KEPT ub4 tavo_xlate_convert_width(sb4 element, ub4 form) noexcept {
     case -4: return form * 8 + 1;
     case 1: return form * 8 + 2;
     case 2: return form * 8 + 3;
-    default: TAVO_ASSERT(element == 4); return form * 8 + 4;
+    case 4: return form * 8 + 4;
+    default: TAVO_ASSERT(0); return 0;
     }
 }
 
 TAVO_KEPT ub4 tavo_xlate_convert_type(ub4 type) noexcept {
-    TAVO_ASSERT(type >= 1 && type <= 3);
+    if (type < 1 || type > 3)
+        TAVO_ASSERT(0);
     return type - 1;
 }
 

@@ -55,6 +55,9 @@ struct dispatch_tables {
     consteval void put(unsigned index, tavo_row_move_fn *kernel, const char *name) {
         slots.slot[claim(index, name)].row_move = kernel;
     }
+    consteval void put(unsigned index, tavo_xlate_groupkey_fn *kernel, const char *name) {
+        slots.slot[claim(index, name)].xlate_groupkey = kernel;
+    }
     consteval void put(unsigned index, tavo_minmax_fn *kernel, const char *name) {
         slots.slot[claim(index, name)].minmax = kernel;
     }

@@ -1,6 +1,7 @@
 // The descriptor and start-up.
 #include "frame/tavo_avx512g.h"
 
+#include "aggregate/group_operations.h"
 #include "bitvec/bitvec.h"
 #include "decode/prefix_decode.h"
 #include "decode/spak.h"
@@ -11,13 +12,17 @@
 #include "kv/hash.h"
 #include "kv/kv_table.h"
 #include "kv/partition.h"
+#include "rows/convert_operations.h"
+#include "rows/row_tables.h"
 #include "scan/row_operations.h"
+#include "spatial/pip.h"
 #include "vector/arith.h"
 #include "vector/convert.h"
 #include "vector/distance.h"
 #include "vector/parse.h"
 #include "vector/pick_metric.h"
 #include "vector/topk.h"
+#include "xlate/dense.h"
 
 extern "C" {
 ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
@@ -85,19 +90,36 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(lbiwvrun);
     OPERATION(lbiwvruns);
     OPERATION(bloom);
+    OPERATION(groupkey);
+    OPERATION(gby_sum);
+    OPERATION(convert);
+    OPERATION(spatial_pip);
+    OPERATION(spheric_pip);
+    OPERATION(dgk_concatenate);
+    OPERATION(extract_dgk);
     OPERATION(prefix_decode);
     OPERATION(eq_stream);
     OPERATION(selective);
     OPERATION(hash);
     OPERATION(partition);
+    OPERATION(gather);
+    OPERATION(gather_one_col);
+    OPERATION(gather_cols);
+    OPERATION(transpose_reference);
+    OPERATION(transpose_convert);
+    OPERATION(transpose_fixed);
     OPERATION(layout_kv);
     OPERATION(create_add_kv);
     OPERATION(probe_kv);
     OPERATION(mut_kv_scan);
+    OPERATION(dgk_symbol2code);
+    OPERATION(dgk_code2symbol);
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);
+    OPERATION(sum_vec);
     OPERATION(lookup_and_compare);
+    OPERATION(prefix_sum_vec);
     OPERATION(vector_distance);
     OPERATION(vector_topk);
     OPERATION(vector_pick_metric);

@@ -25,6 +25,10 @@ typedef struct tavo_kv tavo_kv;
 typedef struct tavo_kv_region tavo_kv_region;
 typedef union tavo_kv_status tavo_kv_status;
 typedef struct tavo_kv_scan_position tavo_kv_scan_position;
+typedef struct tavo_xlate_groupkey_ctx tavo_xlate_groupkey_ctx;
+typedef struct tavo_dgk tavo_dgk;
+typedef struct tavo_dgk_worker tavo_dgk_worker;
+typedef struct tavo_dgk_request tavo_dgk_request;
 
 typedef ub8 tavo_hash_fn(const void *data, ub8 length, ub8 seed);
 typedef ub4 tavo_kv_alloc_fn(tavo_kv_region *region, ub4 count, ub8 *id);
@@ -40,6 +44,8 @@ typedef ub4 tavo_row_move_fn(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_N
 typedef ub4 tavo_minmax_fn(tavo_vec *res, tavo_vec *src, tavo_env *env, ub4 mode) TAVO_NOEXCEPT;
 typedef ub4 tavo_arith_fn(tavo_vec *res, tavo_vec *a, tavo_vec *b, tavo_env *env) TAVO_NOEXCEPT;
 typedef ub4 tavo_xlate_fn(tavo_vec *res, tavo_vec *src, tavo_vec *dict, tavo_env *env) TAVO_NOEXCEPT;
+typedef ub4 tavo_xlate_groupkey_fn(tavo_vec *keys, tavo_vec *src, tavo_vec *ignored,
+                                   const tavo_xlate_groupkey_ctx *ctx) TAVO_NOEXCEPT;
 
 /* One slot: null, or a kernel of the pattern that belongs to the operation. */
 typedef union tavo_kernel_slot {
@@ -48,7 +54,8 @@ typedef union tavo_kernel_slot {
     tavo_row_move_fn *row_move;     /* decode, decode_unpack, decode_symbol, burst_rle */
     tavo_minmax_fn *minmax;         /* minmax; sum and distinct, which take its arguments, do nothing and return 0 */
     tavo_arith_fn *arith;           /* add sub mul */
-    tavo_xlate_fn *xlate;           /* xlate, also to group keys: res holds these, dict is ignored */
+    tavo_xlate_fn *xlate;           /* xlate, but of class TAVO_CLASS_OTHER ... */
+    tavo_xlate_groupkey_fn *xlate_groupkey; /* ... where it adds to group keys */
 } tavo_kernel_slot;
 
 /* Operation numbers, bits 4 to 0 of a dispatch index. */
@@ -175,8 +182,13 @@ typedef struct tavo_specialized_ctx {
 
     /* From here on some words are null in this build, as said at the top; the comments say what a word is for. */
 
-    /* Tests hashes, from env->start_row on, against a bloom filter (one bit a row for mode 1, else two): sets the bits of
-     * rows that may match. */
+    /* Tests hashes, from env->start_row on, against a bloom filter (one bit a row for mode 1, else two). hashes carries
+     * TAVO_HASHES, else TAVO_UNSUPPORTED; its elements are ub4 if its width_bits is 32, else ub8. filter->bits is the array
+     * or, if filter->enc->segmented, a table of segment addresses; arrays are aligned to 8 bytes and whole 64-bit words of
+     * them are read. With env->sel_bits only those rows are tested, and TAVO_RESULT_BLOOM_SELECTED is added to
+     * env->result_flags. res->bits: rows from start_row on that may match are set, the others cleared, those before stay;
+     * res->count how many; res->data two ub4, not null: the first and the last of them, 0xffffffff for none.
+     * TAVO_NONE_SELECTED if there is none. */
     ub4 (*bloom)(tavo_vec *res, tavo_vec *hashes, tavo_vec *filter, tavo_env *env, ub1 mode) TAVO_NOEXCEPT;    /* 51 */
     /* Counts the edges of a plane polygon that a ray from one point crosses. */
     ub4 (*spatial_pip)(tavo_vec *res, tavo_vec *xs, tavo_vec *ys, tavo_vec *px, tavo_vec *py) TAVO_NOEXCEPT;   /* 52 */
@@ -187,10 +199,15 @@ typedef struct tavo_specialized_ctx {
     /* Folds the dictionary codes of several columns into one ub4 group key a row. */
     ub4 (*groupkey)(tavo_vec *keys, ub4 *key_space, tavo_vec *cols, ub4 ncols, tavo_vec *temp, tavo_env *env)
         TAVO_NOEXCEPT;                                                                                         /* 54 */
-    /* Adds one column's codes as a bit field to packed group keys. */
-    void (*dgk_concatenate)(void);                                                                             /* 55 */
-    /* Splits packed group keys into their columns' codes. */
-    void (*extract_dgk)(void);                                                                                 /* 56 */
+    /* Adds one column's codes to packed group keys, key[r] |= codes[r] << the lowest bit of the column's field. *in_use
+     * is the mask of the field, *used_bits its width, *free_bits the mask of key bits that no column has. A field too
+     * narrow for `cardinality` codes is widened first, by the lowest free bits: arrange these so that it stays in one
+     * piece. TAVO_OUT_OF_RANGE, with nothing changed, if that takes a bit of width_limit or above. */
+    ub4 (*dgk_concatenate)(ub4 rows, ub8 cardinality, const ub4 *codes, ub8 *free_bits, ub4 *used_bits, ub8 *in_use,
+                           ub8 *key, ub4 width_limit) TAVO_NOEXCEPT;                                           /* 55 */
+    /* Splits packed group keys into their columns' codes: out[c][r] is the field in_use[c] of key[r], 0 for an empty
+     * field. */
+    ub4 (*extract_dgk)(ub4 rows, const ub8 *key, ub4 ncols, const ub8 *in_use, ub4 *const *out) TAVO_NOEXCEPT; /* 56 */
     /* Adds a column's values to per-group accumulators that the keys select. */
     ub4 (*gby_sum)(tavo_vec *acc, tavo_vec *src, tavo_vec *keys, tavo_env *env, const sb2 offsets[2])
         TAVO_NOEXCEPT;                                                                                         /* 57 */
@@ -205,7 +222,8 @@ typedef struct tavo_specialized_ctx {
     /* Scatters rows by bits of their hashes into the buffers of a radix partitioning. */
     ub4 (*partition)(tavo_partition_ctx *ctx, tavo_vec *hashes_or_keys, tavo_vec *rids, tavo_vec *column,
                      tavo_hash_fn *hash, tavo_env *env) TAVO_NOEXCEPT;                                         /* 61 */
-    /* Copies all elements of the table rows that the codes in src name. */
+    /* Copies all elements of the table rows that the codes in src name. 0; 19 when the output is full: env->resume_row
+     * is the row that did not fit; 2 for a table or layout that tavo_rows.h does not list. */
     ub4 (*gather)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *table, tavo_env *env) TAVO_NOEXCEPT;    /* 62 */
     /* The same for one column of the table. */
     ub4 (*gather_one_col)(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *table, tavo_env *env, ub4 col)
@@ -213,9 +231,10 @@ typedef struct tavo_specialized_ctx {
     /* The same for a list of columns. */
     ub4 (*gather_cols)(tavo_vec *dst, tavo_vec *src, const ub4 *cols, ub4 ncols, const tavo_gather_spec *table,
                        tavo_env *env) TAVO_NOEXCEPT;                                                           /* 64 */
-    /* Writes a column of references to src's elements into a row-major table. */
+    /* Writes a column of references to src's elements into a row-major table. The transposes: see tavo_rows.h. */
     ub4 (*transpose_reference)(tavo_gather_spec *table, tavo_vec *src, ub2 col, sb4 part) TAVO_NOEXCEPT;        /* 65 */
-    /* Turns rows first_row to last_row of a reference table into a packed table with the elements' bytes together. */
+    /* Turns rows first_row to last_row of a reference table into a packed table with the elements' bytes together. 18
+     * when its bytes are full: env->resume_row is the row that did not fit. */
     ub4 (*transpose_convert)(tavo_gather_spec *table, const tavo_gather_spec *from, sb4 to_part, sb4 from_part,
                              ub4 first_row, ub4 last_row, tavo_env *env) TAVO_NOEXCEPT;                        /* 66 */
     /* Writes a column of values into the fixed-width rows of a table. */
@@ -232,10 +251,18 @@ typedef struct tavo_specialized_ctx {
     /* Reports the table's rows that probes have marked, or those that they have not. */
     ub4 (*mut_kv_scan)(tavo_vec *out, tavo_kv *kv, ub4 mode, tavo_kv_scan_position *position, ub4 end_segment)
         TAVO_NOEXCEPT;                                                                                         /* 71 */
-    /* Finds or creates the dense group code of each row's bytes. */
-    void (*dgk_symbol2code)(void);                                                                             /* 72 */
-    /* The bytes and length of each dense group code. */
-    void (*dgk_code2symbol)(void);                                                                             /* 73 */
+    /* Finds or creates the dense group code of each row's bytes, from worker->rows_done on: codes->data is a ub4 array
+     * by row, codes->count receives the rows that have their code. column: native ub4 dictionary codes (TAVO_DICT),
+     * TAVO_LP_SEP, TAVO_LV_SEP or TAVO_FIXED. hashes: one ub8 a row with a width_bits of 64, or null: every symbol then
+     * has hash 0, which serves small sets of symbols only; use one or the other throughout a dictionary. out may be null.
+     * env is needed for a compressed column and for the error of hashes that are not 64 bits wide; its selection is not
+     * read. TAVO_DONE; TAVO_BUDGET_EXHAUSTED: add what out tells to the budgets and call again with the same arguments;
+     * TAVO_ALLOCATION_REFUSED: the same once there is memory; TAVO_BAD_INPUT: another form of column or hashes. */
+    ub4 (*dgk_symbol2code)(tavo_dgk_request *out, tavo_dgk_worker *worker, tavo_vec *codes, tavo_vec *column,
+                           tavo_vec *hashes, tavo_env *env) TAVO_NOEXCEPT;                                     /* 72 */
+    /* The symbols of codes->size ub4 codes that the dictionary has given: out->data receives their addresses, ub8,
+     * out->lengths their lengths, out->count the number. */
+    ub4 (*dgk_code2symbol)(ub8 ignored, const tavo_dgk *trie_holder, tavo_vec *out, tavo_vec *codes) TAVO_NOEXCEPT; /* 73 */
     /* Rows whose elements in two columns of one layout are equal, left->size in all: res->count, and res->bits if a row
      * differs (else these stay untouched). 0; with elements that may be longer than 8 bytes, or without
      * TAVO_OVERREAD_OK on a side, 1 if no row is equal. */

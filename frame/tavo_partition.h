@@ -14,6 +14,13 @@
  *   TAVO_PARTITION_HASH | _KEY_REFERENCE | _ROW_ID               32     row id, hash, key address, length and zeros
  *   TAVO_PARTITION_HASH | _FIXED_KEY                             24     hash, record_extra bytes of key, zeros
  *
+ * The rows' hashes are the first vector's: a ub8 a row if it carries TAVO_HASHES; word 1 of each 16-byte record of the
+ * class TAVO_RECORD_RIDHASH, which are copied whole for TAVO_PARTITION_HASH with or without _ROW_ID (other classes of
+ * records are refused); else the first vector is the key column itself, in any form that column hashing takes, hashed
+ * with seed 0. rids gives row ids by its first_row and may be null for records without one; so may the value or key
+ * column. env->resume_row, and for a TAVO_LV key column env->resume_offset, are zero before the first call; on
+ * TAVO_PARTITION_FULL they say where to go on, and env->full_partition which partition has no room.
+ *
  * The second of them is a record stream that table builds take as TAVO_RECORD_RIDHASH, the fifth one as
  * TAVO_RECORD_LPHASH, the sixth as TAVO_RECORD_RIDLPHASH. */
 #ifndef TAVO_PARTITION_H

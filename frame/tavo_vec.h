@@ -67,7 +67,8 @@ struct tavo_enc_ctx {
     ub4 *cla;           /* cla dictionary: symbol_count + 1 cumulative lengths, big-endian; symbol c is the bytes from
                            symbols + cla[c] up to symbols + cla[c + 1] */
     ub4 symbol_count;   /* symbols in the dictionary */
-    ub4 dict_kind;      /* TAVO_DICT_ONE_LEN or TAVO_DICT_CLA; any other value is refused with status 24 */
+    ub4 dict_kind;      /* TAVO_DICT_ONE_LEN or TAVO_DICT_CLA; any other value is refused with status 24
+                           (hashing and partitioning take it for TAVO_DICT_CLA) */
     void *run_table;    /* TAVO_RLE: rows of each run, ub1 or big-endian ub2 entries */
     ub1 run_entry_bits; /* 8 or 16 */
     ub4 run_count;      /* TAVO_RLE: runs, and so codes in the stream */

@@ -4,12 +4,11 @@
 // own.
 #pragma once
 
-#include <bit>
-
 #include "bitvec/bitvec.h"
 #include "frame/tavo_status.h"
 #include "kv/bloom_kernels.h"
 #include "portable/intrinsics.h"
+#include "scan/passing_rows.h"
 
 namespace tavo {
 
@@ -112,32 +111,6 @@ private:
     ub4 hash_mask, bit_mask, segment_shift;
 };
 
-// Stores what a kernel found in the result's words from `start_row` on: how many rows, the first and the last.
-inline ub4 report_passing(tavo_vec *res, ub4 start_row, ub4 rows) noexcept {
-    auto *extent = static_cast<ub4 *>(res->data);
-    extent[0] = extent[1] = ~0u;
-    res->count = 0;
-    if (start_row >= rows)
-        return TAVO_NONE_SELECTED;
-    const ub4 first = start_row / 64, last = (rows - 1) / 64;
-    const ub8 in_first = ~0ull << start_row % 64;
-    ub4 total = 0;
-    tavo_lbiwvpopcnt_dydi(&total, res->bits + first, (last - first + 1ull) * 64);
-    total -= static_cast<ub4>(std::popcount(res->bits[first] & ~in_first));
-    res->count = total;
-    if (total == 0)
-        return TAVO_NONE_SELECTED;
-    ub4 w = first;
-    ub8 word = res->bits[w] & in_first;
-    while (word == 0)
-        word = res->bits[++w];
-    extent[0] = w * 64 + static_cast<ub4>(_tzcnt_u64(word));
-    for (w = last; (word = res->bits[w]) == 0;)
-        w--;
-    extent[1] = w * 64 + 63 - static_cast<ub4>(_lzcnt_u64(word));
-    return TAVO_DONE;
-}
-
 // Rows do not wait for each other, so the processor runs far enough ahead by itself: fetching the words of later rows
 // first only costs.
 template <class Hash, class Filter>
@@ -175,17 +148,12 @@ template <class Hash, class Filter>
     tavo_bit_iter it;
     tavo_lbiwv_ictx_ini2_dydi(&it, selection, rows, 0, start_row);
     alignas(64) ub4 row[batch_rows], halves[batch_rows];
-    // Words are cleared as the walk reaches them, not before: they may be the selection's own.
-    ub8 to_clear = start_row / 64;
-    const auto clear_up_to = [&](ub8 end) {
-        for (; to_clear < end; to_clear++)
-            bits[to_clear] = to_clear == start_row / 64 ? _bzhi_u64(bits[to_clear], start_row % 64) : 0;
-    };
+    passing_row_marker passing(bits, start_row);
     for (ub8 n = batch_rows; n == batch_rows;) {
         n = tavo_lbiwvones_dydi(&it, row, batch_rows);
         if (n == 0)
             break;
-        clear_up_to(row[n - 1] / 64 + 1ull);
+        passing.reach(row[n - 1]);
         for (ub8 i = 0; i < n; i++)
             halves[i] = hash_half<Hash>::of(hashes + row[i]);
         const ub8 whole = (n + 15) / 16 * 16;
@@ -197,13 +165,11 @@ template <class Hash, class Filter>
             unsigned hits = filter.passing(_mm512_load_si512(halves + i));
             if (n - i < 16)
                 hits = _bzhi_u32(hits, static_cast<unsigned>(n - i));
-            for (; hits != 0; hits = _blsr_u32(hits)) {
-                const ub4 r = row[i + _tzcnt_u32(hits)];
-                bits[r / 64] |= 1ull << r % 64;
-            }
+            for (; hits != 0; hits = _blsr_u32(hits))
+                passing.mark(row[i + _tzcnt_u32(hits)]);
         }
     }
-    clear_up_to((rows + 63ull) / 64);
+    passing.finish(rows);
 }
 
 template <unsigned Bits, class Hash, bool Selective>

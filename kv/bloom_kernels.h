@@ -6,7 +6,8 @@
 //   filter   enc: segmented, hash_mask, segment_shift, bit_mask; bits: the array or, if segmented, a table of segment
 //            addresses. m = x & hash_mask selects segment m >> segment_shift, and there bit p = m & bit_mask. The
 //            two-bit kernels also test bit (x >> 26) & hash_mask & bit_mask of the same 64 bits, so that a row costs
-//            one word. Words of 64 bits are read whole. Segment numbers are trusted
+//            one word. Arrays begin at a multiple of 8 bytes and their words of 64 bits are read whole, also where
+//            bit_mask names fewer bits. Segment numbers are trusted
 //   rows     those of env.sel_bits (selective kernels), else all, from env.start_row on
 //   result   bits of the rows from start_row on: set if the row passes, else cleared, up to the end of the last word;
 //            those before start_row stay. count: the rows that passed; data: two ub4, the first and the last row that

@@ -4,7 +4,9 @@
 // Forms, by the flags of the column's context, the first that is set:
 //
 //   TAVO_FIXED        width_bits / 8 bytes of data
-//   TAVO_PACKED_KEYS  the symbol of a packed code of width_bits bits, which is read with 4 bytes from its first byte on
+//   TAVO_PACKED_KEYS  the symbol of a packed code of width_bits bits, 1 to 32, which is read with 4 bytes from its
+//   first
+//                     byte on: codes of more than 25 bits have to begin at a whole byte or lose their last bits
 //   TAVO_DICT         the symbol of a native ub4 code
 //   TAVO_LV_SEP, TAVO_LV, TAVO_LP_SEP, TAVO_LP
 //
@@ -45,8 +47,8 @@ private:
     void hash_placed(ub8 *out, ub4 rows, hash_seeds seeds, Element element) const noexcept;
     template <class Codes>
     void hash_symbols(ub8 *out, ub4 rows, hash_seeds seeds, Codes code) const noexcept;
-    template <class Element>
-    void hash_walked(ub8 *out, ub4 rows, hash_seeds seeds, Element element) noexcept;
+    template <class Cursor>
+    void hash_walked(ub8 *out, ub4 rows, hash_seeds seeds) noexcept;
     void walk_over(ub4 rows) noexcept;
 
     const tavo_vec *column_;

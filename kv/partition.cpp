@@ -9,6 +9,7 @@ namespace {
 
 constexpr kernel_texts texts = TAVO_KERNEL_TEXTS(tavo_partition_dydi);
 constexpr ub4 block_rows = 1024; // hashed at once, on the stack
+constexpr ub4 first_record_class = TAVO_RECORD_GDCACHEDHASH;
 
 // Hashes of consecutive rows, `step` words apart; the first is that of row `first`.
 struct row_hashes {
@@ -44,7 +45,7 @@ template <class Record>
     return last;
 }
 
-enum class hash_source { hashes, records, keys };
+enum class hash_source { hashes, records, keys, other_records };
 
 struct partition_step {
     const tavo_partition_ctx *ctx;
@@ -56,8 +57,11 @@ struct partition_step {
 
     hash_source from() const noexcept {
         const tavo_enc_ctx *enc = TAVO_VEC_ENC_CTX(source);
-        if ((enc->flags & TAVO_ELEMENT_CLASS) == TAVO_RECORD_RIDHASH)
+        const ub4 element_class = enc->flags & TAVO_ELEMENT_CLASS;
+        if (element_class == TAVO_RECORD_RIDHASH)
             return hash_source::records;
+        if (element_class >= first_record_class)
+            return hash_source::other_records;
         return TAVO_ENC_CTX_FLAG(enc, TAVO_HASHES) ? hash_source::hashes : hash_source::keys;
     }
 
@@ -123,6 +127,8 @@ struct partition_step {
     }
 
     ub4 operator()() const noexcept {
+        if (from() == hash_source::other_records)
+            return TAVO_UNSUPPORTED;
         if (from() == hash_source::keys &&
             (ctx->flags & TAVO_PARTITION_GIVEN_HASHES ||
              column_hasher::form_of(TAVO_VEC_ENC_CTX(source)) == column_hasher::form::none))

@@ -1,7 +1,8 @@
 // Radix partitioning of rows by bits of their hashes; records and contract stand in frame/tavo_partition.h.
 //
 //   hashes   flag TAVO_HASHES: a ub8 a row; class TAVO_RECORD_RIDHASH: records of row id and hash, which are copied
-//            whole (16 bytes, with or without TAVO_PARTITION_ROW_ID; no column); else the key column itself, in any
+//            whole (16 bytes, with or without TAVO_PARTITION_ROW_ID; no column; other classes of records are
+//            refused); else the key column itself, in any
 //            form that column hashing takes, hashed with seed 0
 //   rids     its first_row is the row id of row 0; not read for records without a row id
 //   column   values or keys of the records; not read, and may be null, for records without any

@@ -20,6 +20,7 @@
 #define _CMP_UNORD_Q 3
 #define _CMP_LT_OQ 17
 #define _CMP_LE_OQ 18
+#define _CMP_NGT_UQ 26
 #define _CMP_GE_OQ 29
 #define _CMP_GT_OQ 30
 #endif

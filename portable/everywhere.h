@@ -4,6 +4,7 @@
 // against the instruction.
 #pragma once
 
+#include "portable/approximate.h"
 #include "portable/bits.h"
 #include "portable/compare.h"
 #include "portable/convert.h"

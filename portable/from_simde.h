@@ -29,6 +29,10 @@ using __mmask64 = simde__mmask64;
 #define _mm_cvtsi32_si128 simde_mm_cvtsi32_si128
 #define _mm_cvtss_f32 simde_mm_cvtss_f32
 #define _mm_extract_epi64 simde_mm_extract_epi64
+#undef _mm_insert_epi16
+#define _mm_insert_epi16 simde_mm_insert_epi16
+#define _mm_insert_epi32 simde_mm_insert_epi32
+#define _mm_insert_epi8 simde_mm_insert_epi8
 #define _mm_load_si128 simde_mm_load_si128
 #define _mm_loadu_si128 simde_mm_loadu_si128
 #define _mm_movehl_ps simde_mm_movehl_ps
@@ -38,11 +42,14 @@ using __mmask64 = simde__mmask64;
 #define _mm_set1_epi8 simde_mm_set1_epi8
 #define _mm_set_sd simde_mm_set_sd
 #define _mm_setr_epi8 simde_mm_setr_epi8
+#define _mm_setzero_si128 simde_mm_setzero_si128
 #define _mm_shuffle_epi8 simde_mm_shuffle_epi8
 #undef _mm_shuffle_ps
 #define _mm_shuffle_ps simde_mm_shuffle_ps
 #define _mm_sqrt_sd simde_mm_sqrt_sd
+#define _mm_srli_epi16 simde_mm_srli_epi16
 #define _mm_srlv_epi16 simde_mm_srlv_epi16
+#define _mm_store_si128 simde_mm_store_si128
 #define _mm_storeu_si128 simde_mm_storeu_si128
 #define _mm_unpackhi_pd simde_mm_unpackhi_pd
 #define _mm_xor_si128 simde_mm_xor_si128
@@ -124,11 +131,13 @@ using __mmask64 = simde__mmask64;
 #define _mm512_min_epu32 simde_mm512_min_epu32
 #define _mm512_min_epu64 simde_mm512_min_epu64
 #define _mm512_min_epu8 simde_mm512_min_epu8
+#define _mm512_movepi64_mask simde_mm512_movepi64_mask
 #define _mm512_movepi8_mask simde_mm512_movepi8_mask
 #define _mm512_mul_epu32 simde_mm512_mul_epu32
 #define _mm512_mul_pd simde_mm512_mul_pd
 #define _mm512_mul_ps simde_mm512_mul_ps
 #define _mm512_mullo_epi16 simde_mm512_mullo_epi16
+#define _mm512_mullo_epi32 simde_mm512_mullo_epi32
 #define _mm512_or_epi32 simde_mm512_or_epi32
 #define _mm512_or_epi64 simde_mm512_or_epi64
 #define _mm512_or_si512 simde_mm512_or_si512

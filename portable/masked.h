@@ -33,6 +33,7 @@ TAVO_MASKED_2(_mm512, __m512, float, sub_ps)
 TAVO_MASKED_2(_mm512, __m512d, double, sub_pd)
 TAVO_MASKED_2(_mm512, __m512, float, mul_ps)
 TAVO_MASKED_2(_mm512, __m512d, double, mul_pd)
+TAVO_MASKED_2(_mm512, __m512d, double, div_pd)
 #undef TAVO_MASKED_2
 
 // A move, a blend (b where the mask is set), and one value for the chosen lanes.
@@ -72,6 +73,15 @@ TAVO_MASKED(_mm, __m128i, __m128, __m128d)
 #undef TAVO_MASKED_SET1
 #undef TAVO_MASKED
 
+// The second operand where either is NaN, and of two zeros.
+inline __m512d _mm512_min_pd(__m512d a, __m512d b) {
+    const auto x = tavo::portable::lanes<double>(a), y = tavo::portable::lanes<double>(b);
+    return tavo::portable::from_lanes<__m512d, double>([&](unsigned i) { return x[i] < y[i] ? x[i] : y[i]; });
+}
+inline __m512d _mm512_max_pd(__m512d a, __m512d b) {
+    const auto x = tavo::portable::lanes<double>(a), y = tavo::portable::lanes<double>(b);
+    return tavo::portable::from_lanes<__m512d, double>([&](unsigned i) { return x[i] > y[i] ? x[i] : y[i]; });
+}
 // All bits of the chosen lanes.
 inline __m128i _mm_movm_epi8(std::uint64_t mask) {
     return tavo::portable::from_lanes<__m128i, std::uint8_t>(

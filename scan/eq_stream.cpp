@@ -9,9 +9,9 @@
 // both sides it reads 8 bytes at the start of an element; otherwise nothing but the elements is read.
 //
 // The layouts are tried in the order LV_SEP, LV, LP_SEP, LP; what is none of these is fixed.
+#include "frame/element_layout.h"
 #include "frame/tavoc_avx512g.h"
 #include "scan/compare_lanes.h"
-#include "scan/element_layout.h"
 #include "scan/row_operations.h"
 
 namespace tavo {

@@ -11,8 +11,8 @@
 // Nothing outside the elements is read, nothing outside the output is written. Elements reached by index may come in
 // any order of the list; the LV layouts reach them by walking, so there the list ascends (an entry may repeat).
 #include "bitvec/bitvec.h"
+#include "frame/element_layout.h"
 #include "frame/tavoc_avx512g.h"
-#include "scan/element_layout.h"
 #include "scan/row_operations.h"
 
 namespace tavo {

@@ -9,7 +9,7 @@ scripts/setup.sh aarch64 || exit 1
 build=$PWD/build/aarch64
 mkdir -p "$build/headers"
 # Headers that are the same for every processor, without the rest of /usr/include, which is not.
-for headers in simde fmt CLI; do
+for headers in simde fmt CLI nlohmann; do
     ln -sfn "/usr/include/$headers" "$build/headers/$headers"
 done
 cat >"$build/toolchain.cmake" <<EOF

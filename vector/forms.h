@@ -7,6 +7,7 @@
 #pragma once
 
 #include "frame/comparable.h"
+#include "frame/lane_sum.h"
 #include "frame/tavo_vector.h"
 
 namespace tavo::vector {
@@ -74,13 +75,7 @@ struct f32_lanes {
     [[gnu::always_inline]] static mask first(unsigned n) { return static_cast<mask>(_bzhi_u32(0xffff, n)); }
     static constexpr mask all = 0xffff;
 
-    // Lane i plus lane i + 8, then i + 4, i + 2, i + 1: the order is part of the result.
-    [[gnu::always_inline]] static double sum(value v) {
-        const __m256 eight = _mm256_add_ps(_mm512_castps512_ps256(v), _mm512_extractf32x8_ps(v, 1));
-        const __m128 four = _mm_add_ps(_mm256_castps256_ps128(eight), _mm256_extractf128_ps(eight, 1));
-        const __m128 two = _mm_add_ps(four, _mm_movehl_ps(four, four));
-        return static_cast<double>(_mm_cvtss_f32(_mm_add_ss(two, _mm_shuffle_ps(two, two, 1))));
-    }
+    [[gnu::always_inline]] static double sum(value v) { return static_cast<double>(lane_sum(v)); }
     // The same of eight registers, halves of several of them in one addition.
     [[gnu::always_inline]] static void sums(const value (&v)[8], double (&out)[8]) {
         value four[4], two[2];
@@ -124,11 +119,7 @@ struct f64_lanes {
     [[gnu::always_inline]] static mask first(unsigned n) { return static_cast<mask>(_bzhi_u32(0xff, n)); }
     static constexpr mask all = 0xff;
 
-    [[gnu::always_inline]] static double sum(value v) {
-        const __m256d four = _mm256_add_pd(_mm512_castpd512_pd256(v), _mm512_extractf64x4_pd(v, 1));
-        const __m128d two = _mm_add_pd(_mm256_castpd256_pd128(four), _mm256_extractf128_pd(four, 1));
-        return _mm_cvtsd_f64(_mm_add_sd(two, _mm_unpackhi_pd(two, two)));
-    }
+    [[gnu::always_inline]] static double sum(value v) { return lane_sum(v); }
     [[gnu::always_inline]] static void sums(const value (&v)[8], double (&out)[8]) {
         value four[4], two[2];
 #pragma GCC unroll 4

@@ -17,6 +17,8 @@ namespace {
 join_kind kind_of(const join_options &o) {
     if (o.left && o.right)
         throw error("--left and --right exclude each other");
+    if (o.left && o.anti)
+        throw error("--left and --anti exclude each other: --anti alone is the first file's rows without a partner");
     if (o.anti)
         return o.right ? join_kind::right_anti : join_kind::anti;
     return o.left ? join_kind::left : o.right ? join_kind::right : join_kind::inner;
@@ -31,7 +33,10 @@ ub8 bytes_of(const std::string &text) {
     const unsigned shift = unit == "K" ? 10 : unit == "M" ? 20 : unit == "G" ? 30 : 0;
     if (digits == 0 || digits == 15 || (shift == 0 && !unit.empty()))
         throw error(fmt::format("--join-memory {}: expected a number of bytes, or one with K, M or G", text));
-    return std::stoull(text) << shift;
+    const ub8 number = std::stoull(text);
+    if (number > ~0ull >> shift)
+        throw error(fmt::format("--join-memory {}: more than 64 bits", text));
+    return number << shift;
 }
 
 std::vector<join_names::place> printed_columns(const join_names &names, const std::optional<std::string> &list,
@@ -82,8 +87,7 @@ public:
           pairs_(pairs.begin(),
                  pairs.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(pairs.size(), q.limit))) {
         for (const join_names::place &p : q.printed)
-            columns_[p.side == join_side::right].push_back(
-                (p.side == join_side::left ? left : right).stored(p.column));
+            columns_[p.side == join_side::right].push_back((p.side == join_side::left ? left : right).stored(p.column));
         rows_[0] = rows_of(left.rows(), &row_pair::left);
         rows_[1] = rows_of(right.rows(), &row_pair::right);
         for (const bool side : {false, true})

@@ -56,7 +56,7 @@ join_keys::join_keys(const std::vector<pair> &columns) : pairs_(columns) {
     key_bytes_ = form_ == key_form::shared_codes ? static_cast<ub4>(columns.size() * 4) : static_cast<ub4>(longest);
     for (std::size_t c = 0; c < columns.size(); c++) {
         if (form_ == key_form::shared_codes) {
-            share_codes(c, left[c], right[c]);
+            share_codes(left[c], right[c]);
             continue;
         }
         dictionaries_[0].push_back(lay_out(left[c]));
@@ -81,7 +81,7 @@ join_keys::dictionary join_keys::lay_out(const std::vector<std::string> &keys) {
     return d;
 }
 
-void join_keys::share_codes(std::size_t, const std::vector<std::string> &left, const std::vector<std::string> &right) {
+void join_keys::share_codes(const std::vector<std::string> &left, const std::vector<std::string> &right) {
     std::unordered_map<std::string_view, ub4> numbers;
     dictionary l{}, r{};
     for (const std::string &key : right)

@@ -58,7 +58,7 @@ public:
     }
 
 private:
-    void share_codes(std::size_t c, const std::vector<std::string> &left, const std::vector<std::string> &right);
+    void share_codes(const std::vector<std::string> &left, const std::vector<std::string> &right);
     static dictionary lay_out(const std::vector<std::string> &keys);
 
     std::vector<pair> pairs_;

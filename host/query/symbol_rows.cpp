@@ -19,18 +19,18 @@ symbol_rows::symbol_rows(column &col) {
         lengths_.push_back(length);
         at += length;
     }
-    enc_.flags = TAVO_LP_SEP;
-    vec_.enc = &enc_;
-    vec_.data = addresses_.data();
-    vec_.lengths = lengths_.data();
-    vec_.size = static_cast<ub4>(symbols);
 }
 
 void symbol_rows::select(session &s, const ub4 *codes, ub4 n, ub8 *addresses, ub2 *lengths) {
     if (s.kernels().ctx().selective == nullptr)
         throw error(s.kernels().path() + " has no operation selective");
-    tavo_vec dst{};
-    dst.enc = &enc_;
+    tavo_enc_ctx enc{};
+    enc.flags = TAVO_LP_SEP;
+    tavo_vec src{}, dst{};
+    src.enc = dst.enc = &enc;
+    src.data = addresses_.data();
+    src.lengths = lengths_.data();
+    src.size = static_cast<ub4>(addresses_.size());
     dst.data = addresses;
     dst.lengths = lengths;
     dst.size = n;
@@ -38,7 +38,7 @@ void symbol_rows::select(session &s, const ub4 *codes, ub4 n, ub8 *addresses, ub
     env.host = s.record();
     env.ones_vec = const_cast<ub4 *>(codes); // read only
     env.ones_vec_size = n;
-    const ub4 status = s.kernels().ctx().selective(&dst, &vec_, &env);
+    const ub4 status = s.kernels().ctx().selective(&dst, &src, &env);
     s.throw_raised();
     if (status != TAVO_DONE || dst.size != n)
         throw error(fmt::format("tavo_selective_dydi: status {}, {} of {} symbols", status, dst.size, n));

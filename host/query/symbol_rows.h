@@ -21,8 +21,6 @@ public:
 private:
     std::vector<ub8> addresses_;
     std::vector<ub2> lengths_;
-    tavo_enc_ctx enc_{};
-    tavo_vec vec_{};
 };
 
 } // namespace host

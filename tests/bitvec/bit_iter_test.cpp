@@ -126,8 +126,8 @@ positions take(const bitvec_family &f, tavo_bit_iter &it, ub8 capacity, guard si
     return positions(out.as<ub4>(), out.as<ub4>() + n);
 }
 
-constexpr std::initializer_list<ub8> small_sizes = {1,  3,   5,   8,   31,  56,  57,  63,  64,  65,  71,
-                                                    72, 127, 128, 129, 448, 511, 512, 513, 576, 640, 1030};
+constexpr std::initializer_list<ub8> small_sizes = {1,   3,   5,   8,   31,  56,  57,  63,  64,  65,  71,  72,
+                                                    127, 128, 129, 448, 511, 512, 513, 575, 576, 639, 640, 1030};
 
 TEST(BitIter, DeliversSetAndClearBitsFromEveryStart) {
     std::mt19937_64 rng(2201);
@@ -218,6 +218,8 @@ TEST(BitOnes, LongVectorsOfChangingDensity) {
             tavo_bit_iter it;
             f.ini2(&it, v.data(), nbits, 0, 0);
             ASSERT_EQ(take(f, it, want.size() + 1), want) << f.name << " round " << round;
+            ASSERT_EQ(take(f, it, 9000), positions{}) << f.name << " again, round " << round; // and stays at the end
+            ASSERT_EQ(f.iter(&it), f.end);
             f.ini2(&it, v.data(), nbits, 0, 0);
             ASSERT_EQ(take(f, it, want.size()), want) << f.name << " exactly, round " << round;
             ASSERT_EQ(f.iter(&it), f.end);
@@ -240,6 +242,21 @@ TEST(BitOnes, LongVectorsOfChangingDensity) {
                     break;
             }
             ASSERT_EQ(got, want) << f.name << " in pieces, round " << round;
+            ASSERT_EQ(take(f, it, 9000), positions{});
+        }
+}
+
+// The end of a dense vector behind whole chunks: every number of bits in its last word.
+TEST(BitOnes, EveryTailBehindAChunk) {
+    std::mt19937_64 rng(2204);
+    for (const bitvec_family &f : bitvec_families())
+        for (ub8 tail = 0; tail < 64; tail++) {
+            const vector_under_guard v(f, 8192 + 640 + tail, static_cast<unsigned>(tail % 8), guard::behind);
+            v.fill(0.5, rng);
+            tavo_bit_iter it;
+            f.ini2(&it, v.data(), v.nbits(), 0, 0);
+            ASSERT_EQ(take(f, it, v.nbits()), v.rows(0, true)) << f.name << " " << v.nbits();
+            ASSERT_EQ(take(f, it, 64), positions{}) << f.name << " " << v.nbits();
         }
 }
 

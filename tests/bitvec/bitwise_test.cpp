@@ -122,35 +122,6 @@ TEST(Bitwise, AgreesBitByBit) {
             }
 }
 
-TEST(Bitwise, WritesNothingBehindTheLastByte) {
-    std::mt19937_64 rng(2102);
-    for (const kernel &k : storing_kernels())
-        for (ub8 nbits : sizes) {
-            const std::size_t size = (nbits + 7) / 8;
-            const bytes src = random_bytes(size + 64, rng);
-            bytes dst(size + 64, 0x3c);
-            const ub1 *const operands[3] = {src.data(), src.data(), src.data()};
-            k.call(dst.data(), nullptr, operands, nbits);
-            ASSERT_EQ(bytes(dst.begin() + static_cast<std::ptrdiff_t>(size), dst.end()), bytes(64, 0x3c))
-                << k.name << " " << nbits;
-        }
-}
-
-// One vector in all operands: how the scans count and clean.
-TEST(Bitwise, CountsAndCleansInPlace) {
-    for (const bitvec_family &f : bitvec_families()) {
-        ub8 words[3] = {~0ull, ~0ull, ~0ull};
-        ub4 count = 0;
-        f.and_(words, &count, words, words, 130);
-        EXPECT_EQ(count, 130u);
-        EXPECT_EQ(words[2], 0xffffffffffffff03ull); // seven bytes of the last word do not belong to the vector
-        ub1 byte = 0;
-        f.not_(&byte, &count, &byte, 3);
-        EXPECT_EQ(byte, 0x07);
-        EXPECT_EQ(count, 3u);
-    }
-}
-
 TEST(Bitwise, CountsBelowTheLastBitOnly) {
     const vpopcdq_choice restore;
     std::mt19937_64 rng(2103);

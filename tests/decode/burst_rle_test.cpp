@@ -111,33 +111,12 @@ burst_case random_case(ub4 runs, ub4 longest, unsigned percent, std::mt19937_64 
     return c;
 }
 
-TEST(BurstRle, StandsInTheTable) {
-    const char *names[] = {"tavo_burst_rle_8bit", "tavo_burst_rle_8bit_cla", "tavo_burst_rle_16bit",
-                           "tavo_burst_rle_16bit_cla"};
-    for (unsigned i = 0; i < 4; i++)
-        EXPECT_STREQ(tavo_dispatch_func_names.name[members[i].index()], names[i]);
-}
-
 TEST(BurstRle, EveryPlanAtEveryRunCount) {
     std::mt19937_64 rng(61);
     for (const member &m : members)
         for (ub4 runs : {0u, 1u, 2u, 15u, 16u, 17u, 49u, 50u, 51u, 63u, 64u, 65u, 127u, 128u, 129u, 200u, 1000u, 3001u})
             for (unsigned percent : {0u, 1u, 10u, 50u, 90u, 99u, 100u})
                 run_and_compare(m, random_case(runs, std::min(m.longest(), 300u), percent, rng));
-}
-
-TEST(BurstRle, RunsAroundTheStrides) {
-    // Every length that matters at every bit offset, alone selected and alone left out, the last row in the last word.
-    for (const member &m : members)
-        for (ub4 length : {0u, 1u, 7u, 8u, 9u, 55u, 56u, 57u, 63u, 64u, 65u, 112u, 113u, 128u, 200u, 255u, 5000u})
-            if (length <= m.longest())
-                for (ub4 before = 0; before < 70; before++)
-                    for (ub4 after : {0u, 1u})
-                        for (bool chosen : {true, false}) {
-                            run_and_compare(m, {{before, length, after}, {!chosen, chosen, !chosen}});
-                            if (HasFatalFailure())
-                                return;
-                        }
 }
 
 TEST(BurstRle, SixtyFourRunsOfMoreRowsThanSixteenBitsCount) {
@@ -240,36 +219,6 @@ TEST(BurstRleDeathTest, CallersBugs) {
         env.sel_bits = words;
         EXPECT_DEATH(m(&res, &src, &env), "tavoc_avx512g.*tavo_bv_res != tavo_bv_aux' failed");
     }
-}
-
-// The road from a scan of a run-length column to its rows, as a host provides it.
-TEST(BurstRle, ScanOfRunsComesBackInRows) {
-    std::mt19937_64 rng(63);
-    burst_case c = random_case(700, 255, 0, rng);
-    std::vector<ub8> codes = random_codes(c.runs(), 9, rng);
-    for (ub4 i = 0; i < c.runs(); i++)
-        c.selected[i] = codes[i] >= 200;
-    const std::vector<ub1> packed = pack_codes(codes, 9, 3);
-    std::vector<ub1> table(c.lengths.begin(), c.lengths.end());
-    const std::vector<ub8> want = c.row_bits(false);
-    std::vector<ub8> run_bits((c.runs() + 63) / 64), row_bits(want.size());
-    const ub4 constant_value = 200;
-    tavo_enc_ctx enc{};
-    tavo_vec src{}, res{}, constant{};
-    tavo_env env{};
-    enc.flags = TAVO_DICT | TAVO_RLE;
-    enc.run_count = c.runs();
-    enc.run_table = table.data();
-    enc.run_bits = run_bits.data();
-    enc.rle_expand = [](tavo_host *, tavo_vec *r, tavo_vec *s, tavo_env *runs) { return members[0](r, s, runs); };
-    src.enc = &enc;
-    src.data = const_cast<ub1 *>(packed.data());
-    src.size = res.size = c.rows();
-    res.bits = row_bits.data();
-    constant.data = const_cast<ub4 *>(&constant_value);
-    const unsigned scan = dispatch_index(TAVO_OP_GE, TAVO_CLASS_DICT, width_code(9), 0);
-    EXPECT_EQ(tavo_global_specialized_ctx.dispatch_table[scan].scan(&res, &src, &constant, &env), TAVO_DONE);
-    EXPECT_EQ(row_bits, want);
 }
 
 } // namespace

@@ -40,7 +40,8 @@ struct unpack_case : column_case {
                                  ", capacity " + std::to_string(capacity) + (wide ? ", wide" : "");
         EXPECT_EQ(status, expected.status) << what;
         EXPECT_EQ(dst.count, expected.rows.size()) << what;
-        EXPECT_EQ(env.resume_row, expected.after.resume_row) << what;
+        EXPECT_GE(env.resume_row, expected.after.resume_row) << what;
+        EXPECT_LE(env.resume_row, expected.latest_resume_row) << what;
         EXPECT_EQ(env.result_flags, expected.after.result_flags) << what;
         EXPECT_EQ(env.run_index, expected.after.run_index) << what;
         EXPECT_EQ(env.run_end, expected.after.run_end) << what;
@@ -63,7 +64,7 @@ struct unpack_case : column_case {
     void drain(std::mt19937_64 &rng) {
         std::vector<ub4> rows;
         while (env.resume_row < model.rows() && !testing::Test::HasFailure()) {
-            static constexpr ub4 capacities[] = {1, 2, 16, 63, 64, 65, 128, 300};
+            static constexpr ub4 capacities[] = {1, 2, 16, 63, 64, 65, 128, 256, 300, 512};
             const ub4 capacity = rng() % 4 == 0 ? static_cast<ub4>(1 + rng() % (model.rows() + 10))
                                                 : capacities[rng() % std::size(capacities)];
             const auto delivered = call(capacity, rng() % 2 ? guard::behind : guard::before);
@@ -125,34 +126,23 @@ TEST(decode_unpack, block_selection_and_sparse_walk) {
     });
 }
 
-// The output fills exactly at a block's end or within it, and rows without a selection follow.
-TEST(decode_unpack, block_selection_stops_where_it_says) {
-    for (unsigned width : decode_widths()) {
-        unpack_model m;
-        m.width = width;
-        m.codes.assign(2000, 1);
-        m.selected.assign(2000, false);
-        std::fill(m.selected.begin(), m.selected.begin() + 64, true);
-        m.selected[1990] = true;
-        for (auto [capacity, resume_row] : {std::pair(63u, 63u), std::pair(64u, 1984u), std::pair(65u, 1991u)}) {
-            unpack_case c(m, false);
-            c.call(capacity);
-            EXPECT_EQ(c.env.resume_row, resume_row);
+// A single row behind thousands that aren't selected.
+TEST(decode_unpack, a_row_behind_a_gap) {
+    for (unsigned width : decode_widths())
+        for (ub4 row : {2111u, 2112u, 4990u}) {
+            unpack_model m;
+            m.width = width;
+            m.codes.assign(5000, 0);
+            m.codes[row] = largest_code(width);
+            m.selected.assign(5000, false);
+            std::fill(m.selected.begin(), m.selected.begin() + 64, true);
+            m.selected[row] = true;
+            for (ub4 capacity : {63u, 64u, 65u}) {
+                unpack_case c(m, false);
+                c.call(capacity);
+                c.call(10);
+            }
         }
-    }
-}
-
-TEST(decode_unpack, nothing_selected) {
-    for (unsigned width : decode_widths()) {
-        unpack_model m;
-        m.width = width;
-        m.codes.assign(5000, 1);
-        m.selected.assign(5000, false);
-        unpack_case c(std::move(m), false);
-        c.column.src.data = nullptr; // no code of a block without a selected row is read
-        c.call(10);
-        EXPECT_EQ(c.env.resume_row, 5000u);
-    }
 }
 
 TEST(decode_unpack, position_list) {
@@ -171,10 +161,22 @@ TEST(decode_unpack, position_list) {
 
 TEST(decode_unpack, runs) {
     std::mt19937_64 rng(424);
+    for (auto [width, wide] : {std::pair(5u, false), {5u, true}, {12u, false}, {20u, false}}) // outputs of 1 to 4 bytes
+        for (ub4 longest : {255u, 256u, 5000u, 65535u}) { // long runs among short ones
+            unpack_model m = plain_model(width, 5, rng);
+            m.by_runs = true;
+            m.run_lengths = {longest, 1, longest, 2, longest};
+            const unsigned entry_bits = longest == 255 ? 8 : 16;
+            unpack_case c(m, wide, entry_bits);
+            c.call(m.rows() - 1); // all but the last row at once, within its run
+            c.call(100);
+            unpack_case(std::move(m), wide, entry_bits).call(longest + 1);
+        }
     each_member([&](unsigned width, bool wide) {
         for (unsigned entry_bits : {8u, 16u})
-            for (ub4 runs : {1u, 2u, 70u, 300u})
-                for (auto [shortest, longest] : {std::pair(1u, 3u), std::pair(1u, 90u), std::pair(0u, 4u)}) {
+            for (ub4 runs : {1u, 2u, 70u, every_lane_costs ? 3u : 300u})
+                for (auto [shortest, longest] :
+                     {std::pair(1u, 3u), std::pair(1u, every_lane_costs ? 20u : 90u), std::pair(0u, 4u)}) {
                     const unpack_model m =
                         run_model(width, runs, entry_bits == 16 && longest == 90 ? 700 : longest, shortest, rng);
                     for (unsigned one_in : {0u, 1u, 3u, 50u}) {
@@ -194,22 +196,6 @@ TEST(decode_unpack, runs) {
                     unpack_case(std::move(listed), wide, entry_bits).call(0);
                 }
     });
-}
-
-// A range that ends within a run leaves the run's true end, and the next call goes on in there.
-TEST(decode_unpack, range_cut_within_a_run) {
-    unpack_model m;
-    m.width = 5;
-    m.codes = {7, 9, 30};
-    m.by_runs = true;
-    m.run_lengths = {4, 10, 2};
-    unpack_case c(std::move(m), false);
-    c.call(6);
-    EXPECT_EQ(std::tuple(c.env.resume_row, c.env.run_index, c.env.run_end), std::tuple(6u, 1u, 14u));
-    c.call(8);
-    EXPECT_EQ(std::tuple(c.env.resume_row, c.env.run_index, c.env.run_end), std::tuple(14u, 1u, 14u));
-    c.call(8);
-    EXPECT_EQ(std::tuple(c.env.resume_row, c.env.run_index, c.env.run_end), std::tuple(16u, 2u, 16u));
 }
 
 // A walk over runs goes on from a saved run only if both the row and the run's end are there.
@@ -311,7 +297,7 @@ TEST(decode_prologue, labels_and_one_decode) {
     for (unsigned width : decode_widths())
         for (tavo_operation operation : {TAVO_OP_DECODE_UNPACK, TAVO_OP_DECODE}) {
             packed_column column(width, random_codes(300, width, rng), code_slack(width));
-            const spak_stream packed = spak_compress(column.stream.bytes());
+            const spak_stream packed = spak_of(column.stream.bytes());
             const std::vector<ub1> bytes = packed.bytes();
             host_stub host;
             void *slot = nullptr;

@@ -77,7 +77,7 @@ TEST(prefix_decode, every_length_prefix_and_count) {
 TEST(prefix_decode, compressed_stream) {
     std::mt19937_64 rng(452);
     front_coded f(5, 40, 2, rng);
-    const std::vector<ub1> compressed = spak_compress(f.stream).bytes();
+    const std::vector<ub1> compressed = spak_of(f.stream).bytes();
     host_stub host;
     void *slot = nullptr;
     f.enc.flags = TAVO_SPAK;

@@ -25,6 +25,8 @@ struct unpack_model : column_model {
         std::vector<ub4> rows; // delivered
         ub4 status;
         state after;
+        // Blocks of rows, none of which is left to be delivered, may have been passed.
+        ub4 latest_resume_row = after.resume_row;
     };
 
     outcome call(state s, ub4 capacity) const {
@@ -33,35 +35,16 @@ struct unpack_model : column_model {
         const auto deliver = [&](ub4 row) { out.rows.push_back(row); };
         const auto room = [&] { return capacity - out.rows.size(); };
         const bool selecting = !selected.empty() || has_list;
-        if (!selected.empty() && !by_runs && !sparse) {
-            // What a block of 64 rows selects is delivered whole or left to the row loop; a full output stops that.
-            ub4 row = start;
-            const ub4 alignment = std::lcm(8u, width);
-            const auto row_by_row = [&](ub4 stop) {
-                for (; row < stop && room() != 0; row++)
-                    if (selected[row])
-                        deliver(row);
-            };
-            row_by_row(std::min((row + alignment - 1) / alignment * alignment, n));
-            if (row % alignment == 0)
-                for (; row + 64 <= n; row += 64) {
-                    if (static_cast<std::size_t>(
-                            std::count(selected.begin() + row, selected.begin() + row + 64, true)) > room())
-                        break;
-                    for (ub4 r = row; r < row + 64; r++)
-                        if (selected[r])
-                            deliver(r);
-                }
-            row_by_row(n);
-            if (capacity != 0)
-                out.after.resume_row = row;
-        } else if (!selected.empty()) {
+        if (!selected.empty()) {
             ub4 row = start;
             for (; row < n && room() != 0; row++)
                 if (selected[row])
                     deliver(row);
             if (capacity != 0)
-                out.after.resume_row = row;
+                out.after.resume_row = out.latest_resume_row = row;
+            if (capacity != 0 && !by_runs && !sparse)
+                while (out.latest_resume_row < n && !selected[out.latest_resume_row])
+                    out.latest_resume_row++;
         } else if (has_list) {
             for (ub4 row : list)
                 deliver(row);
@@ -73,6 +56,7 @@ struct unpack_model : column_model {
             if (!by_runs || !out.rows.empty())
                 out.after.resume_row = start + static_cast<ub4>(out.rows.size());
         }
+        out.latest_resume_row = std::max(out.latest_resume_row, out.after.resume_row);
         if (by_runs && !out.rows.empty())
             std::tie(out.after.run_index, out.after.run_end) = run_of(out.rows.back());
         else if (by_runs && selecting && (s.resume_row == 0 || s.run_end == 0))

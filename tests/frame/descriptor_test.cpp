@@ -3,7 +3,9 @@
 
 #include <cstring>
 #include <iterator>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "frame/dispatch_table.h"
 #include "frame/tavo.h"
@@ -42,80 +44,19 @@ TEST(Descriptor, IdentificationByPosition) {
 
 // Each operation stands in its own word; a name in the wrong place would be called with the wrong arguments.
 TEST(Descriptor, OperationsByPosition) {
-    static const char *const names[] = {"init_sharedlib",
-                                        "set_trace_level",
-                                        "lbivpopcnt",
-                                        "lbivnot",
-                                        "lbivand",
-                                        "lbivor",
-                                        "lbivxor",
-                                        "lbivandnot",
-                                        "lbivand3",
-                                        "lbivor3",
-                                        "lbivxor3",
-                                        "lbivset_range",
-                                        "lbivclr_range",
-                                        "lbiv_ictx_ini2",
-                                        "lbiviter",
-                                        "lbiviter_clr",
-                                        "lbivones",
-                                        "lbivrun",
-                                        "lbivruns",
-                                        "lbiwvpopcnt",
-                                        "lbiwvnot",
-                                        "lbiwvand",
-                                        "lbiwvor",
-                                        "lbiwvxor",
-                                        "lbiwvandnot",
-                                        "lbiwvand3",
-                                        "lbiwvor3",
-                                        "lbiwvxor3",
-                                        "lbiwvset_range",
-                                        "lbiwvclr_range",
-                                        "lbiwv_ictx_ini2",
-                                        "lbiwviter",
-                                        "lbiwviter_clr",
-                                        "lbiwvones",
-                                        "lbiwvrun",
-                                        "lbiwvruns",
-                                        "bloom",
-                                        "spatial_pip",
-                                        "spheric_pip",
-                                        "groupkey",
-                                        "dgk_concatenate",
-                                        "extract_dgk",
-                                        "gby_sum",
-                                        "convert",
-                                        "prefix_decode",
-                                        "hash",
-                                        "partition",
-                                        "gather",
-                                        "gather_one_col",
-                                        "gather_cols",
-                                        "transpose_reference",
-                                        "transpose_convert",
-                                        "transpose_fixed",
-                                        "layout_kv",
-                                        "create_add_kv",
-                                        "probe_kv",
-                                        "mut_kv_scan",
-                                        "dgk_symbol2code",
-                                        "dgk_code2symbol",
-                                        "eq_stream",
-                                        "selective",
-                                        "spak_decode",
-                                        "thread_ctx_init",
-                                        "thread_ctx_fini",
-                                        "sum_vec",
-                                        "lookup_and_compare",
-                                        "prefix_sum_vec",
-                                        "vector_distance",
-                                        "vector_topk",
-                                        "vector_pick_metric",
-                                        "vector_parse",
-                                        "vector_convert_fp",
-                                        "vector_arith"};
-    static_assert(std::size(names) == TAVO_OPERATIONS);
+    std::istringstream list(
+        "init_sharedlib set_trace_level lbivpopcnt lbivnot lbivand lbivor lbivxor lbivandnot lbivand3 lbivor3 "
+        "lbivxor3 lbivset_range lbivclr_range lbiv_ictx_ini2 lbiviter lbiviter_clr lbivones lbivrun lbivruns "
+        "lbiwvpopcnt lbiwvnot lbiwvand lbiwvor lbiwvxor lbiwvandnot lbiwvand3 lbiwvor3 lbiwvxor3 "
+        "lbiwvset_range lbiwvclr_range lbiwv_ictx_ini2 lbiwviter lbiwviter_clr lbiwvones lbiwvrun lbiwvruns "
+        "bloom spatial_pip spheric_pip groupkey dgk_concatenate extract_dgk gby_sum convert prefix_decode "
+        "hash partition gather gather_one_col gather_cols transpose_reference transpose_convert "
+        "transpose_fixed layout_kv create_add_kv probe_kv mut_kv_scan dgk_symbol2code dgk_code2symbol "
+        "eq_stream selective spak_decode thread_ctx_init thread_ctx_fini sum_vec lookup_and_compare "
+        "prefix_sum_vec vector_distance vector_topk vector_pick_metric vector_parse vector_convert_fp "
+        "vector_arith");
+    const std::vector<std::string> names{std::istream_iterator<std::string>(list), {}};
+    ASSERT_EQ(names.size(), TAVO_OPERATIONS);
     const auto functions = linked_functions();
     for (unsigned i = 0; i < TAVO_OPERATIONS; i++) {
         const std::string name = std::string("tavo_") + names[i] + "_dydi";
@@ -172,7 +113,7 @@ TEST(DispatchTable, EverySlotHoldsTheFunctionOfItsName) {
         ASSERT_NE(function, functions.end()) << "slot " << i << ": no function is called " << name;
         EXPECT_EQ(slot_word(i), function->second) << "slot " << i << ": not " << name;
     }
-    EXPECT_EQ(slot_of.size(), 765u); // the kernels of this build; a new family adds its own
+    EXPECT_EQ(slot_of.size(), 925u); // all of them
     EXPECT_FALSE(functions.contains("tavo_invalid_dispatch"));
 }
 
@@ -192,7 +133,7 @@ TEST(DispatchIndex, WidthCodes) {
 
 TEST(DispatchIndexDeathTest, OthersAreACallersBug) {
     // The text names the source and the condition, as the C library words it.
-    const char *const text = "tavoc_avx512g:[0-9]+: .*Assertion `.+' failed";
+    const char *const text = "tavoc_avx512g:[0-9]+: .*Assertion `0' failed";
     for (ub4 width : {0u, 21u, 23u, 25u, 31u, 33u, 63u, 65u, 128u, 256u + 8, 1u << 31})
         EXPECT_DEATH(tavo_convert_width(width), text) << width;
     for (sb4 element : {0, -2, -3, 3, 5, 8})

@@ -14,34 +14,6 @@ std::vector<ub8> ramp(std::size_t rows) {
     return codes;
 }
 
-TEST(ScanFinish, SelectionsNarrowTheResult) {
-    for (ub4 rows : {1u, 63u, 64u, 65u, 700u}) {
-        coded_column column(ramp(rows));
-        auto by_source = column.rows_where([](std::size_t r) { return r % 3 != 1; });
-        auto by_call = column.rows_where([](std::size_t r) { return r % 5 != 2; });
-        // Noise above the row count in a selection does not reach the result.
-        by_source.back() |= rows % 64 ? ~0ull << rows % 64 : 0;
-        by_call.back() |= rows % 64 ? ~0ull << rows % 64 : 0;
-        for (bool source : {false, true})
-            for (bool call : {false, true}) {
-                column.src.sel = source ? by_source.data() : nullptr;
-                tavo_env env{};
-                env.sel_bits = call ? by_call.data() : nullptr;
-                env.result_flags = 0x80; // what stands there stays
-                const auto expected = column.rows_where([&](std::size_t r) {
-                    return column.codes[r] <= 50 && !(source && r % 3 == 1) && !(call && r % 5 == 2);
-                });
-                ub4 count = 0;
-                for (ub8 word : expected)
-                    count += static_cast<ub4>(__builtin_popcountll(word));
-                EXPECT_EQ(column.ge_le(0, 50, &env), count != 0 ? TAVO_DONE : TAVO_NONE_SELECTED);
-                EXPECT_EQ(column.bits, expected) << rows << " rows, selections " << source << call;
-                EXPECT_EQ(column.res.count, count);
-                EXPECT_EQ(env.result_flags, call ? 0x80 | TAVO_RESULT_SCAN_SELECTED : 0x80);
-            }
-    }
-}
-
 TEST(ScanFinish, NothingSelectedIsAStatusOfItsOwn) {
     coded_column column(ramp(700));
     column.res.count = 9;

@@ -266,6 +266,10 @@ TEST_F(Command, Joins) {
     expect_refused(small + " --where 'name = x'", "both files have a column name: write a.name or b.name");
     expect_refused(small + " --where 'c.name = x'", "there is no column 'c.name'; did you mean a.name or b.name?");
     expect_refused(small + " --where 'a.id = x'", "'x' cannot be compared with column id");
+    expect_refused(small + " --min a.id", "don't go with --join");
+    expect_refused(small + " --left --anti", "exclude each other");
+    expect_refused(small + " --join-memory 99999999999999G", "more than 64 bits");
+    expect_refused("query " + flights_ + " --join-memory 1G --count", "go with --join");
     expect_refused(small + " --anti --where 'a.id = 1 or b.id = 2'", "one file alone");
     expect_refused(small + " --join-memory 12X", "expected a number of bytes");
     expect_refused("query " + flights_ + " --join " + flights_ + " --on origin --join-memory 100K --count",

@@ -1,4 +1,4 @@
-// Writing spak streams, for tests and benchmarks: any dictionary and codes, or a dictionary trained on bytes.
+// Writing spak streams, for tests and benchmarks: of any dictionary and codes.
 #pragma once
 
 #include <span>
@@ -25,8 +25,7 @@ struct spak_stream {
     std::vector<ub1> bytes(ub4 raw_length) const;
 };
 
-// A stream that decodes to `plain`: symbols are added in rounds, joining the neighbours that occur together most often,
-// and the text is cut by the longest symbol that fits.
-spak_stream spak_compress(std::span<const ub1> plain);
+// A stream that decodes to `plain`: every byte is a symbol.
+spak_stream spak_of(std::span<const ub1> plain);
 
 } // namespace tavo::test

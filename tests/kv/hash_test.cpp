@@ -71,10 +71,31 @@ TEST(column_hash, what_is_refused) {
         column.enc.flags = flags;
         EXPECT_EQ(lib.hash(&out, &column.vec, &seeds.vec, test_hash, nullptr), TAVO_UNSUPPORTED) << flags;
     }
+    column.enc.flags = TAVO_PACKED_KEYS;
+    for (ub4 width : {0u, 33u, 64u}) {
+        column.enc.width_bits = width;
+        EXPECT_EQ(lib.hash(&out, &column.vec, &seeds.vec, test_hash, nullptr), TAVO_UNSUPPORTED) << width;
+    }
     column.enc.flags = TAVO_LP;
     seeds.enc.flags = 0;
     EXPECT_EQ(lib.hash(&out, &column.vec, &seeds.vec, test_hash, nullptr), TAVO_UNSUPPORTED);
     EXPECT_EQ(hashes, std::vector<ub8>(20, 7));
+}
+
+// A key of several columns chains its hashes in one array; so does the one seed of the first.
+TEST(column_hash, result_in_the_place_of_the_seeds) {
+    std::mt19937_64 rng(654);
+    element_column column(column_form::lv, 40, 0, rng);
+    for (bool seed_each : {false, true}) {
+        std::vector<ub8> hashes(40, 0x1234);
+        seed_vector seeds(seed_each ? hashes : std::vector<ub8>{0x1234});
+        seeds.vec.data = hashes.data();
+        tavo_vec out{};
+        out.data = hashes.data();
+        EXPECT_EQ(lib.hash(&out, &column.vec, &seeds.vec, test_hash, nullptr), TAVO_DONE);
+        for (ub4 row = 0; row < 40; row++)
+            ASSERT_EQ(hashes[row], test_hash(column.elements[row].data(), column.elements[row].size(), 0x1234)) << row;
+    }
 }
 
 TEST(column_hash, compressed_column) {
@@ -83,7 +104,7 @@ TEST(column_hash, compressed_column) {
     std::size_t bytes = 0;
     for (const std::string &e : column.elements)
         bytes += 2 + e.size();
-    const std::vector<ub1> stream = spak_compress({static_cast<const ub1 *>(column.vec.data), bytes}).bytes();
+    const std::vector<ub1> stream = spak_of({static_cast<const ub1 *>(column.vec.data), bytes}).bytes();
     std::vector<ub1> readable = stream;
     readable.resize(stream.size() + 8);
     host_stub host;

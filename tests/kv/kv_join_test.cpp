@@ -5,6 +5,7 @@
 #include <set>
 #include <thread>
 
+#include "tests/kit/codes.h"
 #include "tests/kv/join_rows.h"
 
 // For runs under the thread sanitizer: a probe loads a bucket whole, with marks in it that other threads may be setting
@@ -236,7 +237,9 @@ TEST(KvProbe, EveryFormTypeLinkAndMode) {
                     const key_maker probe_maker{by, type, width, maker.spread};
                     SCOPED_TRACE(std::string(figures.name) + " " + form.name + " probed by " + by.name + " " +
                                  name_of(links) + " mode " + std::to_string(mode));
-                    const std::size_t n = rng() % 3 == 0 ? 2320 + rng() % 300 : rng() % 600;
+                    const std::size_t n = rng() % (every_lane_costs ? 12 : 3) == 0
+                                              ? 2320 + rng() % 300
+                                              : rng() % (every_lane_costs ? 150 : 600);
                     const bool autorid = rng() % 2;
                     const ub8 first_row = 64 * (rng() % 1000);
                     std::vector<ub8> ids(n);
@@ -404,11 +407,7 @@ TEST(KvProbe, ThreadsMarkOneTable) {
     for (ub4 i = 0; i < n; i++)
         halves[i % 2].push_back(keys[i]);
     join_vectors rows[2] = {{maker, halves[0], halves[0], false, 0, 0}, {maker, halves[1], halves[1], false, 0, 0}};
-#ifdef TAVO_PORTABLE // lane by lane, and under sanitizers, a repeat takes some hundred times as long
-    constexpr int repeats = 12;
-#else
-    constexpr int repeats = 600;
-#endif
+    constexpr int repeats = every_lane_costs ? 12 : 600; // under sanitizers one takes some hundred times as long
     for (int repeat = 0; repeat < repeats; repeat++) {
         const ub4 mode = repeat % 3 ? TAVO_PROBE_COUNT_MUTKV : TAVO_PROBE_PAIRS_MUTKV;
         std::atomic<ub4> waiting{0}, failed{0};

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "tests/kit/host_stub.h"
+#include "tests/kit/spak_stream.h"
 #include "tests/kv/element_column.h"
 
 namespace tavo::test {
@@ -197,6 +199,51 @@ TEST(partition, record_stream) {
         }
 }
 
+// A key column and its values, both compressed: each is decoded once, under the operation's name, and a walk over
+// lengths goes on at the byte that the stop has left.
+TEST(partition, compressed_columns_and_offsets) {
+    std::mt19937_64 rng(659);
+    constexpr ub4 rows = 1500;
+    element_column keys(column_form::lv, rows, 0, rng), values(column_form::fixed, rows, 8, rng);
+    std::vector<ub8> starts(1, 0);
+    for (const std::string &e : keys.elements)
+        starts.push_back(starts.back() + 2 + e.size());
+    host_stub host;
+    void *slots[2] = {};
+    std::vector<std::vector<ub1>> streams;
+    for (const auto &[vec, bytes] : {std::pair(&keys.vec, starts.back()), {&values.vec, ub8{rows * 8}}}) {
+        streams.push_back(spak_of({static_cast<const ub1 *>(vec->data), bytes}).bytes());
+        streams.back().resize(streams.back().size() + 8);
+        vec->enc->flags |= TAVO_SPAK;
+        vec->data = streams.back().data();
+        vec->decomp_size = static_cast<ub4>(bytes);
+        vec->decomp_slot = &slots[streams.size() - 1];
+    }
+    buffers b(2, 0, 16, 300, rng);
+    b.ctx.flags = TAVO_PARTITION_HASH | TAVO_PARTITION_VALUE;
+    tavo_env env{};
+    env.host = host.record();
+    std::vector<std::string> expected(8);
+    for (ub4 row = 0; row < rows; row++) {
+        const ub8 hash = test_hash(keys.elements[row].data(), keys.elements[row].size(), 0);
+        expected[hash & 7] += values.elements[row];
+        append(expected[hash & 7], hash);
+    }
+    for (ub4 stops = 0;; stops++) {
+        const ub4 status = lib.partition(&b.ctx, &keys.vec, nullptr, &values.vec, test_hash, &env);
+        ASSERT_EQ(env.resume_offset, starts[env.resume_row]) << "stop " << stops;
+        if (status == TAVO_DONE)
+            break;
+        ASSERT_EQ(status, TAVO_PARTITION_FULL);
+        b.drain(env.full_partition);
+    }
+    b.drain_all();
+    EXPECT_EQ(b.drained, expected);
+    ASSERT_EQ(host.allocations.size(), 2u);
+    for (const auto &a : host.allocations)
+        EXPECT_EQ(a.label, "tavo_partition_dydi: vec1_decomp");
+}
+
 // The row in which a step stops: a buffer with exactly one record's room takes it, one byte less does not.
 TEST(partition, room_for_one_record) {
     const ub8 hashes[] = {~0ull, ~0ull};
@@ -265,6 +312,10 @@ TEST(partition, what_is_refused) {
     EXPECT_NE(status(0x18, &hashes, nullptr), TAVO_UNSUPPORTED);
     lp.enc.flags = 0;
     EXPECT_EQ(status(0x08, &lp.vec, nullptr), TAVO_UNSUPPORTED);
+    for (ub4 records : {TAVO_RECORD_GDHASH, TAVO_RECORD_FIXEDHASH, TAVO_RECORD_RIDLPHASH, TAVO_RECORD_GDCACHEDHASH}) {
+        hash_enc.flags = records | TAVO_HASHES;
+        EXPECT_EQ(status(0x08, &hashes, nullptr), TAVO_UNSUPPORTED) << records;
+    }
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #!/bin/sh
-# install_test.sh SOURCE BUILD LIBDIR FORM FILE: FORM (native, portable) is what runs here, FILE its library. Installs into a temporary folder and uses what is there as another project does:
-# through pkg-config, through find_package, by hand. CMAKE, CMAKE_GENERATOR, CC and PKG_CONFIG say with
-# what.
+# install_test.sh SOURCE BUILD LIBDIR FORM FILE: FORM (native, portable) is what runs here, FILE its library. Installs
+# into a temporary folder and uses what is there as another project does: through pkg-config, through find_package, by
+# hand. CMAKE, CMAKE_GENERATOR, CC and PKG_CONFIG say with what.
 set -eu
 source=$1 build=$2 libdir=$3 form=$4 file=${5%%.so*}.so
 here=$source/tests/package
@@ -11,7 +11,7 @@ prefix=$top/prefix
 
 step() { echo "-- $*"; }
 fail() { echo "$*" >&2; exit 1; }
-same_answer() { sh "$here/check_example.sh" "$1" "$2" || fail "$1 with $2 does not answer as it should"; }
+same_answer() { sh "$here/check_example.sh" scan "$1" "$2" || fail "$1 with $2 does not answer as it should"; }
 
 step "install"
 "$CMAKE" --install "$build" --prefix "$prefix" >"$top/log" || { cat "$top/log"; exit 1; }

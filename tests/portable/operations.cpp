@@ -1,6 +1,8 @@
 // The table of operations, compiled once for each form of the intrinsics.
 #include "tests/portable/operands.h"
 
+#include <array>
+#include <cmath>
 #include <type_traits>
 
 #include "portable/intrinsics.h"
@@ -70,6 +72,19 @@ V load_index(const void *indices) {
     V v;
     std::memcpy(&v, indices, sizeof v);
     return v;
+}
+
+// Whether each lane of an approximate 1 / sqrt(v) is within its bound, or the special value that it is to be.
+std::array<bool, 8> within_14_bits(__m512d v, __m512d approximate) {
+    double of[8], found[8];
+    std::memcpy(of, &v, sizeof of);
+    std::memcpy(found, &approximate, sizeof found);
+    std::array<bool, 8> within;
+    for (unsigned i = 0; i < 8; i++)
+        within[i] = of[i] > 0 && std::isfinite(of[i]) ? std::fabs(found[i] * std::sqrt(of[i]) - 1) < 0x1p-14
+                    : of[i] < 0 || std::isnan(of[i])  ? std::isnan(found[i])
+                                                      : found[i] == 1 / std::sqrt(of[i]);
+    return within;
 }
 
 #define HOLD(expression)                                                                                               \

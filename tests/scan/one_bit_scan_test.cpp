@@ -29,8 +29,8 @@ const answer answers[] = {
     {TAVO_OP_GT_LE, true, 0, 1, "-1"},  {TAVO_OP_GT_LE, true, 1, 1, "--"},  {TAVO_OP_GE_LT, false, 0, 1, "0-"},
     {TAVO_OP_GE_LT, false, 0, 2, "--"}, {TAVO_OP_GE_LT, true, 0, 1, "--"},  {TAVO_OP_GE_LE, false, 0, 0, "0-"},
     {TAVO_OP_GE_LE, false, 0, 1, "01"}, {TAVO_OP_GE_LE, false, 1, 1, "-1"}, {TAVO_OP_GE_LE, false, 0, 2, "--"},
-    {TAVO_OP_GE_LE, false, 1, 0, "--"}, {TAVO_OP_GE_LE, true, 0, 1, "-1"},  {TAVO_OP_GE_LE, true, 1, 1, "-1"},
-    {TAVO_OP_GE_LE, true, 0, 0, "--"},  {TAVO_OP_GE_LE, true, 2, 1, "--"},
+    {TAVO_OP_GE_LE, false, 1, 0, "--"}, {TAVO_OP_GE_LE, false, 2, 1, "--"}, {TAVO_OP_GE_LE, true, 0, 1, "-1"},
+    {TAVO_OP_GE_LE, true, 1, 1, "-1"},  {TAVO_OP_GE_LE, true, 0, 0, "--"},  {TAVO_OP_GE_LE, true, 2, 1, "--"},
 };
 
 TEST(OneBitScan, TableOfAnswers) {

@@ -122,9 +122,9 @@ struct lv_sep_cursor {
 
 // ---- Writing ----
 
-// Copies exactly `bytes` bytes, up to 64 of them without a branch. Nothing outside source and target is touched.
+// Copies exactly `bytes` bytes, fewer than 64 of them without a branch. Nothing outside source and target is touched.
 [[gnu::always_inline]] inline void copy_bytes(ub1 *to, const ub1 *from, ub4 bytes) noexcept {
-    if (bytes <= 64) [[likely]] {
+    if (bytes < 64) [[likely]] {
         const __mmask64 there = _bzhi_u64(~0ull, bytes);
         _mm512_mask_storeu_epi8(to, there, _mm512_maskz_loadu_epi8(there, from));
     } else {
@@ -132,28 +132,10 @@ struct lv_sep_cursor {
     }
 }
 
-[[gnu::always_inline]] inline void put_lp(ub1 *data, ub8 row, element e) noexcept {
-    const auto length = static_cast<ub2>(e.length);
-    memcpy(data + row * lp_elements::record_bytes, &length, sizeof length);
-    memcpy(data + row * lp_elements::record_bytes + 2, &e.bytes, sizeof e.bytes);
-}
 [[gnu::always_inline]] inline void put_lp_sep(ub1 *data, ub1 *lengths, ub8 row, element e) noexcept {
     const auto length = static_cast<ub2>(e.length);
     memcpy(data + row * sizeof e.bytes, &e.bytes, sizeof e.bytes);
     memcpy(lengths + row * sizeof length, &length, sizeof length);
-}
-// Writes the element at `to` and returns where the next one goes.
-[[gnu::always_inline]] inline ub1 *put_lv(ub1 *to, element e) noexcept {
-    const auto length = static_cast<ub2>(e.length);
-    memcpy(to, &length, sizeof length);
-    copy_bytes(to + 2, e.bytes, e.length);
-    return to + 2 + e.length;
-}
-[[gnu::always_inline]] inline ub1 *put_lv_sep(ub1 *to, ub1 *lengths, ub8 row, element e) noexcept {
-    const auto length = static_cast<ub2>(e.length);
-    memcpy(lengths + row * sizeof length, &length, sizeof length);
-    copy_bytes(to, e.bytes, e.length);
-    return to + e.length;
 }
 
 } // namespace tavo
