@@ -37,7 +37,7 @@ void write_one_column(ub1 *to, const tavo_vec *src, const ub1 *data, ub4 layout,
         const unsigned bytes = fixed_element_bytes(TAVO_VEC_ENC_CTX(src));
         const __m512i lane = _mm512_setr_epi64(0, 1, 2, 3, 4, 5, 6, 7);
         const __m512i within = _mm512_mullo_epi64(lane, _mm512_set1_epi64(bytes));
-        const __m128i length = _mm_set1_epi16(static_cast<short>(bytes));
+        const __m128i length = _mm512_cvtepi64_epi16(_mm512_set1_epi64(bytes));
         return write_records_of(
             to, rows, [&](ub4 i) { return _mm512_add_epi64(at_u64x8(data + ub8{i} * bytes), within); },
             [&](ub4) { return length; });
