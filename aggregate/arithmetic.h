@@ -6,7 +6,8 @@
 //   rows      n = the larger of a.size and b.size; a constant's size counts too
 //   result    row by row: native numbers of the operands' type at res.data, which may be an operand's data.
 //             _sum: the n results' sum is added to the one number at res.data. TAVO_DONE always
-//   order     of additions in a _sum: eight lanes (binary64: four), lane i of them rows i, i + 8 ..., of whole blocks of
+//   order     of additions in a _sum: eight lanes (binary64: four), lane i of them rows i, i + 8 ..., of whole blocks
+//   of
 //             eight (four) rows; these lanes folded as in frame/lane_sum.h; the rows behind the last block, one by one;
 //             last the number at res.data plus that
 //
@@ -39,7 +40,9 @@ struct constant_operand {
         : value(Column::lanes::broadcast(Column::one(static_cast<const ub1 *>(v->data)))) {}
     [[gnu::always_inline]] auto at(ub8) const noexcept { return value; }
     // Zero behind the last row, as a column is: infinity times nothing would raise an exception.
-    [[gnu::always_inline]] auto at(ub8, ub8 rows) const noexcept { return Column::lanes::keep(Column::first(rows), value); }
+    [[gnu::always_inline]] auto at(ub8, ub8 rows) const noexcept {
+        return Column::lanes::keep(Column::first(rows), value);
+    }
 };
 
 template <unsigned Operator, class Lanes>
