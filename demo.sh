@@ -81,6 +81,10 @@ ask_by nearest river --data "$words" --k 5
 ask_by nearest river --data "$words" --k 5 --metric euclid --type float --where "first = s" --where "length <= 6"
 ask_by nearest king --data "$words" --k 5 --type int8
 ask_by nearest king --data "$words" --k 5 --metric hamming --type bits
+# What is to a woman as a king is to a man; then vectors of text, parsed and written to a file, and a question to that.
+ask_by nearest --query "king - man + woman" --data "$words" --k 3
+ask_by vectors host/data/word-texts.csv --column vector --out build/word-texts.vectors
+ask_by nearest city --data build/word-texts.vectors --k 3
 # Points in polygons: airports and cities in countries, in the plane and on the sphere.
 countries=host/data/countries.geojson
 ask_by places "$airports" --in "$countries" --count --limit 5

@@ -211,7 +211,8 @@ typedef struct tavo_specialized_ctx {
     /* Adds a column's values to per-group accumulators that the keys select. */
     ub4 (*gby_sum)(tavo_vec *acc, tavo_vec *src, tavo_vec *keys, tavo_env *env, const sb2 offsets[2])
         TAVO_NOEXCEPT;                                                                                         /* 57 */
-    /* Converts numbers between comparable and native form, or sums them with TAVO_ENV_SUM. env may be null. */
+    /* Converts numbers between comparable and native form, or sums them with TAVO_ENV_SUM. env may be null unless
+     * the column is compressed. */
     ub4 (*convert)(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                                 /* 58 */
     /* Expands a front-coded dictionary: src is its stream, src->size its blocks, the rest in src->enc. dst->data
      * receives prefix_count symbols of prefix_len bytes, back to back. env may be null. */
@@ -276,7 +277,7 @@ typedef struct tavo_specialized_ctx {
     tavo_spak_decode_fn *spak_decode;                                                                          /* 76 */
     ub4 (*thread_ctx_init)(void) TAVO_NOEXCEPT;                                                                /* 77: 0 */
     ub4 (*thread_ctx_fini)(void) TAVO_NOEXCEPT;                                                                /* 78: 0 */
-    /* Adds up 8- or 16-bit values into the ub4 at res->data. */
+    /* Adds up 8-bit or big-endian 16-bit values into the ub4 at res->data. env is needed. */
     ub4 (*sum_vec)(tavo_vec *res, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                                 /* 79 */
     /* Compares two ub4 code columns row by row, each through a table of ub4 values or, where that is null, directly.
      * op->data points at 0 to 5 for eq lt gt le ge ne. ORs into res->bits. 0 always. */

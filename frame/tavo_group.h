@@ -18,7 +18,7 @@
  *   env        host (scratch of 12 bytes a column comes from temp_allocate), flags, sel_bits or ones_vec, resume_row.
  *              It isn't changed: a host that gets TAVO_ROWS_FULL knows by keys->count how many of the selected rows
  *              are done, and sets resume_row (with ones_vec: the list) for the next call itself
- *   result     TAVO_DONE; TAVO_ROWS_FULL: keys is full and the column has rows behind the last key, selected or not;
+ *   result     TAVO_DONE; TAVO_ROWS_FULL: keys is full, and there may be more; TAVO_DONE says that there is none;
  *              TAVO_UNSUPPORTED: a column lacks TAVO_PACKED_KEYS; TAVO_OUT_OF_RANGE: the key space is 2^32 or more.
  *              With the last two nothing has been written
  *

@@ -28,8 +28,7 @@ struct element_batch {
     [[gnu::always_inline]] const ub1 *bytes(ub4 i) const noexcept { return reinterpret_cast<const ub1 *>(address[i]); }
 };
 
-// ---- Records of 10 bytes, eight at a time: five words each, forty in all, the last eight in a register of their own
-// ----
+// ---- Records of 10 bytes, eight at a time: five words each, forty in all, the last eight in a register apart ----
 
 struct alignas(64) record_words {
     ub2 address[32];  // places in the forty words of the addresses' words

@@ -10,9 +10,8 @@ struct range {
     double low, high;
 };
 
-// Of the lanes of two vectors of lows and highs. Where both ends are zero, the sign is that of the first zero among the
-// values, as if these were taken one by one.
-range of_lanes(__m512d low, __m512d high, const double *values) {
+// Of the lanes of two vectors of lows and highs.
+range of_lanes(__m512d low, __m512d high) {
     alignas(64) double lows[8], highs[8];
     _mm512_storeu_pd(lows, low);
     _mm512_storeu_pd(highs, high);
@@ -21,12 +20,6 @@ range of_lanes(__m512d low, __m512d high, const double *values) {
         found.low = lows[k] < found.low ? lows[k] : found.low;
         found.high = highs[k] > found.high ? highs[k] : found.high;
     }
-    if (found.low == 0 && found.high == 0) {
-        ub8 i = 0;
-        while (!(values[i] == 0))
-            i++;
-        found = {values[i], values[i]};
-    }
     return found;
 }
 
@@ -34,8 +27,8 @@ struct box {
     range x, y, z;
 };
 
-// The smallest and the largest of each axis, from 2 and -2 on. A NaN replaces nothing: of two operands of which one is
-// NaN, the instructions give the second.
+// The smallest and the largest of each axis, from 2 and -2 on. A NaN replaces nothing, and neither does a zero one of
+// the other sign: of two operands of which one is NaN, and of two zeros, the instructions give the second.
 box box_of(const point_array &v) {
     points8 low = in_all_lanes({2, 2, 2}), high = in_all_lanes({-2, -2, -2});
     const auto add = [&](const points8 &of_low, const points8 &of_high) {
@@ -54,7 +47,7 @@ box box_of(const point_array &v) {
         };
         add(or_else(low), or_else(high));
     }
-    return {of_lanes(low.x, high.x, v.x), of_lanes(low.y, high.y, v.y), of_lanes(low.z, high.z, v.z)};
+    return {of_lanes(low.x, high.x), of_lanes(low.y, high.y), of_lanes(low.z, high.z)};
 }
 
 // The number of the vertex farthest from c, the first of several; 0 if none has a distance. Two searches run side by

@@ -31,7 +31,7 @@ public:
     ub1 result() {
         const point_array &ring = of_.ring;
         const double last = dot(h_, ring[ring.size - 1]);
-        // The two are told apart from the vertices' bits in one point: a -0.0 is not below 0.
+        // Other than by the sign bits that the walk takes, a -0.0 is not negative here.
         ub4 negative_before = last < 0;
         near_ = std::fabs(last) < of_.t;
         ub8 i = 0;

@@ -6,6 +6,8 @@
 
 namespace tavo::bench {
 
+const char *name_of(shape kind) { return kind == shape::coast ? "coast" : kind == shape::star ? "star" : "comb"; }
+
 plane_ring make_ring(shape kind, std::size_t vertices) {
     std::mt19937_64 random(1);
     std::uniform_real_distribution<> share(0, 1);
@@ -17,7 +19,11 @@ plane_ring make_ring(shape kind, std::size_t vertices) {
             made.x.push_back(last ? -1 : 2 * at - 1);
             made.y.push_back(last ? -2 : i % 2 ? 1.1 : -1.1);
         } else {
-            const double angle = 2 * std::numbers::pi * at, radius = 0.9 + 0.1 * share(random);
+            const double angle = 2 * std::numbers::pi * at,
+                         wander = 2 * std::numbers::pi / static_cast<double>(vertices);
+            const double radius = kind == shape::star ? 0.9 + 0.1 * share(random)
+                                                      : 0.85 + 0.1 * std::sin(5 * angle) + 0.05 * std::sin(17 * angle) +
+                                                            wander * (share(random) - 0.5);
             made.x.push_back(radius * std::cos(angle));
             made.y.push_back(radius * std::sin(angle));
         }

@@ -6,9 +6,11 @@
 
 namespace tavo::bench {
 
-// A star: radius and angle vary from vertex to vertex, so that near the angle of 0 some edges straddle a point's line
-// and elsewhere few do. A comb: every edge leads from below every point to above it, or back.
-enum class shape { star, comb };
+// A coast: bays and capes, and edges that wander about as far as they are long; few straddle a point's line. A star:
+// radius varies from vertex to vertex by a tenth, so that to the left and the right of the middle many edges straddle
+// it. A comb: every edge leads from below every point to above it, or back.
+enum class shape { coast, star, comb };
+const char *name_of(shape);
 
 struct plane_ring {
     std::vector<double> x, y; // not closed

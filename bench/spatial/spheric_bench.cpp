@@ -95,8 +95,8 @@ struct sphere {
     ub1 found[point_count];
     tavo_vec res{}, polygon[3]{}, where[3]{};
 
-    sphere(std::size_t n, std::size_t m, bool far_away)
-        : ring(on_sphere(make_ring(shape::star, n))), points(on_sphere(make_points())) {
+    sphere(shape kind, std::size_t n, std::size_t m, bool far_away)
+        : ring(on_sphere(make_ring(kind, n))), points(on_sphere(make_points())) {
         points.x.resize(m);
         points.y.resize(m);
         points.z.resize(m);
@@ -130,8 +130,8 @@ void report(benchmark::State &state, sphere &with, F &&call) {
     state.counters["of_plain"] = with.plain_seconds() / seconds;
 }
 
-void kernel(benchmark::State &state, std::size_t n, std::size_t m, bool far_away) {
-    sphere with(n, m, far_away);
+void kernel(benchmark::State &state, shape kind, std::size_t n, std::size_t m, bool far_away) {
+    sphere with(kind, n, m, far_away);
     with.call();
     const plain_polygon plain(with.ring);
     for (std::size_t i = 0; i < m; i++)
@@ -143,8 +143,8 @@ void kernel(benchmark::State &state, std::size_t n, std::size_t m, bool far_away
     report(state, with, [&] { with.call(); });
 }
 
-void s2(benchmark::State &state, std::size_t n, bool index) {
-    sphere with(n, point_count, false);
+void s2(benchmark::State &state, shape kind, std::size_t n, bool index) {
+    sphere with(kind, n, point_count, false);
     const s2_polygon polygon(with.ring);
     benchmark::DoNotOptimize(polygon.contained(with.points)); // makes the index
     report(state, with, [&] {
@@ -153,17 +153,20 @@ void s2(benchmark::State &state, std::size_t n, bool index) {
 }
 
 const int registered = [] {
-    for (const std::size_t n : {8, 100, 1000, 40000}) {
-        const std::string of = "sphere/" + std::to_string(n) + "/";
-        const auto add = [&](const char *what, auto f) {
-            benchmark::RegisterBenchmark((of + what).c_str(), f)->Apply(by_best_time);
-        };
-        add("tavo", [=](benchmark::State &s) { kernel(s, n, point_count, false); });
-        add("tavo_one_point", [=](benchmark::State &s) { kernel(s, n, 1, false); });
-        add("tavo_outside", [=](benchmark::State &s) { kernel(s, n, point_count, true); });
-        add("s2_index", [=](benchmark::State &s) { s2(s, n, true); });
-        add("s2_without_index", [=](benchmark::State &s) { s2(s, n, false); });
-    }
+    for (const shape kind : {shape::coast, shape::star})
+        for (const std::size_t n : {8, 100, 1000, 40000}) {
+            const std::string of = std::string("sphere/") + name_of(kind) + "/" + std::to_string(n) + "/";
+            const auto add = [&](const char *what, auto f) {
+                benchmark::RegisterBenchmark((of + what).c_str(), f)->Apply(by_best_time);
+            };
+            add("tavo", [=](benchmark::State &s) { kernel(s, kind, n, point_count, false); });
+            add("s2_index", [=](benchmark::State &s) { s2(s, kind, n, true); });
+            if (kind == shape::star)
+                continue;
+            add("tavo_one_point", [=](benchmark::State &s) { kernel(s, kind, n, 1, false); });
+            add("tavo_outside", [=](benchmark::State &s) { kernel(s, kind, n, point_count, true); });
+            add("s2_without_index", [=](benchmark::State &s) { s2(s, kind, n, false); });
+        }
     return 0;
 }();
 

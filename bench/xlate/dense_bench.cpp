@@ -200,7 +200,7 @@ const bool registered = [] {
             for (unsigned threads : {1u, 2u}) {
                 add(
                     name + "kernel/" + std::to_string(threads), rows, again,
-                    [=] { return std::make_unique<dictionary>(text(), real ? 12 : 18, threads); },
+                    [=] { return std::make_unique<dictionary>(text(), real ? 12 : 20, threads); },
                     [=](dictionary &d) { on_threads(threads, [&](unsigned t) { d.run(t); }); });
                 add(
                     name + "tbb/" + std::to_string(threads), rows, again,

@@ -106,6 +106,8 @@ int run(const places_options &options) {
         }
     }
 
+    if (!options.map.empty()) // before the answer, which would be no answer if this fails
+        write_file(options.map, svg_map(points, places, found));
     output out;
     if (options.count)
         print_counts(out, places, found, options.limit);
@@ -119,8 +121,6 @@ int run(const places_options &options) {
         tell(fmt::format("{} of {} points lie in no place", outside, points.size()));
     if (file.rows_without() != 0)
         tell(fmt::format("{} rows without a position", file.rows_without()));
-    if (!options.map.empty())
-        write_file(options.map, svg_map(points, places, found));
     if (options.explain)
         out.write(explain(steps, library));
     if (options.check)

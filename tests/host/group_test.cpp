@@ -106,7 +106,7 @@ TEST_F(Command, GroupsThatAreRefused) {
     expect_refused("query " + csv + " --sum '1 + 2'", "no expression");
     expect_refused("query " + csv + " --group-by 'month(v)'", "v is no column of dates");
     expect_refused("query " + csv + " --group-by k --min 'v + 1'", "--min takes a column");
-    expect_refused("query " + csv + " --having 'count > 1'", "go with --group-by");
+    expect_refused("query " + csv + " --having 'count > 1'", "goes with --group-by");
     expect_refused("query " + csv + " --group-by k --having 'nope > 1'", "nope");
     expect_refused("query " + csv + " --group-by k --order-by nope", "nope");
     expect_refused("query " + csv + " --group-by k --columns v", "no --columns");

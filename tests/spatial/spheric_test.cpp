@@ -185,14 +185,15 @@ TEST(SphericPip, WildCoordinates) {
         for (std::size_t i = 0; i < spoiled; i++)
             spoil(polygon[draw.below(n)]);
         if (round % 4 == 0)
-            for (xyz &v : polygon) // all on one great circle, with zeros of both signs
-                v.z = draw.below(2) ? 0.0 : -0.0;
+            for (spheric_ring *all : {&polygon, &points}) // on one great circle, with zeros of both signs
+                for (xyz &v : *all)
+                    v.z = draw.below(2) ? 0.0 : -0.0;
         for (std::size_t i = draw.below(8); i < points.size(); i += 3) {
             spoil(points[i]);
             if (std::isnan(points[i].x + points[i].y + points[i].z))
                 points[i] = {0, 0, 0};
         }
-        const double t = tolerances[draw.below(std::size(tolerances))];
+        const double t = round % 8 == 0 ? 0 : tolerances[draw.below(std::size(tolerances))];
         accepted += prepare(polygon, t).has_value();
         ASSERT_NO_FATAL_FAILURE(expect_as_told(polygon, points, t, visits, "round " + std::to_string(round)));
     }
@@ -216,6 +217,36 @@ TEST(SphericPip, VerticesAtTheTolerance) {
     }
     EXPECT_GT(visits.vertex_hits, 200u);
     EXPECT_LT(visits.vertex_hits, 400u);
+}
+
+// A vertex near the arc's plane, 32 or more that have nothing to do with it, and one near it again, which has another
+// before it than the first.
+TEST(SphericPip, NearVerticesFarApart) {
+    drawn draw(24);
+    spheric_visits visits{};
+    for (int round = 0; round < 2000; round++) {
+        // These five hold the bounding box and so the reference point, whatever the others do within 40 degrees.
+        spheric_ring polygon = draw.star({0, 0, 1}, 66 + draw.below(64), 5, 40);
+        const xyz fixed[] = {
+            from_degrees(0, 29), from_degrees(90, 30), from_degrees(180, 30), from_degrees(270, 30), {0, 0, 1}};
+        std::copy(std::begin(fixed), std::end(fixed), polygon.begin());
+        const double t = 0.01;
+        const auto with = prepare(polygon, t);
+        ASSERT_TRUE(with);
+        const xyz p = draw.star({0, 0, 1}, 1, 1, 50)[0];
+        const xyz n{p.y * with->q.z - p.z * with->q.y, p.z * with->q.x - p.x * with->q.z,
+                    p.x * with->q.y - p.y * with->q.x};
+        const xyz h = unit(n);
+        const double side = draw.below(2) ? 1 : -1;
+        for (std::size_t i = 31; i < 65; i++) {
+            const bool near = i == 31 || i == 64;
+            const double e = near ? 0.008 * (2 * draw.share() - 1) : side * (0.05 + 0.1 * draw.share());
+            const double off = e - dot(h, polygon[i]);
+            polygon[i] = unit({polygon[i].x + off * h.x, polygon[i].y + off * h.y, polygon[i].z + off * h.z});
+        }
+        ASSERT_NO_FATAL_FAILURE(expect_as_told(polygon, {p}, t, visits, "round " + std::to_string(round)));
+    }
+    EXPECT_GT(visits.odd, 100u);
 }
 
 // ---- What a host relies on ----

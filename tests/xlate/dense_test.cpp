@@ -38,7 +38,10 @@ TEST(dense, every_form_against_a_map) {
                     dense_dictionary_host host(table_bits, 1 << 24, 1 << 20, 1, first_code);
                     dense_worker_host w(host, heap);
                     code_model model(static_cast<ub4>(first_code));
-                    for (ub4 rows : {1000u, 0u, 700u}) {
+                    // Without hashes all symbols stand in one chain of nodes.
+                    const std::vector<ub4> shares =
+                        hashed ? std::vector<ub4>{1000, 0, 700} : std::vector<ub4>{150, 0, 100};
+                    for (ub4 rows : shares) {
                         element_column column(form, rows, 2, rng);
                         if (form == column_form::fixed)
                             column.enc.flags = TAVO_FIXED; // here the dictionary's flag would count first
@@ -64,7 +67,7 @@ TEST(dense, every_form_against_a_map) {
                     for (const auto &[symbol, code] : model.codes)
                         ASSERT_EQ(host.symbol(code), symbol) << code;
                     EXPECT_EQ(w.worker.all_symbols, model.codes.size());
-                    EXPECT_EQ(w.worker.all_rows, 1700u);
+                    EXPECT_EQ(w.worker.all_rows, hashed ? 1700u : 250u);
                 }
 }
 
@@ -90,25 +93,37 @@ TEST(dense, empty_and_longest_symbols) {
 }
 
 // Symbols that all collide fill node after node: three levels of pages, then single nodes cut from a shared page, and
-// from the next one.
+// from the next one when that has no more.
 TEST(dense, hashes_that_all_collide) {
     dense_heap heap;
     dense_dictionary_host host(1, 1 << 24, 1 << 20);
     dense_worker_host w(host, heap);
     std::vector<std::string> symbols;
-    std::vector<const std::string *> texts;
-    for (int i = 0; i < 6 * (4 + 1024 + 2); i++)
+    for (int i = 0; i < 80; i++)
         symbols.push_back(std::to_string(i));
-    for (const std::string &s : symbols)
-        texts.push_back(&s);
-    text_column column(texts, [](const std::string &) { return 0x1234567890abcdef; });
-    ASSERT_EQ(lib.dgk_symbol2code(nullptr, &w.worker, &column.codes, &column.vec, &column.hashes, nullptr), TAVO_DONE);
-    for (std::size_t i = 0; i < symbols.size(); i++)
-        ASSERT_EQ(column.code[i], i);
-    EXPECT_EQ(heap.pages, 3u + 2);
-    text_column again({&symbols[17], &symbols.back()}, [](const std::string &) { return 0x1234567890abcdef; });
-    ASSERT_EQ(lib.dgk_symbol2code(nullptr, &w.worker, &again.codes, &again.vec, &again.hashes, nullptr), TAVO_DONE);
-    EXPECT_EQ(again.code, (std::vector<ub4>{17, static_cast<ub4>(symbols.size() - 1)}));
+    const auto codes_of = [&](std::size_t from, std::size_t to) {
+        std::vector<const std::string *> texts;
+        for (std::size_t i = from; i < to; i++)
+            texts.push_back(&symbols[i]);
+        text_column column(texts, [](const std::string &) { return 0x1234567890abcdef; });
+        EXPECT_EQ(lib.dgk_symbol2code(nullptr, &w.worker, &column.codes, &column.vec, &column.hashes, nullptr),
+                  TAVO_DONE);
+        return column.code;
+    };
+    codes_of(0, 24); // first level and three pages
+    EXPECT_EQ(heap.pages, 3u);
+    codes_of(24, 36);
+    EXPECT_EQ(heap.pages, 4u);
+    auto &uses = *reinterpret_cast<ub4 *>(host.dgk.current_page + page_bytes);
+    EXPECT_EQ(uses, 2u);
+    uses = page_nodes - 2;
+    codes_of(36, 80);
+    EXPECT_EQ(heap.pages, 5u);
+    EXPECT_EQ(*reinterpret_cast<ub4 *>(host.dgk.current_page + page_bytes),
+              6u); // (80 - 36) / 6 nodes, two of the other
+    const std::vector<ub4> all = codes_of(0, 80);
+    for (std::size_t i = 0; i < 80; i++)
+        ASSERT_EQ(all[i], i);
 }
 
 // The hash's folded bits are tag, place in the first level and places in pages; the seventh symbol of a node goes to a
