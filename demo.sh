@@ -64,6 +64,10 @@ ask "$flights" "${numbers[@]}" --where "date >= '2001-04-01'" --where "distance 
     --where "origin in (SFO, LAX, JFK, SEA, HNL)" --min date --max date --min distance --max distance --count
 ask host/data/departures.csv --where "departed < scheduled" --where "scheduled < '2001-01-10'" \
     --columns scheduled,departed,origin,distance --limit 5
+# Delays by origin and month: the groups with most delay on average, and all of a month in kilometres.
+ask "$flights" --group-by "origin,month(date)" --count --sum delay --avg delay --max delay --having "count > 100" \
+    --order-by "avg(delay) desc" --limit 5
+ask "$flights" --where "date < '2001-02-01'" --sum "distance * 1.609344 as km" --avg delay --count
 # Joined with the airports that they leave from; then the same with the airports that no flight leaves from, and these alone.
 ask "$flights" --join "$airports" --on origin=iata --where "airports.state = CA" --where "delay > 200" \
     --columns date,delay,origin,city,state --limit 5
@@ -76,6 +80,10 @@ ask_by nearest river --data "$words" --k 5
 ask_by nearest river --data "$words" --k 5 --metric euclid --type float --where "first = s" --where "length <= 6"
 ask_by nearest king --data "$words" --k 5 --type int8
 ask_by nearest king --data "$words" --k 5 --metric hamming --type bits
+# What is to a woman as a king is to a man; then vectors of text, parsed and written to a file, and a question to that.
+ask_by nearest --query "king - man + woman" --data "$words" --k 3
+ask_by vectors host/data/word-texts.csv --column vector --out build/word-texts.vectors
+ask_by nearest city --data build/word-texts.vectors --k 3
 # Points in polygons: airports and cities in countries, in the plane and on the sphere.
 countries=host/data/countries.geojson
 ask_by places "$airports" --in "$countries" --count --limit 5

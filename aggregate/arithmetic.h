@@ -39,7 +39,10 @@ struct constant_operand {
     explicit constant_operand(const tavo_vec *v) noexcept
         : value(Column::lanes::broadcast(Column::one(static_cast<const ub1 *>(v->data)))) {}
     [[gnu::always_inline]] auto at(ub8) const noexcept { return value; }
-    [[gnu::always_inline]] auto at(ub8, ub8) const noexcept { return value; }
+    // Zero behind the last row, as a column is: infinity times nothing would raise an exception.
+    [[gnu::always_inline]] auto at(ub8, ub8 rows) const noexcept {
+        return Column::lanes::keep(Column::first(rows), value);
+    }
 };
 
 template <unsigned Operator, class Lanes>

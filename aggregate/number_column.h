@@ -133,6 +133,7 @@ struct float_column {
         else
             return lanes::of_bits(stored);
     }
+    [[gnu::always_inline]] static mask first(ub8 rows) noexcept { return first_lanes<Number>(rows); }
     [[gnu::always_inline]] static typename lanes::lanes load(const ub1 *p) noexcept { return decoded(lanes::load(p)); }
     [[gnu::always_inline]] static typename lanes::lanes load(const ub1 *p, ub8 rows) noexcept {
         return decoded(lanes::load(p, first_lanes<Number>(rows)));

@@ -51,7 +51,8 @@ struct symbol_extent {
     ub2 length;
 };
 
-// All symbols have one length; references are made of lengths above 0 only. indicators::all_rows takes a null indicator array too.
+// All symbols have one length; references are made of lengths above 0 only. indicators::all_rows takes a null indicator
+// array too.
 class one_len_symbols {
 public:
     static constexpr bool looks_up = false; // a code's place is computed

@@ -161,7 +161,15 @@ template <class Number>
                                      _mm256_set1_epi16(static_cast<short>(Number::sign)), 99);
 }
 
-// A register of native bits to comparable elements as they lie in memory.
+// A register of native bits to comparable elements as they lie in memory. The first form is for numbers that are
+// neither NaN nor -0.0.
+template <class Number>
+[[gnu::always_inline]] inline __m512i encode_comparable_number(__m512i native) {
+    using namespace comparable;
+    constexpr unsigned bytes = sizeof(typename Number::bits);
+    return reverse_bytes_in_lanes<bytes>(_mm512_ternarylogic_epi32(
+        native, sign_spread<bytes>(native), broadcast<bytes>(Number::sign), 0x1e)); // a XOR (b OR c)
+}
 template <class Number>
 [[gnu::always_inline]] inline __m512i encode_comparable(__m512i native) {
     using namespace comparable;

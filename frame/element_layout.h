@@ -132,28 +132,10 @@ struct lv_sep_cursor {
     }
 }
 
-[[gnu::always_inline]] inline void put_lp(ub1 *data, ub8 row, element e) noexcept {
-    const auto length = static_cast<ub2>(e.length);
-    memcpy(data + row * lp_elements::record_bytes, &length, sizeof length);
-    memcpy(data + row * lp_elements::record_bytes + 2, &e.bytes, sizeof e.bytes);
-}
 [[gnu::always_inline]] inline void put_lp_sep(ub1 *data, ub1 *lengths, ub8 row, element e) noexcept {
     const auto length = static_cast<ub2>(e.length);
     memcpy(data + row * sizeof e.bytes, &e.bytes, sizeof e.bytes);
     memcpy(lengths + row * sizeof length, &length, sizeof length);
-}
-// Writes the element at `to` and returns where the next one goes.
-[[gnu::always_inline]] inline ub1 *put_lv(ub1 *to, element e) noexcept {
-    const auto length = static_cast<ub2>(e.length);
-    memcpy(to, &length, sizeof length);
-    copy_bytes(to + 2, e.bytes, e.length);
-    return to + 2 + e.length;
-}
-[[gnu::always_inline]] inline ub1 *put_lv_sep(ub1 *to, ub1 *lengths, ub8 row, element e) noexcept {
-    const auto length = static_cast<ub2>(e.length);
-    memcpy(lengths + row * sizeof length, &length, sizeof length);
-    copy_bytes(to, e.bytes, e.length);
-    return to + e.length;
 }
 
 } // namespace tavo

@@ -4,6 +4,7 @@
 
 #include "tavo_avx512g.h"
 #include "tavo_bit_iter.h"
+#include "tavo_dense.h"
 #include "tavo_env.h"
 #include "tavo_group.h"
 #include "tavo_kv.h"

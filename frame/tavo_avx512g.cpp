@@ -22,6 +22,7 @@
 #include "vector/parse.h"
 #include "vector/pick_metric.h"
 #include "vector/topk.h"
+#include "xlate/dense.h"
 
 extern "C" {
 ub4 tavo_init_sharedlib_dydi(ub8, const ub4 info[3]) noexcept {
@@ -94,6 +95,8 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(convert);
     OPERATION(spatial_pip);
     OPERATION(spheric_pip);
+    OPERATION(dgk_concatenate);
+    OPERATION(extract_dgk);
     OPERATION(prefix_decode);
     OPERATION(eq_stream);
     OPERATION(selective);
@@ -109,6 +112,8 @@ static consteval tavo_specialized_ctx describe_library() {
     OPERATION(create_add_kv);
     OPERATION(probe_kv);
     OPERATION(mut_kv_scan);
+    OPERATION(dgk_symbol2code);
+    OPERATION(dgk_code2symbol);
     OPERATION(spak_decode);
     OPERATION(thread_ctx_init);
     OPERATION(thread_ctx_fini);

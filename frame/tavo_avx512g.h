@@ -26,6 +26,9 @@ typedef struct tavo_kv_region tavo_kv_region;
 typedef union tavo_kv_status tavo_kv_status;
 typedef struct tavo_kv_scan_position tavo_kv_scan_position;
 typedef struct tavo_xlate_groupkey_ctx tavo_xlate_groupkey_ctx;
+typedef struct tavo_dgk tavo_dgk;
+typedef struct tavo_dgk_worker tavo_dgk_worker;
+typedef struct tavo_dgk_request tavo_dgk_request;
 
 typedef ub8 tavo_hash_fn(const void *data, ub8 length, ub8 seed);
 typedef ub4 tavo_kv_alloc_fn(tavo_kv_region *region, ub4 count, ub8 *id);
@@ -196,14 +199,20 @@ typedef struct tavo_specialized_ctx {
     /* Folds the dictionary codes of several columns into one ub4 group key a row. */
     ub4 (*groupkey)(tavo_vec *keys, ub4 *key_space, tavo_vec *cols, ub4 ncols, tavo_vec *temp, tavo_env *env)
         TAVO_NOEXCEPT;                                                                                         /* 54 */
-    /* Adds one column's codes as a bit field to packed group keys. */
-    void (*dgk_concatenate)(void);                                                                             /* 55 */
-    /* Splits packed group keys into their columns' codes. */
-    void (*extract_dgk)(void);                                                                                 /* 56 */
+    /* Adds one column's codes to packed group keys, key[r] |= codes[r] << the lowest bit of the column's field. *in_use
+     * is the mask of the field, *used_bits its width, *free_bits the mask of key bits that no column has. A field too
+     * narrow for `cardinality` codes is widened first, by the lowest free bits: arrange these so that it stays in one
+     * piece. TAVO_OUT_OF_RANGE, with nothing changed, if that takes a bit of width_limit or above. */
+    ub4 (*dgk_concatenate)(ub4 rows, ub8 cardinality, const ub4 *codes, ub8 *free_bits, ub4 *used_bits, ub8 *in_use,
+                           ub8 *key, ub4 width_limit) TAVO_NOEXCEPT;                                           /* 55 */
+    /* Splits packed group keys into their columns' codes: out[c][r] is the field in_use[c] of key[r], 0 for an empty
+     * field. */
+    ub4 (*extract_dgk)(ub4 rows, const ub8 *key, ub4 ncols, const ub8 *in_use, ub4 *const *out) TAVO_NOEXCEPT; /* 56 */
     /* Adds a column's values to per-group accumulators that the keys select. */
     ub4 (*gby_sum)(tavo_vec *acc, tavo_vec *src, tavo_vec *keys, tavo_env *env, const sb2 offsets[2])
         TAVO_NOEXCEPT;                                                                                         /* 57 */
-    /* Converts numbers between comparable and native form, or sums them with TAVO_ENV_SUM. env may be null. */
+    /* Converts numbers between comparable and native form, or sums them with TAVO_ENV_SUM. env may be null unless
+     * the column is compressed. */
     ub4 (*convert)(tavo_vec *dst, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                                 /* 58 */
     /* Expands a front-coded dictionary: src is its stream, src->size its blocks, the rest in src->enc. dst->data
      * receives prefix_count symbols of prefix_len bytes, back to back. env may be null. */
@@ -243,10 +252,18 @@ typedef struct tavo_specialized_ctx {
     /* Reports the table's rows that probes have marked, or those that they have not. */
     ub4 (*mut_kv_scan)(tavo_vec *out, tavo_kv *kv, ub4 mode, tavo_kv_scan_position *position, ub4 end_segment)
         TAVO_NOEXCEPT;                                                                                         /* 71 */
-    /* Finds or creates the dense group code of each row's bytes. */
-    void (*dgk_symbol2code)(void);                                                                             /* 72 */
-    /* The bytes and length of each dense group code. */
-    void (*dgk_code2symbol)(void);                                                                             /* 73 */
+    /* Finds or creates the dense group code of each row's bytes, from worker->rows_done on: codes->data is a ub4 array
+     * by row, codes->count receives the rows that have their code. column: native ub4 dictionary codes (TAVO_DICT),
+     * TAVO_LP_SEP, TAVO_LV_SEP or TAVO_FIXED. hashes: one ub8 a row with a width_bits of 64, or null: every symbol then
+     * has hash 0, which serves small sets of symbols only; use one or the other throughout a dictionary. out may be null.
+     * env is needed for a compressed column and for the error of hashes that are not 64 bits wide; its selection is not
+     * read. TAVO_DONE; TAVO_BUDGET_EXHAUSTED: add what out tells to the budgets and call again with the same arguments;
+     * TAVO_ALLOCATION_REFUSED: the same once there is memory; TAVO_BAD_INPUT: another form of column or hashes. */
+    ub4 (*dgk_symbol2code)(tavo_dgk_request *out, tavo_dgk_worker *worker, tavo_vec *codes, tavo_vec *column,
+                           tavo_vec *hashes, tavo_env *env) TAVO_NOEXCEPT;                                     /* 72 */
+    /* The symbols of codes->size ub4 codes that the dictionary has given: out->data receives their addresses, ub8,
+     * out->lengths their lengths, out->count the number. */
+    ub4 (*dgk_code2symbol)(ub8 ignored, const tavo_dgk *trie_holder, tavo_vec *out, tavo_vec *codes) TAVO_NOEXCEPT; /* 73 */
     /* Rows whose elements in two columns of one layout are equal, left->size in all: res->count, and res->bits if a row
      * differs (else these stay untouched). 0; with elements that may be longer than 8 bytes, or without
      * TAVO_OVERREAD_OK on a side, 1 if no row is equal. */
@@ -260,7 +277,7 @@ typedef struct tavo_specialized_ctx {
     tavo_spak_decode_fn *spak_decode;                                                                          /* 76 */
     ub4 (*thread_ctx_init)(void) TAVO_NOEXCEPT;                                                                /* 77: 0 */
     ub4 (*thread_ctx_fini)(void) TAVO_NOEXCEPT;                                                                /* 78: 0 */
-    /* Adds up 8- or 16-bit values into the ub4 at res->data. */
+    /* Adds up 8-bit or big-endian 16-bit values into the ub4 at res->data. env is needed. */
     ub4 (*sum_vec)(tavo_vec *res, tavo_vec *src, tavo_env *env) TAVO_NOEXCEPT;                                 /* 79 */
     /* Compares two ub4 code columns row by row, each through a table of ub4 values or, where that is null, directly.
      * op->data points at 0 to 5 for eq lt gt le ge ne. ORs into res->bits. 0 always. */

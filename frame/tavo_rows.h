@@ -103,13 +103,16 @@ struct tavo_gather_spec {
  * transpose_convert    copies the element bytes of rows first_row to last_row of the reference table
  *                      from->ref_tables[from_part] together and writes a new index of them. The flags of `spec`:
  *
- *     flags                        bytes of a row                       index
- *     REFERENCE | ONE_ELEMENT      per column ub2 length and bytes      one record a row: size of all that, its address
- *     REFERENCE | WITH_LENGTHS     the same                             one record a column: the bytes behind the
- * length REFERENCE                    the columns' bytes                   one record a column CLA | ONE_ELEMENT per
- * column ub2 length and bytes      one entry a row CLA                          the columns' bytes one entry a column
- *     REFERENCE | CLA              as with REFERENCE and as with CLA, with or without ONE_ELEMENT: both indexes
+ *     flags                    bytes of a row                     index
+ *     REFERENCE | ONE_ELEMENT  per column ub2 length and bytes    one record a row: size of all that, its address
+ *     REFERENCE | WITH_LENGTHS the same                           one record a column: the bytes behind the length
+ *     REFERENCE                the columns' bytes                 one record a column
+ *     CLA | ONE_ELEMENT        per column ub2 length and bytes    one entry a row
+ *     CLA                      the columns' bytes                 one entry a column
+ *     REFERENCE | CLA          as with REFERENCE and as with CLA, with or without ONE_ELEMENT: both indexes
  *
+ *                      ONE_ELEMENT goes before WITH_LENGTHS, which says nothing next to CLA. Lengths are ub2: that of
+ *                      a row or element of 65536 bytes and more is cut off, its sum in a cla index is not.
  *                      Bytes go to byte_cursor[to_part], up to byte_end[to_part]; records to ref_cursor[to_part]; cla
  *                      entries, the sum of all sizes so far, to cla_cursor[to_part]. A call with first_row 0 begins the
  *                      partition with the entry 0; a later one goes on from the entry before the cursor. All cursors

@@ -2,7 +2,7 @@
  * descriptor.
  *
  * Neither says "inside": spatial_pip gives a count of crossings whose parity tells, spheric_pip a byte for each point.
- * All coordinates are binary64 in the processor's order, in plain arrays of any alignment, one for each axis. Of all
+ * All coordinates are binary64 in the processor's order, in plain arrays aligned to 8 bytes, one for each axis. Of all
  * tavo_vec records only the fields named here are read, so enc and the rest may be null. Nothing is allocated, nothing
  * is read outside of the arrays, nothing is checked.
  *
@@ -40,7 +40,8 @@
  *   res->data         receives m result bytes
  *                     A point with a NaN gets any of them
  *   returns           0, or TAVO_BAD_INPUT with no byte written: the polygon does not fit in a circle smaller than a
- *                     hemisphere about the middle of its bounding box, or that is the centre of the sphere
+ *                     hemisphere about the middle of its bounding box, or that is the centre of the sphere, or it has
+ *                     no vertex (with a tolerance whose square is 0 all bytes are 0 then)
  *
  * Vertices and points are unit vectors; edges are arcs of great circles. Looked for are the edges that cross the
  * arc from the point to one outside of the polygon.

@@ -1,4 +1,5 @@
-/* Stored vectors: element types, the image of a vector, metrics, the entries of a nearest-neighbour search.
+/* Stored vectors: element types, the image of a vector, metrics, the entries of a nearest-neighbour search, text,
+ * conversion, arithmetic.
  *
  * A vector column comes in two shapes. In a uniform column every row has the element type, dimension count and form
  * that its tavo_enc_ctx states (value_type, vec_dims, TAVO_NATIVE), and a row is a bare run of elements. In a flexible
@@ -156,7 +157,54 @@ typedef struct tavo_topk_entry {
     double distance; /* native or comparable, as the flags of res say */
 } tavo_topk_entry;
 
-/* ---- vector_arith: the operations ---- */
+/* ---- vector_parse: vectors from text ----
+ *
+ * text->enc->vec_charset: 0 for single-byte text, 1 for big-endian UTF-16. With TAVO_LP_SEP, text->size rows: data is
+ * an array of pointers, lengths the rows' lengths in bytes. Without it one row, of byte_size bytes at data. Nothing
+ * beyond a text is read.
+ *
+ * res->enc: value_type TAVO_ELEM_FLOAT, _DOUBLE or _INT8; vec_dims, the number of elements that every row must have, or
+ * 0 for any number; TAVO_NATIVE. res->data receives the elements of all good rows without gaps; res->size is the room,
+ * in elements. With vec_dims 0, res->lengths receives the number of elements of each row (modulo 65536). norms is null,
+ * or norms->data receives one native double for each row, at the row's place. bad_rows is null, or a bit vector of
+ * whole words: bits of bad rows are set, no bit is cleared. env->parsed_rows receives the number of good rows.
+ *
+ * A row is a list of numbers in brackets, commas between them, blanks (U+0020 alone) anywhere but in a number:
+ * "[1.5, -2e3, .5, 7.]". In a row of fixed length a ] before its end separates as a comma does.
+ *
+ * Rounding. A number of fewer than 8 units between its separators, blanks and sign included, is the sum of its digits
+ * times 1000000.0 down to 1.0 and 0.1 down to 0.0000001; the eight products, counted from the first unit of the
+ * mantissa, the point's being 0, are added by halves (0 and 4, 1 and 5, ...). Of a longer one, digits before the point
+ * are collected by fused multiply-adds, and those behind it each divided by their power of ten and added, in order. An
+ * exponent multiplies by pow(10.0, exponent); it wraps at 32 bits. So whole numbers below 2^53 are exact, others are
+ * within a few units in the last place of a double: "0.3" is 3 * 0.1, not the double nearest to 0.3. float is the
+ * double narrowed. int8 is rounded, halves away from zero; numbers that are above 127 or below -128 before they are
+ * rounded don't fit. The norm is that of the doubles (of the rounded numbers for int8).
+ *
+ * Statuses: TAVO_DONE; TAVO_UNSUPPORTED for another charset or type, or vec_dims 0 without res->lengths;
+ * TAVO_BAD_NUMBER (no digit where one is needed, something else than a comma or bracket behind a number, a number
+ * beyond the type: infinite, NaN, or not an int8); TAVO_BAD_SHAPE (no opening bracket, end of the text inside, too many
+ * elements, something behind the closing bracket); TAVO_TEXT_FULL, no room for the next element. The last one always
+ * ends the call. The two before it end it if bad_rows is null; else the row is marked, what it had written is written
+ * over by the next row, its norm and length are left alone, and in the end the status is TAVO_DONE. TAVO_OUT_OF_RANGE:
+ * a row's sum of squares is beyond double; the call ends at once, parsed_rows is not set. */
+
+/* ---- vector_convert_fp: from one element type to another ----
+ *
+ * src->size rows of src->enc->vec_dims elements, back to back, of src->enc->value_type; res->data receives as many of
+ * res->enc->value_type. TAVO_ELEM_FLOAT, _DOUBLE and _INT8; floats are comparable on both sides, whatever the flags
+ * say. res->size is not read. norms is null or norms->data receives one native double a row. env is not used. The same
+ * type on both sides: a copy, without tests.
+ *
+ * double to float: a result that is infinite or NaN makes the row bad. To int8: rounded, halves away from zero, from
+ * the number as float; above 127 or below -128 before it is rounded makes the row bad. NaN doesn't: what byte comes of
+ * it is not said, but with norms the status is TAVO_OUT_OF_RANGE.
+ *
+ * A bad row ends the call with TAVO_BAD_SHAPE. With bad_rows its bit is set instead, and the row leaves nothing behind:
+ * the next good row's elements and its norm follow those of the row before. TAVO_OUT_OF_RANGE: a row's sum of squares
+ * is infinite or NaN; the call ends at once. TAVO_UNSUPPORTED: another type. */
+
+/* ---- vector_arith: sums, differences, products, quotients ---- */
 
 enum tavo_vector_op {
     TAVO_VECTOR_ADD = 19, /* a + b */
@@ -164,6 +212,38 @@ enum tavo_vector_op {
     TAVO_VECTOR_MUL = 21, /* a * b */
     TAVO_VECTOR_DIV = 22  /* a / b */
 };
+
+/* Element by element: of a column's rows and those of another one, one vector, or one number. TAVO_ELEM_FLOAT, _DOUBLE
+ * and _INT8 in either form, dense. The result, of res->enc or of each output image, is double for all operands, float
+ * if none is a double, int8 if both are. Operands are converted to the result's type first; then there is one rounding.
+ *
+ * Columns of several rows have TAVO_VEC_BY_POINTER, and so has a single vector, or TAVO_VEC_IMAGES with it for images:
+ * all flexible or all uniform. A number has neither of the two but TAVO_CONSTANT; data points at it, value_type and
+ * TAVO_NATIVE say what it is. `first` is the operand with the rows: b if a has one row and b several, else a. Row r's
+ * result goes to row r of res, an array of pointers (TAVO_VEC_BY_POINTER) like the columns; output images hold a valid
+ * head, of the dimension count of the operands, when the call starts. Uniform operands have first's vec_dims.
+ *
+ * Rows come from env as for vector_distance; one call does them all, whatever res->size is. norms is null, or has as
+ * many rows as first: norms->data[r] receives the Euclidean norm of row r's result. In the end all of norms is
+ * comparable unless norms->enc has TAVO_NATIVE. scratch is as for vector_distance; it serves a single float or double
+ * vector.
+ *
+ * One vector keeps its side of a difference or quotient. A number belongs to the right: with the number as `a`
+ * and a uniform column of several rows as `b` the kernel reads a vector at the number's address and takes the first
+ * element of each row for the number. (With a flexible column it computes row op number.)
+ *
+ * A result that is infinite, NaN or beyond int8 is TAVO_OUT_OF_RANGE, and so is a norm. Results are tested in blocks
+ * (64 floats, 32 doubles, 256 int8; then 16, 8 or 32; then one by one), and a block in which one fails is not stored.
+ * int8 by int8: a number 0 as divisor is TAVO_DIVISION_BY_ZERO. An int8 result is truncated, and a 0 in the divisor has
+ * that status too. A float or double result of two int8 vectors is a quotient of floats, 0.5 for 1 / 2, without a test:
+ * a zero divisor gives infinity or NaN; but the elements behind the last whole 16 (float) or 8 (double) are divided as
+ * integers are, 0 for 1 / 2, and a zero divisor is TAVO_DIVISION_BY_ZERO there.
+ *
+ * In uniform columns these statuses end the call at their row: rows before it are written, resume_row is as it was. In
+ * flexible ones the row loses its bit in env->valid_rows, as does one with an image that is refused, sparse, of another
+ * dimension count than the others or of types without a kernel. Others: TAVO_UNSUPPORTED for operands of other
+ * shapes, norms of another size, a bad image of the one vector; TAVO_BAD_INPUT for another operation, flexible with
+ * uniform, types without a kernel. */
 
 TAVO_STATIC_ASSERT(sizeof(lvector_header) == 8, "size of lvector_header");
 TAVO_OFFSET(lvector_header, type, 0);

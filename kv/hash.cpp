@@ -3,43 +3,12 @@
 #include <cstring>
 
 #include "decode/symbol_refs.h"
+#include "frame/element_layout.h"
 #include "frame/tavoc_avx512g.h"
 #include "scan/packed_code.h"
 
 namespace tavo {
 namespace {
-
-struct element {
-    const void *bytes;
-    ub8 length;
-};
-
-template <class T>
-T load(const ub1 *p) noexcept {
-    T value;
-    std::memcpy(&value, p, sizeof value);
-    return value;
-}
-element element_at(ub8 address, ub8 length) noexcept { return {reinterpret_cast<const void *>(address), length}; }
-
-// The element at the walk's position; moves behind it.
-struct separate_lengths {
-    const ub2 *lengths;
-
-    element operator()(const ub1 *&walk, ub8 row) const noexcept {
-        const ub1 *bytes = walk;
-        walk += lengths[row];
-        return {bytes, lengths[row]};
-    }
-};
-struct lengths_inside {
-    element operator()(const ub1 *&walk, ub8) const noexcept {
-        const ub2 length = load<ub2>(walk);
-        const ub1 *bytes = walk + sizeof length;
-        walk = bytes + length;
-        return {bytes, length};
-    }
-};
 
 constexpr ub8 prefetch_rows = 16; // ahead of the row that is hashed
 
@@ -99,7 +68,7 @@ template <class Codes>
     const auto by = [&](const auto &symbol) {
         hash_placed(out, rows, seeds, [&](ub8 row) {
             const symbol_extent s = symbol(code(row));
-            return element_at(s.address, s.length);
+            return element{reinterpret_cast<const ub1 *>(s.address), s.length};
         });
     };
     const tavo_enc_ctx *enc = TAVO_VEC_ENC_CTX(column_);
@@ -109,15 +78,15 @@ template <class Codes>
         by(cla_symbols(enc));
 }
 
-template <class Element>
-[[gnu::always_inline]] inline void column_hasher::hash_walked(ub8 *out, ub4 rows, hash_seeds seeds,
-                                                              Element element) noexcept {
-    const ub1 *walk = walk_;
+template <class Cursor>
+[[gnu::always_inline]] inline void column_hasher::hash_walked(ub8 *out, ub4 rows, hash_seeds seeds) noexcept {
+    Cursor cursor(column_, walk_, 0);
     for (ub8 i = 0; i < rows; i++) {
-        const auto [bytes, length] = element(walk, row_ + i);
+        const auto [bytes, length] = cursor.at(row_ + i);
+        cursor.next(row_ + i);
         out[i] = hash_(bytes, length, seeds(row_ + i));
     }
-    walk_ = walk;
+    walk_ = cursor.position;
 }
 
 void column_hasher::operator()(ub8 *out, ub4 rows, hash_seeds seeds) noexcept {
@@ -125,40 +94,41 @@ void column_hasher::operator()(ub8 *out, ub4 rows, hash_seeds seeds) noexcept {
     walk_before_ = walk_;
     const unsigned width = static_cast<ub1>(TAVO_VEC_ENC_CTX(column_)->width_bits);
     const ub1 *data = data_;
-    const ub2 *lengths = column_->lengths;
     switch (form_) {
-    case form::fixed:
-        for (ub8 i = 0, bytes = width / 8; i < rows; i++)
-            out[i] = hash_(data + (row_ + i) * bytes, bytes, seeds(row_ + i));
+    case form::fixed: {
+        const fixed_elements fixed(column_, data);
+        for (ub8 i = 0; i < rows; i++)
+            out[i] = hash_(fixed(row_ + i).bytes, fixed.bytes, seeds(row_ + i));
         break;
+    }
     case form::packed_codes:
         hash_symbols(out, rows, seeds, [=](ub8 row) { return packed_code(data, row, width); });
         break;
-    case form::codes: hash_symbols(out, rows, seeds, [=](ub8 row) { return load<ub4>(data + row * 4); }); break;
-    case form::separate_lengths: hash_walked(out, rows, seeds, separate_lengths{lengths}); break;
-    case form::lengths_inside: hash_walked(out, rows, seeds, lengths_inside()); break;
-    case form::addresses:
-        hash_placed(out, rows, seeds, [=](ub8 row) { return element_at(load<ub8>(data + row * 8), lengths[row]); });
+    case form::codes:
+        hash_symbols(out, rows, seeds, [=](ub8 row) {
+            ub4 code;
+            std::memcpy(&code, data + row * sizeof code, sizeof code);
+            return code;
+        });
         break;
-    case form::references:
-        hash_placed(out, rows, seeds,
-                    [=](ub8 row) { return element_at(load<ub8>(data + row * 10 + 2), load<ub2>(data + row * 10)); });
-        break;
+    case form::separate_lengths: hash_walked<lv_sep_cursor>(out, rows, seeds); break;
+    case form::lengths_inside: hash_walked<lv_cursor>(out, rows, seeds); break;
+    case form::addresses: hash_placed(out, rows, seeds, lp_sep_elements(column_, data)); break;
+    case form::references: hash_placed(out, rows, seeds, lp_elements(column_, data)); break;
     case form::none: break;
     }
     row_ += rows;
 }
 
 void column_hasher::walk_over(ub4 rows) noexcept {
-    if (form_ == form::separate_lengths) {
-        ub8 bytes = 0; // a sum that compilers turn into vectors: a resumed walk begins at the column's first row
-        for (ub8 row = row_; row < row_ + rows; row++)
-            bytes += column_->lengths[row];
-        walk_ += bytes;
-    } else {
-        for (ub4 row = 0; row < rows; row++)
-            lengths_inside()(walk_, row);
-    }
+    const auto over = [&](auto cursor) {
+        cursor.skip(row_, rows);
+        walk_ = cursor.position;
+    };
+    if (form_ == form::separate_lengths)
+        over(lv_sep_cursor(column_, walk_, 0));
+    else
+        over(lv_cursor(column_, walk_, 0));
 }
 
 void column_hasher::retreat_to(ub4 rows) noexcept {

@@ -47,8 +47,8 @@ private:
     void hash_placed(ub8 *out, ub4 rows, hash_seeds seeds, Element element) const noexcept;
     template <class Codes>
     void hash_symbols(ub8 *out, ub4 rows, hash_seeds seeds, Codes code) const noexcept;
-    template <class Element>
-    void hash_walked(ub8 *out, ub4 rows, hash_seeds seeds, Element element) noexcept;
+    template <class Cursor>
+    void hash_walked(ub8 *out, ub4 rows, hash_seeds seeds) noexcept;
     void walk_over(ub4 rows) noexcept;
 
     const tavo_vec *column_;

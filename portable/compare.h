@@ -16,9 +16,12 @@
 #define _MM_CMPINT_GT 6
 #endif
 #ifndef _CMP_LE_OQ
+#define _CMP_EQ_OQ 0
+#define _CMP_UNORD_Q 3
 #define _CMP_LT_OQ 17
 #define _CMP_LE_OQ 18
 #define _CMP_NGT_UQ 26
+#define _CMP_GE_OQ 29
 #define _CMP_GT_OQ 30
 #endif
 
@@ -84,7 +87,34 @@ inline auto testn(Vector a, Vector b) {
     return mask_where<lanes_in<Lane, Vector>>([&](unsigned i) { return (x[i] & y[i]) == 0; });
 }
 
+// Lanes of one of the classes: 1 quiet NaN, 2 +0, 4 -0, 8 +infinity, 16 -infinity, 32 subnormal, 64 negative and
+// finite, 128 signalling NaN.
+template <class Lane, class Bits, class Vector>
+inline auto of_class(Vector a, int classes) {
+    constexpr unsigned width = 8 * sizeof(Bits), fraction = sizeof(Bits) == 4 ? 23 : 52;
+    const auto x = lanes<Bits>(a);
+    return mask_where<lanes_in<Lane, Vector>>([&](unsigned i) {
+        const Bits u = x[i], magnitude = u & ~(Bits{1} << (width - 1));
+        const bool negative = u != magnitude;
+        const Bits infinity = (Bits{1} << (width - 1)) - (Bits{1} << fraction);
+        if (magnitude > infinity)
+            return (classes & (u >> (fraction - 1) & 1 ? 1 : 128)) != 0;
+        if (magnitude == infinity)
+            return (classes & (negative ? 16 : 8)) != 0;
+        if (magnitude == 0)
+            return (classes & (negative ? 4 : 2)) != 0;
+        return ((classes & 32) != 0 && magnitude >> fraction == 0) || ((classes & 64) != 0 && negative);
+    });
+}
+
 } // namespace tavo::portable
+
+inline __mmask16 _mm512_fpclass_ps_mask(__m512 a, int classes) {
+    return tavo::portable::of_class<float, std::uint32_t>(a, classes);
+}
+inline __mmask8 _mm512_fpclass_pd_mask(__m512d a, int classes) {
+    return tavo::portable::of_class<double, std::uint64_t>(a, classes);
+}
 
 #define TAVO_COMPARE_BY_NUMBER(prefix, V, Lane, type)                                                                  \
     inline auto prefix##_cmp_##type##_mask(V a, V b, int predicate) {                                                  \

@@ -83,6 +83,7 @@ using __mmask64 = simde__mmask64;
 #define _mm512_add_epi8 simde_mm512_add_epi8
 #define _mm512_add_pd simde_mm512_add_pd
 #define _mm512_add_ps simde_mm512_add_ps
+#define _mm512_adds_epi8 simde_mm512_adds_epi8
 #define _mm512_and_epi32 simde_mm512_and_epi32
 #define _mm512_and_epi64 simde_mm512_and_epi64
 #define _mm512_and_si512 simde_mm512_and_si512
@@ -91,8 +92,11 @@ using __mmask64 = simde__mmask64;
 #define _mm512_broadcast_i64x4 simde_mm512_broadcast_i64x4
 #define _mm512_castpd512_pd256 simde_mm512_castpd512_pd256
 #define _mm512_castpd_si512 simde_mm512_castpd_si512
+#define _mm512_castps256_ps512 simde_mm512_castps256_ps512
 #define _mm512_castps512_ps256 simde_mm512_castps512_ps256
+#define _mm512_castps_si512 simde_mm512_castps_si512
 #define _mm512_castsi128_si512 simde_mm512_castsi128_si512
+#define _mm512_castsi256_si512 simde_mm512_castsi256_si512
 #define _mm512_castsi512_pd simde_mm512_castsi512_pd
 #define _mm512_castsi512_ps simde_mm512_castsi512_ps
 #define _mm512_castsi512_si128 simde_mm512_castsi512_si128
@@ -104,12 +108,15 @@ using __mmask64 = simde__mmask64;
 #define _mm512_extractf64x4_pd simde_mm512_extractf64x4_pd
 #define _mm512_extracti32x4_epi32 simde_mm512_extracti32x4_epi32
 #define _mm512_extracti64x4_epi64 simde_mm512_extracti64x4_epi64
+#define _mm512_insertf32x8 simde_mm512_insertf32x8
 #define _mm512_insertf64x4 simde_mm512_insertf64x4
 #define _mm512_inserti32x4 simde_mm512_inserti32x4
 #define _mm512_load_si512 simde_mm512_load_si512
 #define _mm512_loadu_pd simde_mm512_loadu_pd
 #define _mm512_loadu_ps simde_mm512_loadu_ps
 #define _mm512_loadu_si512 simde_mm512_loadu_si512
+#define _mm512_madd_epi16 simde_mm512_madd_epi16
+#define _mm512_maddubs_epi16 simde_mm512_maddubs_epi16
 #define _mm512_mask_max_epu16 simde_mm512_mask_max_epu16
 #define _mm512_mask_max_epu8 simde_mm512_mask_max_epu8
 #define _mm512_mask_min_epu16 simde_mm512_mask_min_epu16
@@ -134,12 +141,15 @@ using __mmask64 = simde__mmask64;
 #define _mm512_or_epi32 simde_mm512_or_epi32
 #define _mm512_or_epi64 simde_mm512_or_epi64
 #define _mm512_or_si512 simde_mm512_or_si512
+#define _mm512_packus_epi16 simde_mm512_packus_epi16
 #define _mm512_permutex2var_epi16 simde_mm512_permutex2var_epi16
 #define _mm512_permutex2var_epi32 simde_mm512_permutex2var_epi32
 #define _mm512_permutex2var_epi64 simde_mm512_permutex2var_epi64
+#define _mm512_permutex2var_pd simde_mm512_permutex2var_pd
 #define _mm512_permutex2var_ps simde_mm512_permutex2var_ps
 #define _mm512_permutexvar_epi16 simde_mm512_permutexvar_epi16
 #define _mm512_permutexvar_epi32 simde_mm512_permutexvar_epi32
+#define _mm512_permutexvar_epi64 simde_mm512_permutexvar_epi64
 #define _mm512_permutexvar_pd simde_mm512_permutexvar_pd
 #define _mm512_permutexvar_ps simde_mm512_permutexvar_ps
 #define _mm512_popcnt_epi64 simde_mm512_popcnt_epi64
@@ -163,6 +173,7 @@ using __mmask64 = simde__mmask64;
 #define _mm512_shuffle_f64x2 simde_mm512_shuffle_f64x2
 #undef _mm512_shuffle_ps
 #define _mm512_shuffle_ps simde_mm512_shuffle_ps
+#define _mm512_slli_epi16 simde_mm512_slli_epi16
 #define _mm512_slli_epi32 simde_mm512_slli_epi32
 #define _mm512_slli_epi64 simde_mm512_slli_epi64
 #define _mm512_sllv_epi16 simde_mm512_sllv_epi16
@@ -185,6 +196,7 @@ using __mmask64 = simde__mmask64;
 #define _mm512_sub_epi8 simde_mm512_sub_epi8
 #define _mm512_sub_pd simde_mm512_sub_pd
 #define _mm512_sub_ps simde_mm512_sub_ps
+#define _mm512_subs_epi8 simde_mm512_subs_epi8
 #define _mm512_ternarylogic_epi32 simde_mm512_ternarylogic_epi32
 #define _mm512_ternarylogic_epi64 simde_mm512_ternarylogic_epi64
 #define _mm512_unpackhi_pd simde_mm512_unpackhi_pd

@@ -1,8 +1,6 @@
 // A column's elements in the order of its rows, a batch at a time, whatever their layout.
 #pragma once
 
-#include <initializer_list>
-
 #include "rows/element_batch.h"
 
 namespace tavo {
@@ -86,7 +84,7 @@ private:
                 sums_u32x16 = _mm512_add_epi32(
                     sums_u32x16, _mm512_permutex2var_epi32(sums_u32x16, _mm512_load_si512(lanes_up.by[step]),
                                                            _mm512_setzero_si512()));
-            batch.set_16(i, reinterpret_cast<ub8>(at_), _mm512_sub_epi32(sums_u32x16, lengths_u32x16), lengths_u32x16);
+            batch.set_addresses(i, reinterpret_cast<ub8>(at_), _mm512_sub_epi32(sums_u32x16, lengths_u32x16));
             const __m512i last = _mm512_permutexvar_epi32(_mm512_set1_epi32(15), sums_u32x16);
             at_ += static_cast<ub4>(_mm_cvtsi128_si64(_mm512_castsi512_si128(last)));
         }

@@ -2,6 +2,8 @@
 // them, out of a column or a table, knows nothing of what writes them, and both go by whole registers where they can.
 #pragma once
 
+#include <initializer_list>
+
 #include "frame/element_layout.h"
 
 namespace tavo {
@@ -16,25 +18,24 @@ struct element_batch {
         address[i] = reinterpret_cast<ub8>(e.bytes);
         length[i] = e.length;
     }
-    // Sixteen elements at `start` bytes behind `base`.
-    [[gnu::always_inline]] void set_16(ub4 i, ub8 base, __m512i start_u32x16, __m512i length_u32x16) noexcept {
+    // The addresses of sixteen elements, `start` bytes behind `base`.
+    [[gnu::always_inline]] void set_addresses(ub4 i, ub8 base, __m512i start_u32x16) noexcept {
         const __m512i base_u64x8 = _mm512_set1_epi64(static_cast<long long>(base));
         const __m256i low = _mm512_castsi512_si256(start_u32x16), high = _mm512_extracti64x4_epi64(start_u32x16, 1);
         _mm512_storeu_si512(address + i, _mm512_add_epi64(base_u64x8, _mm512_cvtepu32_epi64(low)));
         _mm512_storeu_si512(address + i + 8, _mm512_add_epi64(base_u64x8, _mm512_cvtepu32_epi64(high)));
-        _mm512_storeu_si512(length + i, length_u32x16);
     }
     [[gnu::always_inline]] const ub1 *bytes(ub4 i) const noexcept { return reinterpret_cast<const ub1 *>(address[i]); }
 };
 
-// ---- Records of 10 bytes, eight at a time: five words each, forty in all, the last eight in a register of their own
-// ----
+// ---- Records of 10 bytes, eight at a time: five words each, forty in all, the last eight in a register apart ----
 
 struct alignas(64) record_words {
-    ub2 address[32]; // places in the forty words of the addresses' words
-    ub2 length[32];  // of the lengths, eight
-    ub2 first[32];   // of a record's words in 32 words of addresses, 8 of lengths: the first 32 of the forty
-    ub2 last[32];    // and the last 8
+    ub2 address[32];  // places in the forty words of the addresses' words
+    ub2 length[32];   // of the lengths, eight
+    ub2 first[32];    // of a record's words in 32 words of addresses, 8 of lengths: the first 32 of the forty
+    ub2 last[32];     // and the last 8
+    ub2 apart[2][32]; // the same words, a record at the start of each 16 bytes: four records, and four more
 };
 consteval record_words words_of_records() {
     record_words w{};
@@ -47,6 +48,9 @@ consteval record_words words_of_records() {
         const unsigned k = i / 5, j = i % 5;
         (i < 32 ? w.first[i] : w.last[i - 32]) = static_cast<ub2>(j == 0 ? 32 + k : 4 * k + j - 1);
     }
+    for (unsigned k = 0; k < 8; k++)
+        for (unsigned j = 0; j < 5; j++)
+            w.apart[k / 4][8 * (k % 4) + j] = static_cast<ub2>(j == 0 ? 32 + k : 4 * k + j - 1);
     return w;
 }
 inline constexpr record_words words_of_record = words_of_records();
@@ -58,9 +62,9 @@ inline void read_records(element_batch &batch, ub4 at, const ub1 *records, ub4 n
     const auto eight = [&](ub4 i, __m512i words, __m128i further_words) {
         const __m512i further = _mm512_castsi128_si512(further_words);
         _mm512_storeu_si512(batch.address + at + i, _mm512_permutex2var_epi16(words, address, further));
-        const __m128i lengths_u16x8 = _mm512_castsi512_si128(_mm512_permutex2var_epi16(words, length, further));
+        const __m256i lengths_u16x8 = _mm512_castsi512_si256(_mm512_permutex2var_epi16(words, length, further));
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(batch.length + at + i),
-                            _mm512_castsi512_si256(_mm512_cvtepu16_epi32(_mm256_castsi128_si256(lengths_u16x8))));
+                            _mm512_castsi512_si256(_mm512_cvtepu16_epi32(lengths_u16x8)));
     };
     ub4 i = 0;
     for (; i + 8 <= n; i += 8, records += 80)
@@ -72,13 +76,14 @@ inline void read_records(element_batch &batch, ub4 at, const ub1 *records, ub4 n
     }
 }
 
-// The first n lengths of the batch with these addresses; writes exactly n records.
-inline void write_records(ub1 *records, const ub8 *addresses, const ub4 *lengths, ub4 n) noexcept {
+// n records, of n addresses and n lengths, eight at a time: addresses(i) and lengths(i) are the eight from element i
+// on, 64 bits and 16 bits wide, and may be anything behind the n-th. Nothing but the records is written.
+template <class Addresses, class Lengths>
+[[gnu::always_inline]] inline void write_records_of(ub1 *records, ub4 n, Addresses addresses,
+                                                    Lengths lengths) noexcept {
     const __m512i first = _mm512_load_si512(words_of_record.first), last = _mm512_load_si512(words_of_record.last);
     const auto words_of_eight = [&](ub4 i, __m512i &words, __m128i &further) {
-        const __m512i address = _mm512_loadu_si512(addresses + i);
-        const __m512i length = _mm512_castsi128_si512(
-            _mm256_cvtepi32_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(lengths + i))));
+        const __m512i address = addresses(i), length = _mm512_castsi128_si512(lengths(i));
         words = _mm512_permutex2var_epi16(address, first, length);
         further = _mm512_castsi512_si128(_mm512_permutex2var_epi16(address, last, length));
     };
@@ -95,6 +100,29 @@ inline void write_records(ub1 *records, const ub8 *addresses, const ub4 *lengths
         words_of_eight(i, words, further);
         _mm512_mask_storeu_epi16(records, _bzhi_u32(~0u, left), words);
         _mm_mask_storeu_epi16(records + 64, static_cast<__mmask8>(_bzhi_u32(0xff, left < 32 ? 0 : left - 32)), further);
+    }
+}
+inline void write_records(ub1 *records, const ub8 *addresses, const ub4 *lengths, ub4 n) noexcept {
+    write_records_of(
+        records, n, [&](ub4 i) { return _mm512_loadu_si512(addresses + i); },
+        [&](ub4 i) {
+            return _mm256_cvtepi32_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(lengths + i)));
+        });
+}
+
+// The same, `stride` bytes from one record to the next. What lies between them is not touched.
+inline void write_records_apart(ub1 *to, ub8 stride, const ub8 *addresses, const ub4 *lengths, ub4 n) noexcept {
+    constexpr __mmask8 record = 0x1f;
+    alignas(64) ub1 eight[8 * 16];
+    for (ub4 i = 0; i < n; i += 8) {
+        const __m512i address = _mm512_loadu_si512(addresses + i);
+        const __m512i length = _mm512_castsi128_si512(
+            _mm256_cvtepi32_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(lengths + i))));
+        for (unsigned half : {0u, 1u})
+            _mm512_store_si512(eight + 64 * half, _mm512_permutex2var_epi16(
+                                                      address, _mm512_load_si512(words_of_record.apart[half]), length));
+        for (ub4 k = 0; k < 8 && k < n - i; k++, to += stride)
+            _mm_mask_storeu_epi16(to, record, _mm_loadu_si128(reinterpret_cast<const __m128i *>(eight + 16 * k)));
     }
 }
 

@@ -110,7 +110,8 @@ inline ub4 copy_cla_rows(const cla_table &table, ub4 cols, gather_output &out, u
             copy_bytes(out.to, all.bytes, all.length);
             const ub1 *entry = table.entry(places, k, 0);
             for (ub4 i = 0; i < cols; i += 16) {
-                const auto there = static_cast<__mmask16>(_bzhi_u32(0xffff, cols - i));
+                const auto there =
+                    static_cast<__mmask16>(_bzhi_u32(0xffff, cols - i < 16 ? cols - i : 16)); // of 8 bits
                 const __m512i lengths_u32x16 = _mm512_sub_epi32(_mm512_maskz_loadu_epi32(there, entry + 4 * (i + 1)),
                                                                 _mm512_maskz_loadu_epi32(there, entry + 4 * i));
                 _mm256_mask_storeu_epi16(out.lengths + 2 * i, there, _mm512_cvtepi32_epi16(lengths_u32x16));

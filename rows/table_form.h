@@ -68,7 +68,8 @@ struct cla_table {
             const auto there = static_cast<__mmask16>(_bzhi_u32(0xffff, n - i));
             const __m512i start = _mm512_maskz_loadu_epi32(there, from),
                           end = _mm512_maskz_loadu_epi32(there, from + sizeof(ub4));
-            batch.set_16(at + i, base(places, k), start, _mm512_sub_epi32(end, start));
+            batch.set_addresses(at + i, base(places, k), start);
+            _mm512_storeu_si512(batch.length + at + i, _mm512_sub_epi32(end, start));
         }
     }
 };
@@ -92,7 +93,8 @@ struct fixed_table {
             const auto numbers = [&](const ub1 *array) {
                 return _mm512_cvtepu8_epi32(_mm_maskz_loadu_epi8(there, array + first + i));
             };
-            batch.set_16(at + i, places.at[k], numbers(col_offsets), numbers(col_bytes));
+            batch.set_addresses(at + i, places.at[k], numbers(col_offsets));
+            _mm512_storeu_si512(batch.length + at + i, numbers(col_bytes));
         }
     }
 };

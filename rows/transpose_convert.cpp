@@ -40,36 +40,21 @@ struct packed_table {
     ub4 sum;        // of all sizes so far
 
     ub8 room() const noexcept { return static_cast<ub8>(end - to); }
-    // The index entry of `size` bytes at `bytes`.
-    [[gnu::always_inline]] void index(const ub1 *bytes, ub8 size) noexcept {
+    // Index entries of n pieces.
+    void index(const ub8 *addresses, const ub4 *sizes, ub4 n) noexcept {
         if (record) {
-            put_lp(record, 0, {bytes, static_cast<ub4>(size)});
-            record += record_bytes;
+            write_records(record, addresses, sizes, n);
+            record += ub8{n} * record_bytes;
         }
         if (sum_entry) {
-            sum += static_cast<ub4>(size);
-            memcpy(sum_entry, &sum, sizeof sum);
-            sum_entry += sizeof sum;
-        }
-    }
-    // The entries of n elements that go to `to`, each behind `head` bytes.
-    template <unsigned Head>
-    void index_elements(const element_batch &batch, ub4 n) noexcept {
-        if (record) {
-            alignas(64) ub8 target[element_batch::capacity + 8];
-            ub8 at = reinterpret_cast<ub8>(to);
+            ub4 total = sum;
             for (ub4 k = 0; k < n; k++) {
-                target[k] = at + Head;
-                at += Head + batch.length[k];
+                total += sizes[k];
+                memcpy(sum_entry + k * sizeof total, &total, sizeof total);
             }
-            write_records(record, target, batch.length, n);
-            record += n * record_bytes;
+            sum_entry += n * sizeof total;
+            sum = total;
         }
-        if (sum_entry)
-            for (ub4 k = 0; k < n; k++, sum_entry += sizeof sum) {
-                sum += batch.length[k];
-                memcpy(sum_entry, &sum, sizeof sum);
-            }
     }
 };
 
@@ -85,7 +70,7 @@ public:
         source_.fetch_first();
         if (cols_ == 0) {
             for (ub8 row = 0; RowIndex && row < n; row++)
-                table_.index(table_.to, 0);
+                index_one(0);
             return n;
         }
         const ub4 group = cols_ < element_batch::capacity ? element_batch::capacity / cols_ : 1;
@@ -105,16 +90,44 @@ private:
         const batch_extent extent = extent_of(batch_.length, rows * cols_);
         if (extent.bytes + ub8{Head} * rows * cols_ > table_.room()) [[unlikely]]
             rows = rows_that_fit();
-        if constexpr (RowIndex) {
-            ub1 *start = table_.to;
-            for (ub4 row = 0; row < rows; row++) {
-                const ub8 size = size_of_row(row);
-                table_.index(start, size);
-                start += size;
-            }
-        }
+        if constexpr (RowIndex)
+            index_rows(rows);
+        else
+            index_elements(rows * cols_);
         write_batch(rows * cols_, extent.widest);
         return rows;
+    }
+    // Where n elements go, which will be written from table_.to on, each behind its head; the end behind them.
+    void place(ub8 *start, ub4 n) const noexcept {
+        ub8 at = reinterpret_cast<ub8>(table_.to);
+        for (ub4 k = 0; k < n; k++) {
+            start[k] = at + Head;
+            at += Head + batch_.length[k];
+        }
+        start[n] = at + Head;
+    }
+    void index_elements(ub4 n) noexcept {
+        ub8 start[element_batch::capacity + 8];
+        if (table_.record)
+            place(start, n);
+        table_.index(start, batch_.length, n);
+    }
+    void index_rows(ub4 rows) noexcept {
+        ub8 start[element_batch::capacity + 8];
+        ub4 size[element_batch::capacity + 8];
+        place(start, rows * cols_);
+        for (ub4 row = 0; row < rows; row++) { // the rows' own places overwrite those of elements already seen
+            const ub8 first = start[row * cols_];
+            size[row] = static_cast<ub4>(start[(row + 1) * cols_] - first);
+            start[row] = first - Head;
+        }
+        table_.index(start, size, rows);
+    }
+    // The entry of one piece at table_.to.
+    void index_one(ub8 bytes) noexcept {
+        const ub8 address[8] = {reinterpret_cast<ub8>(table_.to)};
+        const ub4 size[8] = {static_cast<ub4>(bytes)};
+        table_.index(address, size, 1);
     }
     ub8 size_of_row(ub4 row) const noexcept {
         ub8 size = ub8{Head} * cols_;
@@ -137,10 +150,12 @@ private:
         if (size > table_.room())
             return 0;
         if constexpr (RowIndex)
-            table_.index(table_.to, size);
+            index_one(size);
         for (ub4 col = 0; col < cols_;) {
             const ub4 left = cols_ - col, n = left < element_batch::capacity ? left : element_batch::capacity;
             read_records(batch_, 0, source_.at, n);
+            if constexpr (!RowIndex)
+                index_elements(n);
             write_batch(n, extent_of(batch_.length, n).widest);
             col += n;
         }
@@ -148,8 +163,6 @@ private:
     }
 
     void write_batch(ub4 n, ub4 widest) noexcept {
-        if constexpr (!RowIndex)
-            table_.template index_elements<Head>(batch_, n);
         table_.to = copy_elements<Head>(table_.to, batch_, n, widest, source_);
         source_.at += ub8{n} * record_bytes;
     }

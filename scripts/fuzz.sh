@@ -10,7 +10,7 @@ mkdir -p "$build"
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang-14 \
     -DCMAKE_CXX_COMPILER=clang++-14 -DTAVO_WERROR=ON -DTAVO_FUZZ=ON -DTAVO_BUILD_HOST=OFF -DTAVO_BUILD_BENCH=OFF \
     >"$build.log" 2>&1 || { cat "$build.log" >&2; exit 1; }
-targets=(spak_decode encoder)
+targets=(spak_decode encoder vector_text)
 cmake --build "$build" --target "${targets[@]/%/_fuzz}"
 for target in "${targets[@]}"; do
     mkdir -p "$build/new/$target"

@@ -8,7 +8,8 @@ packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libxxhash-dev nlohmann-j
 here=$(dirname "$(readlink -f "$0")")
 if lacks=$("$here/processor.sh"); then native=yes; else native=no; fi
 # The benchmarks, and what they measure against.
-benches=(libbenchmark-dev liblz4-dev libroaring-dev libfaiss-dev liblapack-dev libabsl-dev libgeos-dev libs2-dev)
+benches=(libbenchmark-dev liblz4-dev libroaring-dev libfaiss-dev liblapack-dev libabsl-dev libtbb-dev libgeos-dev libs2-dev
+    libfast-float-dev)
 case $mode in
 build) [ $native = yes ] || packages+=(libsimde-dev) ;;
 test) packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config clang-14 binutils) ;;
@@ -20,7 +21,7 @@ bench)
     packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config sqlite3 mawk)
     ;;
 aarch64) packages+=(libsimde-dev libgtest-dev googletest pkg-config g++-aarch64-linux-gnu qemu-user) ;;
-memcheck) packages+=(libsimde-dev libgtest-dev libbenchmark-dev libabsl-dev pkg-config binutils valgrind) ;;
+memcheck) packages+=(libsimde-dev libgtest-dev libbenchmark-dev libabsl-dev libtbb-dev pkg-config binutils valgrind) ;;
 fuzz) packages+=(libgtest-dev clang-14 libclang-rt-14-dev) ;;
 *)
     echo "usage: scripts/setup.sh build|test|bench|fuzz|aarch64|memcheck" >&2

@@ -38,8 +38,10 @@ bool by_rows(const tavo_vec *v) { return has_flag(v, TAVO_VEC_BY_POINTER | TAVO_
 operand_shape shape_of_arith(const tavo_vec *first, const tavo_vec *second) {
     const ub4 n = TAVO_VEC_SIZE(first), m = TAVO_VEC_SIZE(second);
     operand_shape shape{TAVO_DONE, n == m, is_flexible(first)};
-    if ((!shape.paired && m != 1) || (n != 1 && !has_flag(first, TAVO_VEC_BY_POINTER)) ||
-        (shape.paired && m != 1 && !has_flag(second, TAVO_VEC_BY_POINTER)))
+    const bool fits = shape.paired
+                          ? n <= 1 || (has_flag(first, TAVO_VEC_BY_POINTER) && has_flag(second, TAVO_VEC_BY_POINTER))
+                          : m == 1 && (n == 1 || has_flag(first, TAVO_VEC_BY_POINTER));
+    if (!fits)
         shape.status = TAVO_UNSUPPORTED;
     else if (is_flexible(second) != shape.flexible)
         shape.status = TAVO_BAD_INPUT;

@@ -41,7 +41,6 @@ constexpr bool divides = std::is_same_v<Op, op_div>;
 // ---- Lanes of the result ----
 
 struct f32_arith : f32_lanes {
-    using number_type = f32;
     using element = float;
     template <unsigned N>
     [[gnu::always_inline]] static void load(ub1 form, const ub1 *p, value (&v)[N]) {
@@ -87,7 +86,6 @@ struct f32_arith : f32_lanes {
 };
 
 struct f64_arith : f64_lanes {
-    using number_type = f64;
     using element = double;
     [[gnu::always_inline]] static value low(__m512 v) { return _mm512_cvtps_pd(_mm512_castps512_ps256(v)); }
     [[gnu::always_inline]] static value high(__m512 v) { return _mm512_cvtps_pd(_mm512_extractf32x8_ps(v, 1)); }
@@ -190,10 +188,14 @@ template <class Op, class L>
             for (unsigned k = 0; k < n; k++)
                 sums[k] = L::add_squares(x[k], sums[k]);
         __m512i stored[n];
-        if (shape.comparable) {
+        if (shape.comparable && tested) {
 #pragma GCC unroll 4
             for (unsigned k = 0; k < n; k++)
-                stored[k] = encode_comparable<typename L::number_type>(L::bits(x[k]));
+                stored[k] = comparable_of_numbers(x[k]);
+        } else if (shape.comparable) {
+#pragma GCC unroll 4
+            for (unsigned k = 0; k < n; k++)
+                stored[k] = comparable_of(x[k]);
         } else {
 #pragma GCC unroll 4
             for (unsigned k = 0; k < n; k++)
@@ -230,9 +232,7 @@ template <class Op, class L>
         } else {
             wrong = L::out_of_range(r) & all;
         }
-        __m512i stored = L::bits(r);
-        if (shape.comparable)
-            stored = encode_comparable<typename L::number_type>(stored);
+        const __m512i stored = shape.comparable ? comparable_of(r) : L::bits(r);
         // Elements before the first wrong one stand written.
         L::store(out, wrong != 0 ? static_cast<mask>(wrong - 1) & static_cast<mask>(~wrong) & all : all, stored);
         if (wrong != 0)

@@ -124,7 +124,7 @@ template <class Op>
         const __mmask16 zeros = _mm512_mask_testn_epi32_mask(all, y, y);
         const __mmask16 wrong = zeros | _mm512_mask_cmpgt_epi32_mask(all, quotient, _mm512_set1_epi32(127));
         const auto good = static_cast<__mmask16>(before_first(wrong, all));
-        _mm512_mask_cvtepi32_storeu_epi8(out, good, quotient);
+        _mm_mask_storeu_epi8(out, good, _mm512_cvtepi32_epi8(quotient));
         if (wrong != 0)
             return (wrong & (0u - wrong) & zeros) != 0 ? +TAVO_DIVISION_BY_ZERO : +TAVO_OUT_OF_RANGE;
         if (shape.norm) // lanes behind the end hold 0, or 80000000 of 0 / 0

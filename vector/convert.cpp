@@ -16,16 +16,23 @@ namespace {
 
 // ---- 16 elements as binary32, and how they are written ----
 
-template <class From>
+template <class From, bool Whole>
 [[gnu::always_inline]] inline __m512 as_floats(const ub1 *p, __mmask16 m) {
+    using L = loader<From>;
     if constexpr (From::type == base::float64) {
-        using L = loader<From>;
-        const __m256 low = _mm512_cvtpd_ps(L::masked(p, static_cast<__mmask8>(m)));
-        const __m256 high = _mm512_cvtpd_ps(L::masked(p + 64, static_cast<__mmask8>(m >> 8)));
+        const __m256 low = _mm512_cvtpd_ps(Whole ? L::one(p) : L::masked(p, static_cast<__mmask8>(m)));
+        const __m256 high = _mm512_cvtpd_ps(Whole ? L::one(p + 64) : L::masked(p + 64, static_cast<__mmask8>(m >> 8)));
         return _mm512_insertf32x8(_mm512_castps256_ps512(low), high, 1);
     } else {
-        return loader<From>::lanes::number(loader<From>::masked(p, m));
+        return L::lanes::number(Whole ? L::one(p) : L::masked(p, m));
     }
+}
+template <bool Whole>
+[[gnu::always_inline]] inline void store_lanes(ub1 *out, __mmask16 m, __m512i v) {
+    if constexpr (Whole)
+        _mm512_storeu_si512(out, v);
+    else
+        _mm512_mask_storeu_epi32(out, m, v);
 }
 [[gnu::always_inline]] inline __m512d low_half(__m512 v) { return _mm512_cvtps_pd(_mm512_castps512_ps256(v)); }
 [[gnu::always_inline]] inline __m512d high_half(__m512 v) { return _mm512_cvtps_pd(_mm512_extractf32x8_ps(v, 1)); }
@@ -43,22 +50,26 @@ template <class From, class To>
 struct row_state {
     static constexpr bool narrows = To::bytes < From::bytes;
     static constexpr bool integers = From::type == base::int8 || To::type == base::int8;
-    __m512 highest, lowest; // to int8: NaN is neither
-    unsigned wrong = 0;     // lanes that are beyond binary32
+    unsigned wrong = 0; // lanes that are beyond To; NaN is not beyond int8
     bool norm, nan = false;
     __m512i exact; // sum of squares of integers
     double sum = 0.0;
 
-    [[gnu::always_inline]] explicit row_state(bool norm)
-        : highest(_mm512_setzero_ps()), lowest(_mm512_setzero_ps()), norm(norm), exact(_mm512_setzero_si512()) {}
+    [[gnu::always_inline]] explicit row_state(bool norm) : norm(norm), exact(_mm512_setzero_si512()) {}
 
+    // 16 elements, or the n of a rest under a mask.
+    template <bool Whole>
     [[gnu::always_inline]] void step(const ub1 *in, ub1 *out, __mmask16 m, unsigned n) {
-        const __m512 v = as_floats<From>(in, m);
+        const __m512 v = as_floats<From, Whole>(in, m);
         if constexpr (To::type == base::int8) {
-            highest = _mm512_mask_max_ps(highest, m, v, highest);
-            lowest = _mm512_mask_min_ps(lowest, m, v, lowest);
+            wrong |= (_mm512_cmp_ps_mask(v, _mm512_set1_ps(127.0f), _CMP_GT_OQ) |
+                      _mm512_cmp_ps_mask(v, _mm512_set1_ps(-128.0f), _CMP_LT_OQ)) &
+                     m;
             const __m512i integer = rounded(v);
-            _mm512_mask_cvtepi32_storeu_epi8(out, m, integer);
+            if constexpr (Whole)
+                _mm_storeu_si128(reinterpret_cast<__m128i *>(out), _mm512_cvtepi32_epi8(integer));
+            else
+                _mm_mask_storeu_epi8(out, m, _mm512_cvtepi32_epi8(integer));
             if (norm) {
                 nan |= _mm512_mask_cmp_ps_mask(m, v, v, _CMP_UNORD_Q) != 0;
                 exact = widened_sum(exact, squares_u32x16(_mm512_maskz_mov_epi32(m, integer)));
@@ -66,14 +77,18 @@ struct row_state {
         } else if constexpr (To::type == base::float32) {
             if constexpr (narrows)
                 wrong |= _mm512_fpclass_ps_mask(v, 0x99) & m;
-            _mm512_mask_storeu_epi32(out, m, encode_comparable<f32>(_mm512_castps_si512(v)));
+            store_lanes<Whole>(out, m, comparable_of_numbers(v)); // a row with a NaN is bad
             if (norm)
                 add_squares(v, m, n);
         } else {
-            _mm512_mask_storeu_epi64(out, static_cast<__mmask8>(m),
-                                     encode_comparable<f64>(_mm512_castpd_si512(low_half(v))));
-            _mm512_mask_storeu_epi64(out + 64, static_cast<__mmask8>(m >> 8),
-                                     encode_comparable<f64>(_mm512_castpd_si512(high_half(v))));
+            const __m512d low = low_half(v), high = high_half(v);
+            const __m512 none = _mm512_setzero_ps();
+            const bool numbers = From::type == base::int8 || _mm512_mask_cmp_ps_mask(m, v, none, _CMP_UNORD_Q) == 0;
+            // Lanes of 32 bits: two to an element.
+            store_lanes<Whole>(out, static_cast<__mmask16>(_pdep_u32(m & 0xff, 0x5555) * 3),
+                               numbers ? comparable_of_numbers(low) : comparable_of(low));
+            store_lanes<Whole>(out + 64, static_cast<__mmask16>(_pdep_u32(static_cast<unsigned>(m) >> 8, 0x5555) * 3),
+                               numbers ? comparable_of_numbers(high) : comparable_of(high));
             if (norm)
                 add_squares(v, m, n);
         }
@@ -91,13 +106,6 @@ struct row_state {
                 for (unsigned i = 0; i < n; i++)
                     sum = __builtin_fma(static_cast<double>(value[i]), static_cast<double>(value[i]), sum);
         }
-    }
-    // Lanes that no element of the row came to hold 0.
-    [[gnu::always_inline]] bool bad() const {
-        if constexpr (To::type == base::int8 && narrows)
-            return (_mm512_cmp_ps_mask(highest, _mm512_set1_ps(127.0f), _CMP_GT_OQ) |
-                    _mm512_cmp_ps_mask(lowest, _mm512_set1_ps(-128.0f), _CMP_LT_OQ)) != 0;
-        return wrong != 0;
     }
     [[gnu::always_inline]] ub4 store(double *at) const {
         return store_norm(nan ? __builtin_nan("") : integers ? total(exact) : sum, at);
@@ -120,10 +128,11 @@ ub4 convert(arguments a) {
         ub1 *out = a.out;
         ub8 left = a.dims;
         for (; left >= 16; left -= 16, in += 16 * From::bytes, out += 16 * To::bytes)
-            state.step(in, out, 0xffff, 16);
+            state.template step<true>(in, out, 0xffff, 16);
         if (left != 0)
-            state.step(in, out, f32_lanes::first(static_cast<unsigned>(left)), static_cast<unsigned>(left));
-        if (state.bad()) {
+            state.template step<false>(in, out, f32_lanes::first(static_cast<unsigned>(left)),
+                                       static_cast<unsigned>(left));
+        if (state.wrong != 0) {
             if (a.bad_rows == nullptr)
                 return TAVO_BAD_SHAPE;
             a.bad_rows[row / 64] |= 1ull << row % 64;

@@ -145,6 +145,19 @@ struct int8_lanes : f32_lanes {
     }
 };
 
+// Lanes to comparable elements as they lie in memory. The second form is for lanes without a NaN: adding zero is what
+// makes -0.0 a +0.0.
+[[gnu::always_inline]] inline __m512i comparable_of(__m512 v) { return encode_comparable<f32>(_mm512_castps_si512(v)); }
+[[gnu::always_inline]] inline __m512i comparable_of(__m512d v) {
+    return encode_comparable<f64>(_mm512_castpd_si512(v));
+}
+[[gnu::always_inline]] inline __m512i comparable_of_numbers(__m512 v) {
+    return encode_comparable_number<f32>(_mm512_castps_si512(_mm512_add_ps(v, _mm512_setzero_ps())));
+}
+[[gnu::always_inline]] inline __m512i comparable_of_numbers(__m512d v) {
+    return encode_comparable_number<f64>(_mm512_castpd_si512(_mm512_add_pd(v, _mm512_setzero_pd())));
+}
+
 // ---- Loaders: one register, one under a mask, two ----
 
 template <class Form>

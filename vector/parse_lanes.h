@@ -135,7 +135,7 @@ struct element_batch {
     const __m512i almost_half = _mm512_set1_epi64(0x3fdfffffffffffff), sign = _mm512_set1_epi64(f64::sign);
     const __m512i offset = _mm512_ternarylogic_epi64(_mm512_castpd_si512(v), sign, almost_half, 0xea);
     const __m256i integers = _mm512_cvttpd_epi32(_mm512_add_pd(v, _mm512_castsi512_pd(offset)));
-    _mm512_mask_cvtepi32_storeu_epi8(out, all, _mm512_castsi256_si512(integers));
+    _mm_mask_storeu_epi8(out, all, _mm512_cvtepi32_epi8(_mm512_castsi256_si512(integers)));
     v = _mm512_cvtepi32_pd(integers);
     return true;
 }

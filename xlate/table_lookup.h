@@ -61,30 +61,31 @@ template <int Lane>
     return _mm_insert_epi32(v, static_cast<int>(entry), Lane);
 }
 
-// As many entries as 128 bits hold; at(j) is the address of the j-th.
-template <class T, class At>
-[[gnu::always_inline]] inline __m128i entries_at(At at) noexcept {
-    return [&]<int... j>(std::integer_sequence<int, j...>) __attribute__((always_inline)) {
+template <class T>
+struct two_entries {
+    T first, second;
+};
+// As many entries as 128 bits hold; two_at(j) reads those of slots j and j + 1.
+template <class T, class TwoAt>
+[[gnu::always_inline]] inline __m128i insert_entries(TwoAt two_at) noexcept {
+    return [&]<int... pair>(std::integer_sequence<int, pair...>) __attribute__((always_inline)) {
         __m128i v = _mm_setzero_si128();
-        ((v = insert_entry<j>(v, load_entry<T>(at(j)))), ...);
+        const auto insert = [&]<int j>(std::integral_constant<int, j>) __attribute__((always_inline)) {
+            const two_entries<T> two = two_at(j);
+            v = insert_entry<j + 1>(insert_entry<j>(v, two.first), two.second);
+        };
+        (insert(std::integral_constant<int, 2 * pair>()), ...);
         return v;
     }
-    (std::make_integer_sequence<int, 16 / sizeof(T)>());
+    (std::make_integer_sequence<int, 8 / sizeof(T)>());
 }
 
-// Where the entries of sixteen indices stand: their first bytes' numbers in the table (in entries of whole bytes), and
-// which of a byte's entries it is.
+// Of elements that share bytes: which of its byte's entries an index is. Sixteen at a time.
 template <class Element>
-struct index_places {
-    [[gnu::always_inline]] explicit index_places(__m512i indices) noexcept
-        : place(_mm512_srli_epi32(indices, Element::per_byte_log2)),
-          within(
-              _mm512_cvtepi32_epi8(_mm512_and_si512(indices, _mm512_set1_epi32((1 << Element::per_byte_log2) - 1)))) {}
-    __m512i place;
-    __m128i within;
-};
-
-// The entries of sixteen bytes that hold several each.
+[[gnu::always_inline]] inline __m128i within_byte(__m512i indices) noexcept {
+    return _mm512_cvtepi32_epi8(_mm512_and_si512(indices, _mm512_set1_epi32((1 << Element::per_byte_log2) - 1)));
+}
+// Their entries, from the bytes.
 template <class Element>
 [[gnu::always_inline]] inline __m128i entries_within(__m128i bytes, __m128i within) noexcept {
     if constexpr (Element::per_byte_log2 == 3) {
@@ -98,23 +99,22 @@ template <class Element>
     }
 }
 
-// Entries of sixteen indices whose bytes at(slot, place of the index) leads to.
-template <class Element, class At>
-[[gnu::always_inline]] inline void read_sixteen(typename Element::entry *out, __m512i indices, At at) noexcept {
+// Entries of n indices; two_at(slot) reads the bytes that two slots' entries stand in. Indices and what two_at reads
+// have been written by an earlier step: read at once they would wait for their stores.
+template <class Element, class TwoAt>
+[[gnu::always_inline]] inline void read_entries(entry_batch<Element> &out, const ub4 *indices, unsigned n,
+                                                TwoAt two_at) noexcept {
     using T = typename Element::entry;
-    const index_places<Element> places(indices);
-    alignas(64) ub4 place[16];
-    _mm512_store_si512(place, places.place);
-    constexpr unsigned in_register = 16 / sizeof(T);
+    for (unsigned slot = 0; slot < n; slot += 16)
 #pragma GCC unroll 4
-    for (unsigned i = 0; i < 16; i += in_register) {
-        __m128i v = entries_at<T>([&](int j) __attribute__((always_inline)) {
-            return at(i + static_cast<unsigned>(j), place[i + static_cast<unsigned>(j)]);
-        });
-        if constexpr (Element::per_byte_log2 != 0)
-            v = entries_within<Element>(v, places.within);
-        _mm_store_si128(reinterpret_cast<__m128i *>(out + i), v);
-    }
+        for (unsigned i = slot; i < slot + 16; i += 16 / sizeof(T)) {
+            __m128i v = insert_entries<T>([&](int j) __attribute__((always_inline)) {
+                return two_at(i + static_cast<unsigned>(j));
+            });
+            if constexpr (Element::per_byte_log2 != 0)
+                v = entries_within<Element>(v, within_byte<Element>(_mm512_loadu_si512(indices + slot)));
+            _mm_store_si128(reinterpret_cast<__m128i *>(out.entry + i), v);
+        }
 }
 
 // ---- The three lookups: entries of n codes that the table has ----
@@ -127,11 +127,32 @@ struct direct_table {
     ub4 first; // code of entry 0
 
     [[gnu::always_inline]] void read(entry_batch<Element> &out, const ub4 *codes, unsigned n) const noexcept {
-        const __m512i from = _mm512_set1_epi32(static_cast<int>(first));
-        for (unsigned slot = 0; slot < n; slot += 16)
-            read_sixteen<Element>(
-                out.entry + slot, _mm512_sub_epi32(_mm512_loadu_si512(codes + slot), from),
-                [&](unsigned, ub4 place) __attribute__((always_inline)) { return entries + place; });
+        if constexpr (Element::per_byte_log2 == 0) {
+            // The table as if it began with code 0.
+            read_at(out, codes, codes, n, reinterpret_cast<ub8>(entries) - first * sizeof(T));
+        } else {
+            alignas(64) ub4 index[batch_rows], byte[batch_rows];
+            const __m512i from = _mm512_set1_epi32(static_cast<int>(first));
+            for (unsigned slot = 0; slot < n; slot += 16) {
+                const __m512i indices = _mm512_sub_epi32(_mm512_loadu_si512(codes + slot), from);
+                _mm512_store_si512(index + slot, indices);
+                _mm512_store_si512(byte + slot, _mm512_srli_epi32(indices, Element::per_byte_log2));
+            }
+            read_at(out, index, byte, n, reinterpret_cast<ub8>(entries));
+        }
+    }
+
+private:
+    [[gnu::always_inline]] static void read_at(entry_batch<Element> &out, const ub4 *indices, const ub4 *places,
+                                               unsigned n, ub8 base) noexcept {
+        const auto entry = [base](ub8 place) __attribute__((always_inline)) {
+            return load_entry<T>(reinterpret_cast<const void *>(base + place * sizeof(T)));
+        };
+        read_entries<Element>(
+            out, indices, n, [&](unsigned slot) __attribute__((always_inline)) {
+                const ub8 two = load_entry<ub8>(places + slot);
+                return two_entries<T>{entry(static_cast<ub4>(two)), entry(two >> 32)};
+            });
     }
 };
 
@@ -156,24 +177,29 @@ struct ind_table {
 
     ind_table(const tavo_vec *dict, const tavo_xlate_ctx *ctx) noexcept : leaves(dict->bits), shift(ctx->shift) {}
 
-    // Two steps, so that no entry waits for its own leaf's address: all addresses first.
+    // In steps, so that no entry waits for its own leaf's address: all addresses first.
     [[gnu::always_inline]] void read(entry_batch<Element> &out, const ub4 *codes, unsigned n) const noexcept {
-        const ub8 within_leaf = (1ull << shift) - 1;
+        alignas(64) ub4 index[batch_rows], leaf_number[batch_rows];
         ub8 address[batch_rows];
-        alignas(64) ub4 index[batch_rows];
-        const __m512i mask = _mm512_set1_epi32(static_cast<int>(within_leaf));
-        for (unsigned slot = 0; slot < n; slot += 16)
-            _mm512_store_si512(index + slot, _mm512_and_si512(_mm512_loadu_si512(codes + slot), mask));
+        const __m512i mask = _mm512_set1_epi32(static_cast<int>((1ull << shift) - 1));
+        const __m512i shifts = _mm512_set1_epi32(static_cast<int>(shift)); // by 32 and more: leaf 0
+        for (unsigned slot = 0; slot < n; slot += 16) {
+            const __m512i in_slots = _mm512_loadu_si512(codes + slot);
+            _mm512_store_si512(index + slot, _mm512_and_si512(in_slots, mask));
+            _mm512_store_si512(leaf_number + slot, _mm512_srlv_epi32(in_slots, shifts));
+        }
         for (unsigned slot = 0; slot < whole_registers(n); slot++) {
-            const ub8 leaf = leaves[static_cast<ub8>(codes[slot]) >> shift];
-            const ub8 entry = leaf + (index[slot] >> Element::per_byte_log2) * sizeof(T);
+            const ub8 leaf = leaves[leaf_number[slot]];
+            const ub8 entry = leaf + static_cast<ub8>(index[slot] >> Element::per_byte_log2) * sizeof(T);
             address[slot] = leaf == 0 ? reinterpret_cast<ub8>(&no_leaf) : entry;
         }
-        for (unsigned slot = 0; slot < n; slot += 16)
-            read_sixteen<Element>(
-                out.entry + slot, _mm512_load_si512(index + slot), [&](unsigned i, ub4) __attribute__((always_inline)) {
-                    return reinterpret_cast<const void *>(address[slot + i]);
-                });
+        const auto entry = [&](unsigned slot) __attribute__((always_inline)) {
+            return load_entry<T>(reinterpret_cast<const void *>(address[slot]));
+        };
+        read_entries<Element>(
+            out, index, n, [&](unsigned slot) __attribute__((always_inline)) {
+                return two_entries<T>{entry(slot), entry(slot + 1)};
+            });
     }
 };
 

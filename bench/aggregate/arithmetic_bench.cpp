@@ -25,7 +25,7 @@ ub1 *arrays() {
         auto *p = static_cast<ub1 *>(std::aligned_alloc(4096, 3 * most + 3 * 4096));
         std::mt19937_64 rng(1);
         for (std::size_t i = 0; i < 3 * most / 4; i++) // small numbers by either way to read them
-            reinterpret_cast<ub4 *>(p)[i] = 0x3f003f00u | (static_cast<ub4>(rng()) & 0x00ff00ff);
+            reinterpret_cast<ub4 *>(p)[i] = 0x3f00003fu | (static_cast<ub4>(rng()) & 0x00ffff00);
         return p;
     }();
     return data;

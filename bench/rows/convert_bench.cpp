@@ -24,7 +24,7 @@ ub1 *arrays() {
         auto *p = static_cast<ub1 *>(std::aligned_alloc(4096, 2 * most + 4096));
         std::mt19937_64 rng(1);
         for (std::size_t i = 0; i < most / 8; i++)
-            reinterpret_cast<ub8 *>(p)[i] = 0x3f003f003f003f00u | (rng() & 0x00ff00ff00ff00ff);
+            reinterpret_cast<ub8 *>(p)[i] = 0x3f00003f3f00003fu | (rng() & 0x00ffff0000ffff00);
         std::memset(p + most, 1, most);
         return p;
     }();

@@ -83,7 +83,8 @@ void number_column::hold_dynp(const block<stored_number> &numbers) {
     std::memset(stream_.data(), 0, stream_.size());
     for (ub4 row = 0; row < numbers.size(); row++) {
         const ub8 number = numbers[row].code << spare;
-        const unsigned zeros = number == 0 ? kernel_width_ / 8 - 1 : static_cast<unsigned>(std::countr_zero(number)) / 8;
+        const unsigned zeros =
+            number == 0 ? kernel_width_ / 8 - 1 : static_cast<unsigned>(std::countr_zero(number)) / 8;
         const unsigned length = kernel_width_ / 8 - zeros;
         put_stream_field(row, length - 1);
         for (unsigned i = 0; i < length; i++)

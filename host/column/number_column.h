@@ -20,7 +20,6 @@
 
 namespace host {
 
-
 class number_column : public stored_column {
 public:
     // One number a row; `known` has a bit set for each row that is not null, or is empty if there are none.

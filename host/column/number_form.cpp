@@ -207,7 +207,8 @@ number_form::found number_form::find(value_type type, const all_values &values) 
             return;
         const parsed p = form.parse(text);
         if (!p.fits) {
-            result.why_not = fmt::format("has '{}', which is not written like the others or has no room in 64 bits", text);
+            result.why_not =
+                fmt::format("has '{}', which is not written like the others or has no room in 64 bits", text);
             return;
         }
         low = std::min(low, p.value);
@@ -238,7 +239,8 @@ number_form::found number_form::find(value_type type, const all_values &values) 
         return result;
     }
     values([&](std::string_view text) {
-        if (const std::string back = result.why_not.empty() ? form.text(form.store(text)) : std::string(text); back != text)
+        if (const std::string back = result.why_not.empty() ? form.text(form.store(text)) : std::string(text);
+            back != text)
             result.why_not = fmt::format("has '{}', which would come back as {}", text, back);
     });
     result.is_form = result.why_not.empty();
@@ -256,8 +258,7 @@ stored_number number_form::store(std::string_view text) const {
 sb8 number_form::unit() const {
     switch (type_) {
     case value_type::date: return 24ll * 3600 * 1000000;
-    case value_type::date_time:
-        return has_seconds_ ? 1000000 / power_of_ten(decimals_) : 60ll * 1000000;
+    case value_type::date_time: return has_seconds_ ? 1000000 / power_of_ten(decimals_) : 60ll * 1000000;
     default: return power_of_ten(most_decimals) / power_of_ten(decimals_);
     }
 }

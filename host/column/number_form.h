@@ -62,11 +62,11 @@ private:
     void learn_shape(std::string_view text);
 
     value_type type_ = value_type::integer;
-    unsigned decimals_ = 0;   // of a decimal, or of its seconds
+    unsigned decimals_ = 0; // of a decimal, or of its seconds
     bool has_values_ = false;
-    bool padded_ = false;     // decimals are written with trailing zeros
+    bool padded_ = false; // decimals are written with trailing zeros
     bool has_seconds_ = false;
-    char separator_ = ' ';    // between date and time
+    char separator_ = ' '; // between date and time
     std::vector<std::string> zones_;
     std::vector<int> ahead_; // minutes by which the zones' clocks are ahead of UTC
     sb8 base_ = 0;

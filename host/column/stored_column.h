@@ -20,8 +20,8 @@ public:
     virtual tavo_vec *vec() = 0;
 
     virtual bool has_null() const = 0;
-    virtual ub8 first_code() const = 0;                // of a value
-    virtual ub8 end_code() const = 0;                  // behind the last one
+    virtual ub8 first_code() const = 0;             // of a value
+    virtual ub8 end_code() const = 0;               // behind the last one
     virtual std::string key_of(ub8 code) const = 0; // of its value, see sort_key
     // First code whose value is not below, or is above, the value with this key; end_code() if there is none.
     virtual ub8 first_not_below(const std::string &key) const = 0;

@@ -27,7 +27,8 @@ void refuse_bad_values(const std::string &path, const std::string &name, value_t
     throw error(message);
 }
 
-// The column without its dictionary, if it is asked for or chosen: where dictionary and codes are larger than the values.
+// The column without its dictionary, if it is asked for or chosen: where dictionary and codes are larger than the
+// values.
 std::unique_ptr<number_column> without_dictionary(const std::string &name, const dictionary &dict,
                                                   const block<ub4> &codes, std::optional<column_form> form,
                                                   bool allowed) {
@@ -37,8 +38,8 @@ std::unique_ptr<number_column> without_dictionary(const std::string &name, const
     if (!asked && (form || !allowed))
         return nullptr;
     const ub8 values = dict.end_code() - dict.first_code();
-    const ub8 with_dictionary =
-        dict.symbols().held_bytes() + packed_bytes(codes.size(), width_for(dict.end_code() == 0 ? 0 : dict.end_code() - 1));
+    const ub8 with_dictionary = dict.symbols().held_bytes() +
+                                packed_bytes(codes.size(), width_for(dict.end_code() == 0 ? 0 : dict.end_code() - 1));
     if (!asked && (dict.type() == value_type::text || values == 0 || with_dictionary <= codes.size()))
         return nullptr;
     const auto found = number_form::find(dict.type(), [&](const auto &see) {

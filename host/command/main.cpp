@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr host::subcommand (*every_subcommand[])(CLI::App &) = {host::add_query, host::add_nearest, host::add_places,
-                                                                host::add_columns, host::add_info};
+constexpr host::subcommand (*every_subcommand[])(CLI::App &) = {host::add_query,  host::add_nearest, host::add_vectors,
+                                                                host::add_places, host::add_columns, host::add_info};
 
 // What may have been meant by a subcommand or an option that is not there; empty if nothing can be said.
 std::string meant(CLI::App &app, int argc, char **argv) {

@@ -13,6 +13,7 @@
 #include "host/command/subcommands.h"
 #include "host/error.h"
 #include "host/query/recompute.h"
+#include "host/vector/vector_sum.h"
 #include "host/vector/word_search.h"
 
 namespace host {
@@ -90,25 +91,29 @@ int run(const nearest_options &options) {
     if (metric->metric == tavo_metric_jaccard_distance && type != element_type::bits)
         throw error("--metric jaccard compares bits: it needs --type bits");
 
-    // A word of the file, whatever it looks like, or a vector.
-    std::optional<ub4> word;
+    session session(library);
+    std::vector<query_step> steps;
+    // A word of the file, whatever it looks like, a vector, or a sum of words.
+    std::vector<sum_term> terms;
     std::vector<double> numbers;
     const auto &all = words.words();
     if (options.query.starts_with('[') && std::find(all.begin(), all.end(), options.query) == all.end()) {
         numbers = parse_vector(options.query, words.dims());
     } else {
-        word = words.row_of(options.query);
-        words.read(*word, numbers);
+        terms = parse_sum(options.query, words);
+        numbers = vector_sum(session, words, terms, steps);
+        if (options.check && numbers != plain_sum(words, terms)) {
+            tell("the check fails: the query is another vector by the kernels than by a plain loop");
+            return check_failed;
+        }
     }
     word_search search(words, type, std::move(numbers));
 
-    session session(library);
-    std::vector<query_step> steps;
     std::optional<selection> among;
     if (!options.where.empty()) {
         word_filter filter(session, words, options.where);
         among = filter.run();
-        steps = filter.steps();
+        steps.insert(steps.end(), filter.steps().begin(), filter.steps().end());
         if (options.check) {
             const std::vector<ub4> expected = filter.recomputed();
             if (expected != row_numbers(library.ctx(), *among, words.rows(), words.rows())) {
@@ -119,9 +124,14 @@ int run(const nearest_options &options) {
         }
     }
 
-    // The word itself is no answer: where it is among those looked at, one more is looked for, and it is left out.
-    const bool competes = word && (!among || (among->bits[*word / 64] >> *word % 64 & 1) != 0);
-    const ub4 k = competes && options.k < words.rows() ? options.k + 1 : std::min(options.k, words.rows());
+    // The words of the query are no answer: for each that is among those looked at one more is looked for, and it is
+    // left out.
+    std::vector<ub4> own;
+    for (const sum_term &term : terms)
+        if (std::find(own.begin(), own.end(), term.row) == own.end() &&
+            (!among || (among->bits[term.row / 64] >> term.row % 64 & 1) != 0))
+            own.push_back(term.row);
+    const ub4 k = static_cast<ub4>(std::min<ub8>(ub8{options.k} + own.size(), words.rows()));
     const selection *selected = among ? &*among : nullptr;
     std::vector<neighbour> found = nearest(session, search.rows(), search.query(), *metric, k, selected, steps);
     nearest_check check;
@@ -132,12 +142,12 @@ int run(const nearest_options &options) {
             return check_failed;
         }
     }
-    if (competes) {
-        steps.back().what += ", the word itself being one";
-        std::erase_if(found, [&](const neighbour &n) { return n.row == *word; });
+    if (!own.empty()) {
+        steps.back().what += own.size() == 1 ? ", the word itself being one" : ", the query's words among them";
+        std::erase_if(found, [&](const neighbour &n) { return std::find(own.begin(), own.end(), n.row) != own.end(); });
     }
     if (found.size() > options.k)
-        found.pop_back();
+        found.resize(options.k);
 
     std::string answer = fmt::format("word,{}\n", metric->result);
     for (const neighbour &n : found) {
@@ -167,7 +177,10 @@ int run(const nearest_options &options) {
 subcommand add_nearest(CLI::App &app) {
     CLI::App *nearest = app.add_subcommand("nearest", "Print the words whose vectors are nearest to a word's");
     const auto options = std::make_shared<nearest_options>();
-    nearest->add_option("QUERY", options->query, "A word of the file, or a vector: \"[0.1, -0.2, ...]\"")->required();
+    nearest
+        ->add_option("QUERY,--query", options->query,
+                     "A word of the file, a sum: \"king - man + woman\", or a vector: \"[0.1, -0.2, ...]\"")
+        ->required();
     nearest->add_option("--data", options->file, "File of word vectors; see host/data")->required();
     nearest->add_option("--k", options->k, "How many words")->capture_default_str();
     nearest->add_option("--metric", options->metric, "cosine, euclid, dot, manhattan, hamming or jaccard (of bits)")
@@ -181,7 +194,7 @@ subcommand add_nearest(CLI::App &app) {
     nearest->add_option("--library,--lib", options->library,
                         "The kernel library; otherwise $TAVO_LIB, then the one beside the command");
     nearest->footer(
-        "The word itself is left out. Columns for --where: word, first (its first letter), length (in letters),\n"
+        "The words of QUERY are left out. Columns for --where: word, first (its first letter), length (in letters),\n"
         "rank (1 is the most frequent word); predicates as for `tavo query`. int8 takes the elements times\n"
         "one factor, bits takes their signs: distances are then those of these. Ends with status 0, with 1 if\n"
         "--check does not agree, with 2 if there is something wrong with the input.");

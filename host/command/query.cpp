@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "host/command/explain.h"
+#include "host/command/group_query.h"
 #include "host/command/join_query.h"
 #include "host/command/output.h"
 #include "host/command/subcommands.h"
@@ -24,9 +25,10 @@ namespace {
 struct query_options {
     table_options table;
     join_options join;
+    group_options group;
     std::optional<std::string> columns;
     std::string library;
-    std::vector<std::string> where, smallest, largest;
+    std::vector<std::string> where, smallest, largest, computed;
     ub4 limit = value_reader::no_limit;
     bool count = false, explain = false, check = false;
 };
@@ -90,6 +92,8 @@ std::string extreme_lines(session &session, const table &table, const selection 
 }
 
 int run(const query_options &options) {
+    if (!options.join.file.empty() && (options.group.asked() || !options.computed.empty()))
+        throw error("--group-by, --sum, --avg and --select are not for joined files yet");
     if (!options.join.file.empty() && !(options.smallest.empty() && options.largest.empty()))
         throw error("--min and --max are of one file, they don't go with --join");
     if (!options.join.file.empty())
@@ -111,18 +115,37 @@ int run(const query_options &options) {
     for (predicate &p : predicates)
         resolve(p, file);
 
-    const std::vector<asked_extreme> asked = extremes_of(options, file);
-    if (!asked.empty() && options.columns)
-        throw error("--min and --max print no rows, so there are no --columns");
+    const bool grouped = options.group.asked();
+    if (!grouped && (!options.group.having.empty() || !options.group.order.empty()))
+        throw error("--having and --order-by go with --group-by, --sum or --avg");
+    group_request groups;
+    if (grouped)
+        groups = parse_groups(options.group, options.smallest, options.largest, options.count, file);
+    const std::vector<asked_extreme> asked = grouped ? std::vector<asked_extreme>() : extremes_of(options, file);
+    std::vector<measure> computed;
+    for (const std::string &text : options.computed)
+        computed.push_back(parse_measure(text, file));
+    const bool prints_rows = !grouped && asked.empty() && !options.count;
+    if (!prints_rows && (options.columns || !computed.empty()) && (grouped || !asked.empty()))
+        throw error(
+            "--min, --max, --sum, --avg and --group-by print no rows, so there are no --columns and no --select");
     std::vector<std::size_t> encoded = columns_of(predicates, file);
     for (const asked_extreme &e : asked)
         if (std::find(encoded.begin(), encoded.end(), e.column) == encoded.end())
             encoded.push_back(e.column);
-    if (!options.count && asked.empty())
-        for (const std::size_t number : printed)
+    const auto encode = [&](const std::vector<std::size_t> &numbers) {
+        for (const std::size_t number : numbers)
             if (std::find(encoded.begin(), encoded.end(), number) == encoded.end())
                 encoded.push_back(number);
-    const table table = read_table(file, encoded, options.table, true);
+    };
+    if (grouped)
+        encode(columns_of(groups));
+    if (prints_rows)
+        encode(printed);
+    for (const measure &m : computed)
+        encode(columns_of(m));
+    // Keys and measures are read through dictionaries.
+    const table table = read_table(file, encoded, options.table, !grouped && computed.empty());
 
     session session(library);
     query query(session, table.rows());
@@ -138,12 +161,25 @@ int run(const query_options &options) {
                              expected.size()));
             return check_failed;
         }
-        if (asked.empty())
+        if (prints_rows)
             expected.resize(std::min<std::size_t>(expected.size(), options.limit));
     }
 
     output out;
-    if (!asked.empty()) {
+    if (grouped) {
+        step_list grouping;
+        std::string difference;
+        const std::string lines =
+            group_lines(session, table, selected, options.group, groups, options.limit,
+                        options.check ? &expected : nullptr, options.table.null_texts, grouping, difference);
+        if (!difference.empty()) {
+            tell("the check fails: " + difference);
+            return check_failed;
+        }
+        out.write(lines);
+        for (const query_step &step : grouping.all())
+            steps.push_back(step);
+    } else if (!asked.empty()) {
         std::string difference;
         const std::string lines = extreme_lines(session, table, selected, asked, options, expected, steps, difference);
         if (!difference.empty()) {
@@ -158,8 +194,25 @@ int run(const query_options &options) {
         std::string lines;
         for (const std::size_t number : printed)
             columns.push_back(table.stored(number));
-        append_csv_line(lines, printed.size(), [&](std::size_t i) { return std::string_view(columns[i]->name()); });
+        step_list computing;
+        std::vector<std::vector<std::optional<double>>> results;
+        for (const measure &m : computed)
+            results.push_back(computed_values(session, table, selected, m, computing));
+        const std::size_t fields = printed.size() + computed.size();
+        append_csv_line(lines, fields, [&](std::size_t i) {
+            return std::string_view(i < printed.size() ? columns[i]->name() : computed[i - printed.size()].name);
+        });
         out.write(lines);
+        if (options.check)
+            if (const std::string difference =
+                    compare_computed(table, expected, computed, results, options.table.null_texts);
+                !difference.empty()) {
+                tell("the check fails: " + difference);
+                return check_failed;
+            }
+        std::vector<std::string> texts(computed.size());
+        std::string read_lines; // without what is computed, for --check
+        ub4 first = 0;
         value_reader values(session, columns, selected, options.limit);
         printed_check check(file, std::move(expected), printed, options.table.null_texts);
         auto disagrees = [&](const std::string &difference) {
@@ -169,9 +222,18 @@ int run(const query_options &options) {
         };
         for (ub4 rows; (rows = values.next()) > 0;) {
             lines.clear();
-            for (ub4 row = 0; row < rows; row++)
-                append_csv_line(lines, printed.size(), [&](std::size_t i) { return values.value(i, row); });
-            if (options.check && disagrees(check.compare(lines)))
+            read_lines.clear();
+            for (ub4 row = 0; row < rows; row++) {
+                for (std::size_t c = 0; c < texts.size(); c++)
+                    texts[c] = results[c][first + row] ? text_of_real(*results[c][first + row]) : "";
+                append_csv_line(lines, fields, [&](std::size_t i) {
+                    return i < printed.size() ? values.value(i, row) : std::string_view(texts[i - printed.size()]);
+                });
+                if (options.check && !computed.empty())
+                    append_csv_line(read_lines, printed.size(), [&](std::size_t i) { return values.value(i, row); });
+            }
+            first += rows;
+            if (options.check && disagrees(check.compare(computed.empty() ? lines : read_lines)))
                 return check_failed;
             out.write(lines);
         }
@@ -179,9 +241,11 @@ int run(const query_options &options) {
             return check_failed;
         for (query_step &step : values.steps())
             steps.push_back(std::move(step));
+        for (const query_step &step : computing.all())
+            steps.push_back(step);
     }
     out.finish();
-    if (asked.empty() && !options.count && options.limit < selected.count)
+    if (prints_rows && options.limit < selected.count)
         tell(fmt::format("the first {} of {} rows", options.limit, selected.count));
     if (options.explain)
         show(explain(steps, library));
@@ -217,6 +281,9 @@ subcommand add_query(CLI::App &app) {
         ->allow_extra_args(false);
     query->add_option("--limit", options->limit, "Print so many rows at most");
     query->add_option("--columns", options->columns, "Print these columns: a,b,c");
+    query->add_option("--select", options->computed, "Print a computed column too: \"distance * 1.609344 as km\"")
+        ->allow_extra_args(false);
+    add_group_options(*query, options->group);
     add_join_options(*query, options->join);
     query->add_flag("--explain", options->explain, "Show each step: kernel, rows in and out, time");
     query->add_flag("--check", options->check, "Recompute the answer from the text and compare");

@@ -16,6 +16,7 @@ struct subcommand {
 
 subcommand add_query(CLI::App &);
 subcommand add_nearest(CLI::App &);
+subcommand add_vectors(CLI::App &);
 subcommand add_places(CLI::App &);
 subcommand add_columns(CLI::App &);
 subcommand add_info(CLI::App &);

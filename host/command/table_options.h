@@ -28,7 +28,8 @@ std::vector<std::size_t> column_list(const csv_file &, const std::string &list);
 
 // Reads the file's columns with the given numbers, with a line of progress if it is large.
 // `numbers`: columns may be without a dictionary.
-table read_table(const csv_file &, const std::vector<std::size_t> &columns, const table_options &, bool numbers = false);
+table read_table(const csv_file &, const std::vector<std::size_t> &columns, const table_options &,
+                 bool numbers = false);
 
 // What a user has to know of files, for the end of a help text.
 extern const char *const about_files;

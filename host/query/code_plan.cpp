@@ -263,8 +263,8 @@ private:
         plan.other = column_of(p.other);
         plan.compared = negated ? negation[static_cast<int>(p.op)] : p.op;
         const value_type a = plan.col->type(), b = plan.other->type();
-        const bool empty = plan.col->end_code() == plan.col->first_code() ||
-                           plan.other->end_code() == plan.other->first_code();
+        const bool empty =
+            plan.col->end_code() == plan.col->first_code() || plan.other->end_code() == plan.other->first_code();
         if (!empty && a != b && common_type(a, b) == value_type::text)
             fail_at(*p.source, p.other.at,
                     fmt::format("{} is a column of type {}, which does not compare with column {} of type {}; the text "

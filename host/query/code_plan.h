@@ -25,13 +25,13 @@ struct code_plan {
     stored_column *col = nullptr;   // of all but both, either
     tavo_operation op = TAVO_OP_EQ; // of scan, and its constants: each a code of the column, so it fits
     tavo_variant variant = TAVO_VARIANT_PLAIN;
-    ub8 low = 0, high = 0;        // one-constant scans use low
+    ub8 low = 0, high = 0;                    // one-constant scans use low
     std::vector<std::pair<ub8, ub8>> members; // of set: from one code up to another, without that
-    bool outside = false;         // of set: all other values
-    stored_column *other = nullptr;      // of columns: `col` on the left, this on the right
-    comparison compared{};        // of columns
-    std::vector<code_plan> parts; // of both, either
-    std::string text;             // the predicate it stands for, of nothing, every, scan, columns
+    bool outside = false;                     // of set: all other values
+    stored_column *other = nullptr;           // of columns: `col` on the left, this on the right
+    comparison compared{};                    // of columns
+    std::vector<code_plan> parts;             // of both, either
+    std::string text;                         // the predicate it stands for, of nothing, every, scan, columns
 };
 
 // All of the predicates, resolved, at once. Their columns must be encoded in the table. Throws where a value does not

@@ -104,9 +104,7 @@ comparison turned_round(comparison op) {
 class number_rows {
 public:
     explicit number_rows(const number_column &col) : col_(col), walk_(col) {}
-    ub8 operator()(ub4 row) {
-        return col_.form() == column_form::fixed ? col_.fixed_code(row) : walk_.code(row);
-    }
+    ub8 operator()(ub4 row) { return col_.form() == column_form::fixed ? col_.fixed_code(row) : walk_.code(row); }
 
 private:
     const number_column &col_;
@@ -116,8 +114,8 @@ private:
 class comparer {
 public:
     comparer(session &s, ub4 rows, comparison op, const std::string &text, std::vector<query_step> &steps)
-        : session_(s), ctx_(s.kernels().ctx()), rows_(rows), op_(op), text_(text), steps_(steps),
-          selected_{std::vector<ub8>((static_cast<std::size_t>(rows) + 63) / 64), 0} {}
+        : session_(s), ctx_(s.kernels().ctx()), rows_(rows), op_(op), text_(text),
+          steps_(steps), selected_{std::vector<ub8>((static_cast<std::size_t>(rows) + 63) / 64), 0} {}
 
     selection result() && { return std::move(selected_); }
 
@@ -125,11 +123,12 @@ public:
     void dictionaries(column &a, column &b) {
         const auto start = std::chrono::steady_clock::now();
         const places found = places_of(a.dict(), b.dict());
-        steps_.push_back({"", a.name(), 0, fmt::format("one order for {} and {} values  [by the host]",
-                                                       found.a.size(), found.b.size()),
+        steps_.push_back({"", a.name(), 0,
+                          fmt::format("one order for {} and {} values  [by the host]", found.a.size(), found.b.size()),
                           static_cast<ub4>(found.a.size()), static_cast<ub4>(found.b.size()), since(start)});
         code_reader left(session_, a), right(session_, b);
-        look_up(found.a.data(), found.b.data(), [&](ub4, ub4 rows) { return std::pair(left.next(rows), right.next(rows)); });
+        look_up(found.a.data(), found.b.data(),
+                [&](ub4, ub4 rows) { return std::pair(left.next(rows), right.next(rows)); });
         left.add_steps(steps_);
         right.add_steps(steps_);
         looked_up(a);
@@ -150,7 +149,7 @@ public:
         else
             by_host(a, [&, left = number_rows(a), right = number_rows(b)](ub4 row) mutable {
                 const __int128 v = x.common_value(left(row)), w = y.common_value(right(row));
-                return holds(op_, v < w, v > w);
+                return holds(op_, v<w, v> w);
             });
         leave_out_nulls(a);
         leave_out_nulls(b);
@@ -204,7 +203,8 @@ private:
             tavo_env env{};
             env.host = session_.record();
             const auto start = std::chrono::steady_clock::now();
-            const ub4 status = ctx_.lookup_and_compare(&res, &left, &right, &left_table, &right_table, &operation, &env);
+            const ub4 status =
+                ctx_.lookup_and_compare(&res, &left, &right, &left_table, &right_table, &operation, &env);
             seconds_ += since(start);
             session_.throw_raised();
             if (status != TAVO_DONE)
@@ -279,14 +279,12 @@ private:
         const auto start = std::chrono::steady_clock::now();
         const ub4 before = selected_.count;
         call();
-        steps_.push_back(
-            {operation, "", 0, fmt::format("of {} rows", before), rows_, selected_.count, since(start)});
+        steps_.push_back({operation, "", 0, fmt::format("of {} rows", before), rows_, selected_.count, since(start)});
     }
 
     void keep(const void *known) {
-        timed("tavo_lbiwvand_dydi", [&] {
-            ctx_.lbiwvand(selected_.bits.data(), &selected_.count, selected_.bits.data(), known, rows_);
-        });
+        timed("tavo_lbiwvand_dydi",
+              [&] { ctx_.lbiwvand(selected_.bits.data(), &selected_.count, selected_.bits.data(), known, rows_); });
     }
     void leave_out_nulls(const number_column &col) {
         if (col.has_null())

@@ -28,8 +28,8 @@ void each_known(const tavo_specialized_ctx &ctx, const number_column &col, const
 std::optional<ub4> by_kernel(session &s, stored_column &col, tavo_variant variant, ub8 *rows, ub4 selected, extreme e,
                              std::vector<query_step> &steps) {
     const ub1 kernel_row = TAVO_KERNEL_ROW(variant, width_code(col.width()), TAVO_CLASS_DICT);
-    const std::string name = fmt::format("tavo_minmax_dict_{}bit{}", col.width(),
-                                         variant == TAVO_VARIANT_SECOND ? "_null" : "");
+    const std::string name =
+        fmt::format("tavo_minmax_dict_{}bit{}", col.width(), variant == TAVO_VARIANT_SECOND ? "_null" : "");
     const tavo_kernel_slot kernel = s.kernels().kernel(kernel_row, TAVO_OP_MINMAX);
     if (kernel.minmax == nullptr)
         throw error(fmt::format("{} has no kernel {} (column {})", s.kernels().path(), name, col.name()));
@@ -43,8 +43,7 @@ std::optional<ub4> by_kernel(session &s, stored_column &col, tavo_variant varian
     env.host = s.record();
     env.sel_bits = rows; // null: all
     const auto start = std::chrono::steady_clock::now();
-    const ub4 status =
-        kernel.minmax(&res, &src, &env, e == extreme::smallest ? TAVO_MINMAX_LOW : TAVO_MINMAX_HIGH);
+    const ub4 status = kernel.minmax(&res, &src, &env, e == extreme::smallest ? TAVO_MINMAX_LOW : TAVO_MINMAX_HIGH);
     double seconds = since(start);
     s.throw_raised();
     if (const session::decompression done = s.take_decompression(); done.bytes > 0) {
@@ -77,8 +76,8 @@ std::optional<std::string> extreme_number(session &s, number_column &col, const 
         selection known = rows;
         if (col.has_null())
             ctx.lbiwvand(known.bits.data(), &known.count, rows.bits.data(), col.known().data(), col.rows());
-        if (const auto code = by_kernel(s, col, TAVO_VARIANT_PLAIN, known.count == col.rows() ? nullptr : known.bits.data(),
-                                        known.count, e, steps))
+        if (const auto code = by_kernel(s, col, TAVO_VARIANT_PLAIN,
+                                        known.count == col.rows() ? nullptr : known.bits.data(), known.count, e, steps))
             best = *code;
     } else {
         const auto start = std::chrono::steady_clock::now();
@@ -116,8 +115,8 @@ std::optional<std::string> extreme_value(session &s, stored_column &col, const s
         return extreme_number(s, *numbers, rows, e, steps);
     auto &codes = dynamic_cast<column &>(col);
     ub8 *selected = rows.count == col.rows() ? nullptr : const_cast<ub8 *>(rows.bits.data()); // read only
-    const auto code = by_kernel(s, col, col.has_null() ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN, selected, rows.count,
-                                e, steps);
+    const auto code =
+        by_kernel(s, col, col.has_null() ? TAVO_VARIANT_SECOND : TAVO_VARIANT_PLAIN, selected, rows.count, e, steps);
     if (!code)
         return std::nullopt;
     return codes.symbols()[*code];

@@ -52,8 +52,8 @@ void number_reader::next(ub4 rows) {
             texts_[i].clear();
             continue;
         }
-        const ub8 code = fixed ? col_.code_of_bytes(picked_.data() + static_cast<std::size_t>(i) * bytes, bytes)
-                               : walk_.code(row);
+        const ub8 code =
+            fixed ? col_.code_of_bytes(picked_.data() + static_cast<std::size_t>(i) * bytes, bytes) : walk_.code(row);
         texts_[i] = col_.numbers().text({code, col_.zone(row)});
     }
     rows_ += rows;

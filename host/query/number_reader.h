@@ -1,5 +1,5 @@
-// The values of selected rows of a column without a dictionary: the library picks the numbers of the rows, the host writes
-// them as texts.
+// The values of selected rows of a column without a dictionary: the library picks the numbers of the rows, the host
+// writes them as texts.
 #pragma once
 
 #include <optional>

@@ -258,7 +258,8 @@ std::string compare_extreme(const csv_file &file, const std::vector<ub4> &rows, 
                                      smallest ? "below" : "above", *value);
     });
     if (difference.empty() && any != value.has_value())
-        difference = fmt::format("column {} has {} value in the selected rows", file.columns()[column], any ? "a" : "no");
+        difference =
+            fmt::format("column {} has {} value in the selected rows", file.columns()[column], any ? "a" : "no");
     if (difference.empty() && any && !found)
         difference = fmt::format("column {} has no {} in the selected rows", file.columns()[column], *value);
     return difference;

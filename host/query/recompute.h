@@ -52,8 +52,8 @@ private:
     std::vector<csv_field> fields_, line_;
 };
 
-// Compares the smallest or largest value of a column in these rows, or that there is none, with the text of the file: the
-// value has to stand in one of the rows as it is printed, and no row may have one beyond it. Returns what differs.
+// Compares the smallest or largest value of a column in these rows, or that there is none, with the text of the file:
+// the value has to stand in one of the rows as it is printed, and no row may have one beyond it. Returns what differs.
 std::string compare_extreme(const csv_file &file, const std::vector<ub4> &rows, std::size_t column, value_type type,
                             const std::vector<std::string> &null_texts, bool smallest,
                             const std::optional<std::string> &value);

@@ -70,7 +70,9 @@ void scan_call::set_code(constant &c, ub8 code) const {
     c.two_bytes = static_cast<ub2>(code);
     c.byte = static_cast<ub1>(code);
     const unsigned width = plan_.col->width();
-    c.vec.data = width == 8 ? static_cast<void *>(&c.byte) : width == 16 ? static_cast<void *>(&c.two_bytes) : &c.stored;
+    c.vec.data = width == 8    ? static_cast<void *>(&c.byte)
+                 : width == 16 ? static_cast<void *>(&c.two_bytes)
+                               : &c.stored;
 }
 
 void scan_call::set_number(constant &c, ub8 code, bool last_zone) const {

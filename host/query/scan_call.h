@@ -44,8 +44,8 @@ private:
     std::vector<ub8> set_;
 };
 
-// Whether there is a kernel for membership in a set of a column's codes. Numbers of one, two or three bytes, and of four
-// if they don't go too far, are packed codes of that width too.
+// Whether there is a kernel for membership in a set of a column's codes. Numbers of one, two or three bytes, and of
+// four if they don't go too far, are packed codes of that width too.
 bool has_set_kernel(const stored_column &);
 
 // A kernel's name, made from what picks it: tavo_ge_le_dict_12bit_null.

@@ -28,8 +28,7 @@ double seconds_since(std::chrono::steady_clock::time_point start) {
 
 } // namespace
 
-value_reader::value_reader(session &s, const std::vector<stored_column *> &columns, const selection &rows,
-                           ub4 limit)
+value_reader::value_reader(session &s, const std::vector<stored_column *> &columns, const selection &rows, ub4 limit)
     : session_(s), rows_(rows), left_(std::min(rows.count, limit)) {
     const ub4 all = columns.empty() ? 0 : columns[0]->rows();
     listed_ = static_cast<ub8>(left_) * query::sparse_below < all;

@@ -2,8 +2,8 @@
 //
 // A column's codes go through `decode_unpack` and then `decode_symbol`, batch by batch; where few rows are wanted,
 // `decode` takes a list of row numbers straight to the symbols. Of a limited number of texts, row selection takes the
-// symbols. Front-coded dictionaries are expanded by `prefix_decode` before that. Columns without a dictionary are read by
-// a number_reader.
+// symbols. Front-coded dictionaries are expanded by `prefix_decode` before that. Columns without a dictionary are read
+// by a number_reader.
 #pragma once
 
 #include <memory>

@@ -113,4 +113,23 @@ void word_vectors::read(ub4 row, std::vector<double> &values) const {
     read_elements({type_}, dims_, at, at + row_bytes, values);
 }
 
+std::string word_vectors_content(const std::vector<std::string> &words, ub4 dims, element_type type,
+                                 std::span<const ub1> elements) {
+    std::string content(magic, sizeof magic);
+    const auto number = [&](auto value) { content.append(reinterpret_cast<const char *>(&value), sizeof value); };
+    std::string text;
+    for (const std::string &word : words)
+        text.append(word).append(1, '\n');
+    number(ub4{1});
+    number(static_cast<ub4>(words.size()));
+    number(dims);
+    number(static_cast<ub4>(type));
+    number(static_cast<ub8>(text.size()));
+    content += text;
+    content.resize((content.size() + vectors_alignment - 1) / vectors_alignment * vectors_alignment);
+    content.append(reinterpret_cast<const char *>(elements.data()), elements.size());
+    number(crc32({reinterpret_cast<const ub1 *>(content.data()), content.size()}));
+    return content;
+}
+
 } // namespace host

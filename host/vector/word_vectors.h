@@ -11,6 +11,7 @@
 //   end  4         CRC-32 of everything before
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,5 +51,9 @@ private:
     ub4 dims_ = 0;
     element_type type_ = element_type::float16;
 };
+
+// The same file as bytes, of rows of elements that lie back to back.
+std::string word_vectors_content(const std::vector<std::string> &words, ub4 dims, element_type,
+                                 std::span<const ub1> elements);
 
 } // namespace host

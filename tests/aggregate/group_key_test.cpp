@@ -230,7 +230,7 @@ TEST(groupkey, compressed_column) {
     for (ub8 &code : m.codes)
         code %= 9;
     column_case c(m, 8);
-    std::vector<ub1> stream = spak_compress(c.column.stream.bytes()).bytes();
+    std::vector<ub1> stream = spak_of(c.column.stream.bytes()).bytes();
     stream.resize(stream.size() + 64); // decoding reads on behind its end
     void *slot = nullptr;
     tavo_vec col = c.column.src;

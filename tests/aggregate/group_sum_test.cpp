@@ -273,7 +273,7 @@ TEST(gby_sum, compressed_column) {
     std::vector<ub1> plain(8000);
     for (ub4 i = 0; i < 1000; i++)
         store_number(plain.data() + 8 * i, i % 5 * 0.25, true);
-    std::vector<ub1> stream = spak_compress(plain).bytes();
+    std::vector<ub1> stream = spak_of(plain).bytes();
     stream.resize(stream.size() + 64); // decoding reads on behind its end
     host_stub host;
     tavo_env env{};

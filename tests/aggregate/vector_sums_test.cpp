@@ -84,7 +84,7 @@ TEST(vector_sums, compressed_columns) {
     std::vector<ub1> plain(4096);
     for (std::size_t i = 0; i < plain.size(); i++)
         plain[i] = static_cast<ub1>(i / 4 % 7);
-    std::vector<ub1> stream = spak_compress(plain).bytes();
+    std::vector<ub1> stream = spak_of(plain).bytes();
     stream.resize(stream.size() + 64); // decoding reads on behind its end
     host_stub host;
     tavo_env env{};

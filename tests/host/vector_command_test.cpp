@@ -92,6 +92,31 @@ TEST_F(NearestCommand, ByNumbers) {
                    "the query: element 1, 1000000000, is no value of float16");
 }
 
+TEST_F(NearestCommand, SumsOfWords) {
+    outcome o = run("nearest --query 'king - man + woman' --k 1 --check --explain --data " + words_);
+    EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(words_of(o), std::vector<std::string>{"queen"}) << o.out;
+    for (const char *part : {"tavo_vector_arith_sub_float_float_float_vec", "less man",
+                             "tavo_vector_arith_add_float_float_float_vec", "plus woman", "agrees"})
+        EXPECT_NE(o.out.find(part), std::string::npos) << part << "\n" << o.out;
+    // The words of the sum are no answers, however often they stand in it.
+    o = run("nearest 'paris - france + italy + italy' --k 9998 --check --data " + words_);
+    EXPECT_EQ(o.status, 0) << o.err;
+    const std::vector<std::string> found = words_of(o);
+    EXPECT_EQ(found.size(), 9997u);
+    for (const char *word : {"paris", "france", "italy"})
+        EXPECT_EQ(std::count(found.begin(), found.end(), word), 0) << word;
+    for (const std::string type : {"double", "int8", "bits"})
+        EXPECT_EQ(run("nearest 'king - man' --check --data " + words_ + " --type " + type).status, 0) << type;
+
+    const std::string data = " --data " + words_;
+    expect_refused("nearest 'king - man +'" + data, "a word is missing at the end");
+    expect_refused("nearest 'king queen'" + data, "expected + or - between two words");
+    expect_refused("nearest 'king + + queen'" + data, "expected a word");
+    expect_refused("nearest ' '" + data, "expected a word");
+    expect_refused("nearest 'king - womna'" + data, "there is no word 'womna'; did you mean woman");
+}
+
 TEST_F(NearestCommand, BadInput) {
     const std::string data = " --data " + words_;
     expect_refused("nearest Kng" + data, "there is no word 'Kng'; did you mean king");
