@@ -157,18 +157,18 @@ int run(const nearest_options &options) {
     }
     output out;
     out.write(answer);
+    out.finish();
     if (options.explain) {
         if (search.factor() != 1)
             steps.insert(steps.begin(),
                          {"", "vector", 8, fmt::format("elements times {:.6g}, rounded", search.factor()), words.rows(),
                           words.rows(), 0});
-        out.write(explain(steps, library));
+        show(explain(steps, library));
     }
     if (options.check)
-        out.write(fmt::format("check: {} of {} words by plain double-precision loops, {:.2g} apart at most, {:.2g} "
-                              "allowed: agrees\n",
-                              check.rows, words.rows(), check.largest, check.bound));
-    out.finish();
+        show(fmt::format("check: {} of {} words by plain double-precision loops, {:.2g} apart at most, {:.2g} "
+                         "allowed: agrees\n",
+                         check.rows, words.rows(), check.largest, check.bound));
     return answered;
 }
 

@@ -121,12 +121,12 @@ int run(const places_options &options) {
         tell(fmt::format("{} of {} points lie in no place", outside, points.size()));
     if (file.rows_without() != 0)
         tell(fmt::format("{} rows without a position", file.rows_without()));
-    if (options.explain)
-        out.write(explain(steps, library));
-    if (options.check)
-        out.write(fmt::format("check: {} points in {} places by windings, in plain loops, {} on a border: agrees\n",
-                              points.size(), places.size(), check.either));
     out.finish();
+    if (options.explain)
+        show(explain(steps, library));
+    if (options.check)
+        show(fmt::format("check: {} points in {} places by windings, in plain loops, {} on a border: agrees\n",
+                         points.size(), places.size(), check.either));
     return answered;
 }
 

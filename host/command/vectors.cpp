@@ -83,12 +83,12 @@ int run(const vectors_options &options) {
                           path, parsed.words.size(), parsed.dims, kind->name, *smallest, *largest, parsed.bad.size(),
                           parsed.bad.size() == 1 ? "" : "s",
                           parsed.seconds > 0 ? static_cast<double>(parsed.text_bytes) / parsed.seconds / 1e6 : 0));
-    if (options.explain)
-        out.write(explain(steps, library));
-    if (options.check)
-        out.write(fmt::format("check: {} elements of {} vectors read by the C++ library: agrees\n",
-                              parsed.words.size() * parsed.dims, parsed.words.size()));
     out.finish();
+    if (options.explain)
+        show(explain(steps, library));
+    if (options.check)
+        show(fmt::format("check: {} elements of {} vectors read by the C++ library: agrees\n",
+                         parsed.words.size() * parsed.dims, parsed.words.size()));
     return answered;
 }
 

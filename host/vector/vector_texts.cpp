@@ -206,13 +206,11 @@ std::string check_vectors(const csv_file &file, std::size_t words, std::size_t v
         for (ub4 i = 0; i < parsed.dims; i++) {
             squares += values[i] * values[i];
             const double slack = std::fabs(values[i]) * 0x1p-48;
-            bool near = false;
-            for (const double v : {values[i], values[i] - slack, values[i] + slack})
-                if (type == element_type::int8)
-                    near |= std::round(v) == stored[i];
-                else if (const auto bits = element_of(type, v))
-                    near |= element_value(type, *bits) == stored[i];
-            if (!near)
+            const auto rounded = [&](double v) {
+                return type == element_type::int8 ? std::round(v)
+                                                  : element_value(type, element_of(type, v).value_or(0));
+            };
+            if (!(rounded(values[i] - slack) <= stored[i] && stored[i] <= rounded(values[i] + slack)))
                 return differs(
                     fmt::format("element {} is {} by the kernels and {} plainly", i + 1, stored[i], values[i]));
         }

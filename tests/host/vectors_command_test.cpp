@@ -37,7 +37,7 @@ TEST_F(VectorsCommand, WritesWhatNearestReads) {
                                             "left out, "))
         << o.out;
     for (const char *part : {"tavo_vector_parse_ascii_float", "check: 9 elements of 3 vectors", "agrees\n"})
-        EXPECT_NE(o.out.find(part), std::string::npos) << o.out;
+        EXPECT_NE(o.err.find(part), std::string::npos) << o.err;
     for (const char *part :
          {":3: left out: it has 2 elements, the rows before it have 3\n",
           ":4: left out: a number is missing, malformed", ":5: left out: its word has a line break\n",
