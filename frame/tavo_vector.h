@@ -177,17 +177,19 @@ typedef struct tavo_topk_entry {
  * mantissa, the point's being 0, are added by halves (0 and 4, 1 and 5, ...). Of a longer one, digits before the point
  * are collected by fused multiply-adds, and those behind it each divided by their power of ten and added, in order. An
  * exponent multiplies by pow(10.0, exponent); it wraps at 32 bits. So whole numbers below 2^53 are exact, others are
- * within a few units in the last place of a double: "0.3" is 3 * 0.1, not the double nearest to 0.3. float is the
- * double narrowed. int8 is rounded, halves away from zero; numbers that are above 127 or below -128 before they are
- * rounded don't fit. The norm is that of the doubles (of the rounded numbers for int8).
+ * within a few units in the last place of a double: "0.3" is 3 * 0.1, not the double nearest to 0.3. (Where the power
+ * itself is subnormal or infinite, with exponents beyond some 300, less is right.) float is the double narrowed. int8
+ * is rounded, halves away from zero; numbers that are above 127 or below -128 before they are rounded don't fit. The
+ * norm is that of the doubles (of the rounded numbers for int8).
  *
  * Statuses: TAVO_DONE; TAVO_UNSUPPORTED for another charset or type, or vec_dims 0 without res->lengths;
  * TAVO_BAD_NUMBER (no digit where one is needed, something else than a comma or bracket behind a number, a number
- * beyond the type: infinite, NaN, or not an int8); TAVO_BAD_SHAPE (no opening bracket, end of the text inside, too many
- * elements, something behind the closing bracket); TAVO_TEXT_FULL, no room for the next element. The last one always
- * ends the call. The two before it end it if bad_rows is null; else the row is marked, what it had written is written
- * over by the next row, its norm and length are left alone, and in the end the status is TAVO_DONE. TAVO_OUT_OF_RANGE:
- * a row's sum of squares is beyond double; the call ends at once, parsed_rows is not set. */
+ * beyond the type: infinite or NaN, or beyond int8; NaN as int8 is 0, and TAVO_OUT_OF_RANGE if there are norms);
+ * TAVO_BAD_SHAPE (no opening bracket, end of the text inside, too many elements, something behind the closing bracket);
+ * TAVO_TEXT_FULL, no room for the next element. The last one always ends the call. The two before it end it if bad_rows
+ * is null; else the row is marked, what it had written is written over by the next row, its norm and length are left
+ * alone, and in the end the status is TAVO_DONE. TAVO_OUT_OF_RANGE: a row's sum of squares is beyond double; the call
+ * ends at once, parsed_rows is not set. */
 
 /* ---- vector_convert_fp: from one element type to another ----
  *
@@ -200,9 +202,11 @@ typedef struct tavo_topk_entry {
  * the number as float; above 127 or below -128 before it is rounded makes the row bad. NaN doesn't: what byte comes of
  * it is not said, but with norms the status is TAVO_OUT_OF_RANGE.
  *
- * A bad row ends the call with TAVO_BAD_SHAPE. With bad_rows its bit is set instead, and the row leaves nothing behind:
- * the next good row's elements and its norm follow those of the row before. TAVO_OUT_OF_RANGE: a row's sum of squares
- * is infinite or NaN; the call ends at once. TAVO_UNSUPPORTED: another type. */
+ * A bad row ends the call with TAVO_BAD_SHAPE. With bad_rows its bit is set instead, and the next good row's elements
+ * and norm take its place: what it has written may stand behind the last good row, so res->data has room for all rows.
+ * Squares of a norm are of the elements' type, float ones in float: elements of 1.9e19 and more refuse a norm, those
+ * below 2.6e-23 count as 0; they are summed as doubles. TAVO_OUT_OF_RANGE: a row's sum of squares is infinite or NaN;
+ * the call ends at once. TAVO_UNSUPPORTED: another type. */
 
 /* ---- vector_arith: sums, differences, products, quotients ---- */
 
@@ -233,7 +237,8 @@ enum tavo_vector_op {
  * element of each row for the number. (With a flexible column it computes row op number.)
  *
  * A result that is infinite, NaN or beyond int8 is TAVO_OUT_OF_RANGE, and so is a norm. Results are tested in blocks
- * (64 floats, 32 doubles, 256 int8; then 16, 8 or 32; then one by one), and a block in which one fails is not stored.
+ * (64 floats, 32 doubles, 256 int8; then 16, 8 or 32; then one by one; quotients of int8 one by one), and a block in
+ * which one fails is not stored. A norm's squares are of the result's type, as in conversion.
  * int8 by int8: a number 0 as divisor is TAVO_DIVISION_BY_ZERO. An int8 result is truncated, and a 0 in the divisor has
  * that status too. A float or double result of two int8 vectors is a quotient of floats, 0.5 for 1 / 2, without a test:
  * a zero divisor gives infinity or NaN; but the elements behind the last whole 16 (float) or 8 (double) are divided as

@@ -8,13 +8,14 @@
  *   src           size rows in one of the layouts below. A stream (TAVO_SPAK) is decompressed first
  *   dict->bits    the table
  *   env           xlate_ctx: a tavo_xlate_ctx; start_row; sel_bits, or null: rows that count. result_flags2 |= 1 where
- *                 sel_bits has been applied; result_flags stays
+ *                 sel_bits has been applied; result_flags stays. Neither ones_vec nor src->sel is read
  *   env->xlate_out  _c2d: one entry a row, by row number: the partner or, where the row has none, all ones. Rows that
  *                 do not count keep what they had
  *   returns       TAVO_DONE; TAVO_NONE_SELECTED if no row has a partner; TAVO_UNSUPPORTED, with nothing written, if src
  *                 has not the form of the layout
  *
- * Lookup of a code from low to high; other codes have no partner and touch no table:
+ * Lookup of a code from low to high. Other codes have no partner; for them the entry of the nearest such code may be
+ * loaded, and none if low is above high:
  *
  *   sim   table[code]
  *   off   table[code - low]
@@ -41,7 +42,8 @@
  * than four stored pairs, codes of more than 32 bits, no byte at all.
  *
  * Nothing is read past the end of table, leaves, codes, numbers, lengths or offsets. With sel_bits only selected rows'
- * codes and numbers are read, but all lengths of _sep up to the last selected row. */
+ * codes and numbers are read (and up to 7 bytes before a number, of the same array), but all lengths of _sep up to the
+ * last selected row. */
 #ifndef TAVO_XLATE_H
 #define TAVO_XLATE_H
 

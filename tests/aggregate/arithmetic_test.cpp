@@ -2,6 +2,8 @@
 // order.
 #include <gtest/gtest.h>
 
+#include <cfenv>
+#include <limits>
 #include <string>
 
 #include "frame/dispatch_table.h"
@@ -110,6 +112,28 @@ TEST(arithmetic, every_member) {
                     else
                         hold_call<double>(m, rows, which, kind, shift, in_place, rng);
                 }
+    });
+}
+
+// A host may have unmasked exceptions: lanes without a row raise none.
+TEST(Arithmetic, NothingIsRaisedBehindTheLastRow) {
+    each_member([](const member &m) {
+        if (m.value_type != TAVO_VALUE_FLOAT || m.a_comparable || m.b_comparable)
+            return;
+        for (ub4 rows = 1; rows < 40; rows++) {
+            const float constant = std::numeric_limits<float>::infinity();
+            const std::vector<float> twos(rows, 2.0f);
+            std::vector<float> out(rows);
+            tavo_enc_ctx constant_enc{}, enc{};
+            constant_enc.flags = TAVO_CONSTANT;
+            tavo_vec left{}, right{}, res{};
+            left.data = const_cast<float *>(&constant), left.enc = &constant_enc;
+            right.data = const_cast<float *>(twos.data()), right.enc = &enc, right.size = rows;
+            res.data = out.data();
+            std::feclearexcept(FE_ALL_EXCEPT);
+            tavo_global_specialized_ctx.dispatch_table[m.index()].arith(&res, &left, &right, nullptr);
+            EXPECT_EQ(std::fetestexcept(FE_INVALID), 0) << m.name() << ", " << rows << " rows";
+        }
     });
 }
 

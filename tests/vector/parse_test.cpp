@@ -294,6 +294,7 @@ TEST(VectorParse, StatedExamples) {
         {"[127.4]", I, 0, 21, {}},
         {"[127,-128,2.5,-2.5,0.4999999]", I, 0, 0, {127, -128, 3, -3, 0}},
         {"[-128.0000001]", I, 0, 0, {-128}},
+        {"[0e400]", I, 0, 0, {0}}, // a NaN that no range leaves out
         {"[1e39]", F, 0, 21, {}},
         {"[1e39]", D, 0, 0, {1e39}},
         {"[1e-400]", D, 0, 0, {0}},
@@ -318,6 +319,18 @@ TEST(VectorParse, StatedExamples) {
                 std::memcpy(&is, got.bytes.data() + i * element_bytes(e.type), element_bytes(e.type));
                 ASSERT_EQ(is, due) << e.text;
             }
+        }
+}
+
+TEST(VectorParse, NormsBeyondDoubleEndTheCall) {
+    for (const bool keep_bad : {false, true})
+        for (const auto &[text, type] : {std::pair("[1e200]", TAVO_ELEM_DOUBLE), {"[0e400]", TAVO_ELEM_INT8}}) {
+            text_column column({wide("[1]"), wide(text), wide("[1]")}, false);
+            const parse_result got = run(column, type, true, 1, 8, true, keep_bad);
+            EXPECT_EQ(got.status, TAVO_OUT_OF_RANGE) << text;
+            EXPECT_EQ(got.norms[0], 1.0) << text;
+            EXPECT_EQ(got.norms[2], no_norm) << text;
+            EXPECT_EQ(got.bad[0], 0u) << text;
         }
 }
 
