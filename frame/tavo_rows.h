@@ -101,7 +101,7 @@ struct tavo_gather_spec {
  *                      and 4 or 8 bytes the entry of enc->side_table, ub4 or ub8, that the ub4 code in data names.
  *                      The cursor stays.
  * transpose_convert    copies the element bytes of rows first_row to last_row of the reference table
- *                      from->ref_tables[from_part] together and writes a new index of them. The flags of `spec`:
+ *                      from->ref_tables[from_part] together and writes a new index of them. The flags of `table`:
  *
  *     flags                    bytes of a row                     index
  *     REFERENCE | ONE_ELEMENT  per column ub2 length and bytes    one record a row: size of all that, its address
@@ -121,7 +121,7 @@ struct tavo_gather_spec {
  *                      TAVO_DONE resume_row is last_row + 1. With last_row below first_row nothing is done but
  *                      env->resume_row = first_row.
  *
- * TAVO_UNSUPPORTED (2): the flag is missing, the source has none of the layouts, or spec is null (convert). */
+ * TAVO_UNSUPPORTED (2): the flag is missing, the source has none of the layouts, or table is null (convert). */
 
 TAVO_STATIC_ASSERT(sizeof(tavo_gather_spec) == 88, "size of tavo_gather_spec");
 TAVO_OFFSET(tavo_gather_spec, flags, 0);

@@ -138,11 +138,11 @@ put_elements *put_in_fixed_layout(ub4 flags) noexcept {
 
 // `row_cols`: columns of a table row.
 template <class Columns>
-ub4 gather_columns(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env, Columns columns,
+ub4 gather_columns(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *shape, tavo_env *env, Columns columns,
                    ub4 row_cols, const kernel_texts &texts) noexcept {
-    const ub4 form = spec->flags & TAVO_TABLE_REFERENCE ? TAVO_TABLE_REFERENCE
-                     : spec->flags & TAVO_TABLE_CLA     ? TAVO_TABLE_CLA
-                                                        : spec->flags & TAVO_TABLE_FIXED;
+    const ub4 form = shape->flags & TAVO_TABLE_REFERENCE ? TAVO_TABLE_REFERENCE
+                     : shape->flags & TAVO_TABLE_CLA     ? TAVO_TABLE_CLA
+                                                         : shape->flags & TAVO_TABLE_FIXED;
     const ub4 layout = TAVO_VEC_ENC_CTX(dst)->flags;
     put_elements *const put = form == TAVO_TABLE_FIXED ? put_in_fixed_layout(layout) : put_in_layout(layout);
     if (form == 0 || !put || !row_codes::readable(TAVO_VEC_ENC_CTX(src)))
@@ -152,15 +152,15 @@ ub4 gather_columns(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, t
     const row_codes codes(TAVO_VEC_ENC_CTX(src), column_data(src, env, texts));
     gather_output out(dst);
     if (form == TAVO_TABLE_REFERENCE)
-        return walk_rows(reference_table(codes, spec, row_cols), columns, out, put, src, env);
+        return walk_rows(reference_table(codes, shape, row_cols), columns, out, put, src, env);
     if (form == TAVO_TABLE_CLA) {
-        const cla_table table(codes, spec, row_cols);
+        const cla_table table(codes, shape, row_cols);
         if constexpr (std::is_same_v<Columns, all_columns>)
             if (put == batch_to_lv_sep)
                 env->resume_row += copy_cla_rows(table, columns.cols, out, env->resume_row, TAVO_VEC_SIZE(src));
         return walk_rows(table, columns, out, put, src, env);
     }
-    const fixed_table table(codes, spec, row_cols);
+    const fixed_table table(codes, shape, row_cols);
     if (put == batch_to_fixed)
         env->resume_row += copy_fixed_rows(table, columns, out, env->resume_row, TAVO_VEC_SIZE(src));
     return walk_rows(table, columns, out, put, src, env);
@@ -204,23 +204,23 @@ ub4 gather_pointed_bytes(tavo_vec *dst, tavo_vec *src, tavo_env *env, const kern
 
 using namespace tavo;
 
-extern "C" ub4 tavo_gather_dydi(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env) noexcept {
+extern "C" ub4 tavo_gather_dydi(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *shape, tavo_env *env) noexcept {
     const kernel_texts texts = TAVO_KERNEL_TEXTS(tavo_gather_dydi);
     if ((TAVO_VEC_ENC_CTX(dst)->flags & byte_layouts) != 0 && (TAVO_VEC_ENC_CTX(src)->flags & pointer_layouts) != 0)
         return gather_pointed_bytes(dst, src, env, texts);
-    if (spec->flags & TAVO_TABLE_ONE_ELEMENT)
-        return gather_columns(dst, src, spec, env, one_column{0}, 1, texts);
-    return gather_columns(dst, src, spec, env, all_columns{spec->row_cols}, spec->row_cols, texts);
+    if (shape->flags & TAVO_TABLE_ONE_ELEMENT)
+        return gather_columns(dst, src, shape, env, one_column{0}, 1, texts);
+    return gather_columns(dst, src, shape, env, all_columns{shape->row_cols}, shape->row_cols, texts);
 }
 
-extern "C" ub4 tavo_gather_one_col_dydi(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env,
+extern "C" ub4 tavo_gather_one_col_dydi(tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *shape, tavo_env *env,
                                         ub4 col) noexcept {
-    return gather_columns(dst, src, spec, env, one_column{col}, spec->row_cols,
+    return gather_columns(dst, src, shape, env, one_column{col}, shape->row_cols,
                           TAVO_KERNEL_TEXTS(tavo_gather_one_col_dydi));
 }
 
 extern "C" ub4 tavo_gather_cols_dydi(tavo_vec *dst, tavo_vec *src, const ub4 *cols, ub4 ncols,
-                                     const tavo_gather_spec *spec, tavo_env *env) noexcept {
-    return gather_columns(dst, src, spec, env, listed_columns{cols, ncols}, spec->row_cols,
+                                     const tavo_gather_spec *shape, tavo_env *env) noexcept {
+    return gather_columns(dst, src, shape, env, listed_columns{cols, ncols}, shape->row_cols,
                           TAVO_KERNEL_TEXTS(tavo_gather_cols_dydi));
 }

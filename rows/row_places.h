@@ -76,12 +76,11 @@ inline ub8 address_in(const void *array, ub8 i) noexcept {
 // `row_bytes` bytes.
 class row_finder {
 public:
-    row_finder(row_codes codes, const tavo_gather_spec *spec, const void *tables, ub8 row_bytes) noexcept
-        : codes_(codes), tables_(tables), row_bytes_(row_bytes), row_mask_(_bzhi_u64(~0ull, spec->part_low)),
-          part_low_(spec->part_low),
-          part_mask_(part_low_ >= 64 ? 0
-                                     : _bzhi_u64(~0ull, spec->part_top >= 63 ? 64 : spec->part_top + 1u) & ~row_mask_) {
-    }
+    row_finder(row_codes codes, const tavo_gather_spec *shape, const void *tables, ub8 row_bytes) noexcept
+        : codes_(codes), tables_(tables), row_bytes_(row_bytes), row_mask_(_bzhi_u64(~0ull, shape->part_low)),
+          part_low_(shape->part_low),
+          part_mask_(
+              part_low_ >= 64 ? 0 : _bzhi_u64(~0ull, shape->part_top >= 63 ? 64 : shape->part_top + 1u) & ~row_mask_) {}
 
     // The places of n rows, at most a block, from `row` of the source on.
     [[gnu::noinline]] void find(ub8 row, ub4 n, row_places &places) const noexcept {

@@ -15,8 +15,8 @@ struct reference_table {
     static constexpr unsigned entry_bytes = lp_elements::record_bytes;
     row_finder rows;
 
-    reference_table(row_codes codes, const tavo_gather_spec *spec, ub4 row_cols) noexcept
-        : rows(codes, spec, spec->ref_tables, ub8{row_cols} * entry_bytes) {}
+    reference_table(row_codes codes, const tavo_gather_spec *shape, ub4 row_cols) noexcept
+        : rows(codes, shape, shape->ref_tables, ub8{row_cols} * entry_bytes) {}
 
     [[gnu::always_inline]] static const ub1 *record(const row_places &places, ub4 k, ub8 col) noexcept {
         return reinterpret_cast<const ub1 *>(places.at[k] + col * entry_bytes);
@@ -42,8 +42,8 @@ struct cla_table {
     row_finder rows;
     const ub8 *bases;
 
-    cla_table(row_codes codes, const tavo_gather_spec *spec, ub4 row_cols) noexcept
-        : rows(codes, spec, spec->cla_tables, ub8{row_cols} * sizeof(ub4)), bases(spec->part_bases) {}
+    cla_table(row_codes codes, const tavo_gather_spec *shape, ub4 row_cols) noexcept
+        : rows(codes, shape, shape->cla_tables, ub8{row_cols} * sizeof(ub4)), bases(shape->part_bases) {}
 
     [[gnu::always_inline]] static const ub1 *entry(const row_places &places, ub4 k, ub8 col) noexcept {
         return reinterpret_cast<const ub1 *>(places.at[k] + col * sizeof(ub4));
@@ -79,9 +79,9 @@ struct fixed_table {
     row_finder rows;
     const ub1 *col_bytes, *col_offsets;
 
-    fixed_table(row_codes codes, const tavo_gather_spec *spec, ub4) noexcept
-        : rows(codes, spec, spec->part_bases, spec->row_bytes), col_bytes(spec->col_bytes),
-          col_offsets(spec->col_offsets) {}
+    fixed_table(row_codes codes, const tavo_gather_spec *shape, ub4) noexcept
+        : rows(codes, shape, shape->part_bases, shape->row_bytes), col_bytes(shape->col_bytes),
+          col_offsets(shape->col_offsets) {}
 
     [[gnu::always_inline]] element one(const row_places &places, ub4 k, ub8 col) const noexcept {
         return {reinterpret_cast<const ub1 *>(places.at[k] + col_offsets[col]), col_bytes[col]};

@@ -178,9 +178,9 @@ private:
 
 using namespace tavo;
 
-extern "C" ub4 tavo_transpose_convert_dydi(tavo_gather_spec *spec, const tavo_gather_spec *from, sb4 to_part,
+extern "C" ub4 tavo_transpose_convert_dydi(tavo_gather_spec *shape, const tavo_gather_spec *from, sb4 to_part,
                                            sb4 from_part, ub4 first_row, ub4 last_row, tavo_env *env) noexcept {
-    if (!spec || !(spec->flags & (TAVO_TABLE_REFERENCE | TAVO_TABLE_CLA)))
+    if (!shape || !(shape->flags & (TAVO_TABLE_REFERENCE | TAVO_TABLE_CLA)))
         return TAVO_UNSUPPORTED;
     if (last_row < first_row) {
         env->resume_row = first_row;
@@ -189,11 +189,11 @@ extern "C" ub4 tavo_transpose_convert_dydi(tavo_gather_spec *spec, const tavo_ga
     const ub4 cols = from->row_cols;
     const ub8 rows = ub8{last_row} - first_row + 1, row_bytes = ub8{cols} * record_bytes;
     const ub1 *first = entry_of(from->ref_tables, from_part) + first_row * row_bytes;
-    packed_table table{entry_of(spec->byte_cursor, to_part), entry_of(spec->byte_end, to_part), nullptr, nullptr, 0};
-    if (spec->flags & TAVO_TABLE_REFERENCE)
-        table.record = entry_of(spec->ref_cursor, to_part);
-    if (spec->flags & TAVO_TABLE_CLA) {
-        table.sum_entry = reinterpret_cast<ub1 *>(entry_of(spec->cla_cursor, to_part));
+    packed_table table{entry_of(shape->byte_cursor, to_part), entry_of(shape->byte_end, to_part), nullptr, nullptr, 0};
+    if (shape->flags & TAVO_TABLE_REFERENCE)
+        table.record = entry_of(shape->ref_cursor, to_part);
+    if (shape->flags & TAVO_TABLE_CLA) {
+        table.sum_entry = reinterpret_cast<ub1 *>(entry_of(shape->cla_cursor, to_part));
         if (first_row == 0) {
             memcpy(table.sum_entry, &table.sum, sizeof table.sum);
             table.sum_entry += sizeof table.sum;
@@ -202,16 +202,16 @@ extern "C" ub4 tavo_transpose_convert_dydi(tavo_gather_spec *spec, const tavo_ga
         }
     }
     const record_source source{first, first + rows * row_bytes};
-    const bool lengths_before = (spec->flags & (TAVO_TABLE_WITH_LENGTHS | TAVO_TABLE_CLA)) == TAVO_TABLE_WITH_LENGTHS;
-    const ub8 fitting = spec->flags & TAVO_TABLE_ONE_ELEMENT ? converter<2, true>(table, source, cols).convert(rows)
-                        : lengths_before                     ? converter<2, false>(table, source, cols).convert(rows)
-                                                             : converter<0, false>(table, source, cols).convert(rows);
-    entry_of(spec->byte_cursor, to_part) = table.to;
+    const bool lengths_before = (shape->flags & (TAVO_TABLE_WITH_LENGTHS | TAVO_TABLE_CLA)) == TAVO_TABLE_WITH_LENGTHS;
+    const ub8 fitting = shape->flags & TAVO_TABLE_ONE_ELEMENT ? converter<2, true>(table, source, cols).convert(rows)
+                        : lengths_before                      ? converter<2, false>(table, source, cols).convert(rows)
+                                                              : converter<0, false>(table, source, cols).convert(rows);
+    entry_of(shape->byte_cursor, to_part) = table.to;
     if (table.record)
-        entry_of(spec->ref_cursor, to_part) = table.record;
+        entry_of(shape->ref_cursor, to_part) = table.record;
     // The leading entry goes with row 0: a call that does not write that row is made again from row 0.
     if (table.sum_entry && (first_row != 0 || fitting != 0))
-        entry_of(spec->cla_cursor, to_part) = reinterpret_cast<ub4 *>(table.sum_entry);
+        entry_of(shape->cla_cursor, to_part) = reinterpret_cast<ub4 *>(table.sum_entry);
     env->resume_row = static_cast<ub4>(first_row + fitting);
     return fitting == rows ? TAVO_DONE : TAVO_TARGET_FULL;
 }

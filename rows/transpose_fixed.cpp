@@ -8,10 +8,10 @@ namespace {
 
 // Writes value(r) of each row; value is called in the order of rows.
 template <class Value>
-[[gnu::always_inline]] inline void write_values(const tavo_gather_spec *spec, const tavo_vec *src, ub2 col, sb4 part,
+[[gnu::always_inline]] inline void write_values(const tavo_gather_spec *shape, const tavo_vec *src, ub2 col, sb4 part,
                                                 Value value) noexcept {
-    ub1 *to = spec->byte_cursor[part] + spec->col_offsets[col];
-    const ub8 row_bytes = spec->row_bytes;
+    ub1 *to = shape->byte_cursor[part] + shape->col_offsets[col];
+    const ub8 row_bytes = shape->row_bytes;
     const ub4 rows = TAVO_VEC_SIZE(src);
     for (ub8 r = 0; r < rows; r++, to += row_bytes) {
         const auto v = value(r);
@@ -43,42 +43,42 @@ using namespace tavo;
     K(tavo_transpose_fixed_fixed_4, load_nth<ub4>(data, r))                                                            \
     K(tavo_transpose_fixed_fixed_8, load_nth<ub8>(data, r))
 #define TAVO_FIXED_TRANSPOSE(name, value)                                                                              \
-    extern "C" ub4 name(const tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) noexcept {                     \
+    extern "C" ub4 name(const tavo_gather_spec *shape, tavo_vec *src, ub2 col, sb4 part) noexcept {                    \
         TAVO_ASSERT(part >= 0);                                                                                        \
         [[maybe_unused]] const void *side_table = TAVO_VEC_ENC_CTX(src)->side_table;                                   \
         const ub1 *data = data_of(src);                                                                                \
-        write_values(spec, src, col, part, [=](ub8 r) { return value; });                                              \
+        write_values(shape, src, col, part, [=](ub8 r) { return value; });                                             \
         return TAVO_DONE;                                                                                              \
     }
 TAVO_FIXED_TRANSPOSES(TAVO_FIXED_TRANSPOSE)
 
-extern "C" ub4 tavo_transpose_fixed_fixed(const tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) noexcept {
+extern "C" ub4 tavo_transpose_fixed_fixed(const tavo_gather_spec *shape, tavo_vec *src, ub2 col, sb4 part) noexcept {
     TAVO_ASSERT(part >= 0);
     const fixed_elements value(src, data_of(src));
-    ub1 *to = spec->byte_cursor[part] + spec->col_offsets[col];
+    ub1 *to = shape->byte_cursor[part] + shape->col_offsets[col];
     const ub4 rows = TAVO_VEC_SIZE(src);
-    for (ub8 r = 0; r < rows; r++, to += spec->row_bytes)
+    for (ub8 r = 0; r < rows; r++, to += shape->row_bytes)
         copy_bytes(to, value(r).bytes, value.bytes);
     return TAVO_DONE;
 }
 
-extern "C" ub4 tavo_transpose_fixed_dydi(tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) noexcept {
-    if (!(spec->flags & TAVO_TABLE_FIXED))
+extern "C" ub4 tavo_transpose_fixed_dydi(tavo_gather_spec *shape, tavo_vec *src, ub2 col, sb4 part) noexcept {
+    if (!(shape->flags & TAVO_TABLE_FIXED))
         return TAVO_UNSUPPORTED;
     constexpr ub4 unpacked = TAVO_SIDE_TABLE | TAVO_DICT;
-    const ub4 flags = TAVO_VEC_ENC_CTX(src)->flags, width = spec->col_bytes[col];
+    const ub4 flags = TAVO_VEC_ENC_CTX(src)->flags, width = shape->col_bytes[col];
     const bool by_code = (flags & unpacked) == unpacked && (width == 4 || width == 8);
     if (!by_code && !(flags & TAVO_FIXED))
         return TAVO_UNSUPPORTED;
     if (TAVO_VEC_SIZE(src) == 0)
         return TAVO_DONE;
     if (by_code)
-        return (width == 4 ? tavo_transpose_fixed_gd : tavo_transpose_fixed_unpacked_dict)(spec, src, col, part);
+        return (width == 4 ? tavo_transpose_fixed_gd : tavo_transpose_fixed_unpacked_dict)(shape, src, col, part);
     switch (width) {
-    case 1: return tavo_transpose_fixed_fixed_1(spec, src, col, part);
-    case 2: return tavo_transpose_fixed_fixed_2(spec, src, col, part);
-    case 4: return tavo_transpose_fixed_fixed_4(spec, src, col, part);
-    case 8: return tavo_transpose_fixed_fixed_8(spec, src, col, part);
-    default: return tavo_transpose_fixed_fixed(spec, src, col, part);
+    case 1: return tavo_transpose_fixed_fixed_1(shape, src, col, part);
+    case 2: return tavo_transpose_fixed_fixed_2(shape, src, col, part);
+    case 4: return tavo_transpose_fixed_fixed_4(shape, src, col, part);
+    case 8: return tavo_transpose_fixed_fixed_8(shape, src, col, part);
+    default: return tavo_transpose_fixed_fixed(shape, src, col, part);
     }
 }

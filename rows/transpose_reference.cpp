@@ -74,9 +74,9 @@ void write_one_column(ub1 *to, const tavo_vec *src, const ub1 *data, ub4 layout,
 
 using namespace tavo;
 
-extern "C" ub4 tavo_transpose_reference_dydi(tavo_gather_spec *spec, tavo_vec *src, ub2 col, sb4 part) noexcept {
+extern "C" ub4 tavo_transpose_reference_dydi(tavo_gather_spec *shape, tavo_vec *src, ub2 col, sb4 part) noexcept {
     constexpr unsigned record_bytes = lp_elements::record_bytes;
-    if (!(spec->flags & TAVO_TABLE_REFERENCE))
+    if (!(shape->flags & TAVO_TABLE_REFERENCE))
         return TAVO_UNSUPPORTED;
     const ub4 layout = column_elements::layout_of(src, TAVO_FIXED | TAVO_LV_SEP | TAVO_LV | TAVO_LP_SEP | TAVO_LP);
     if (layout == 0)
@@ -85,8 +85,8 @@ extern "C" ub4 tavo_transpose_reference_dydi(tavo_gather_spec *spec, tavo_vec *s
     if (rows == 0)
         return TAVO_DONE;
     const ub1 *data = column_data(src, nullptr, TAVO_KERNEL_TEXTS(tavo_transpose_reference_dydi));
-    const ub8 row_bytes = ub8{spec->row_cols} * record_bytes;
-    ub1 *to = entry_of(spec->ref_cursor, part) + ub8{col} * record_bytes;
+    const ub8 row_bytes = ub8{shape->row_cols} * record_bytes;
+    ub1 *to = entry_of(shape->ref_cursor, part) + ub8{col} * record_bytes;
     if (row_bytes == record_bytes && layout != TAVO_LV) {
         write_one_column(to, src, data, layout, rows);
         return TAVO_DONE;

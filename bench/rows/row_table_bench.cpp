@@ -42,7 +42,7 @@ struct table {
     ub4 *cla_table;
     ub8 base;
     std::vector<ub1> col_bytes, col_offsets;
-    tavo_gather_spec spec{};
+    tavo_gather_spec shape{};
 
     // Elements of shortest to longest bytes, their records in any order of their addresses.
     table(ub4 form, std::size_t of_rows, ub4 of_cols, unsigned shortest, unsigned longest, bool in_order = true)
@@ -72,16 +72,16 @@ struct table {
         ref_table = records.get();
         cla_table = sums.data();
         base = reinterpret_cast<ub8>(bytes.get());
-        spec.flags = form;
-        spec.row_cols = static_cast<ub2>(cols);
-        spec.row_bytes = static_cast<ub2>(cols * longest);
-        spec.col_bytes = col_bytes.data();
-        spec.col_offsets = col_offsets.data();
-        spec.part_top = 63;
-        spec.part_low = 64;
-        spec.ref_tables = &ref_table;
-        spec.cla_tables = &cla_table;
-        spec.part_bases = &base;
+        shape.flags = form;
+        shape.row_cols = static_cast<ub2>(cols);
+        shape.row_bytes = static_cast<ub2>(cols * longest);
+        shape.col_bytes = col_bytes.data();
+        shape.col_offsets = col_offsets.data();
+        shape.part_top = 63;
+        shape.part_low = 64;
+        shape.ref_tables = &ref_table;
+        shape.cla_tables = &cla_table;
+        shape.part_bases = &base;
     }
 };
 
@@ -138,7 +138,7 @@ void gather_values(benchmark::State &state, std::size_t table_bytes) {
     });
     const double seconds = report_best(state, n * 8, n, [&] {
         tavo_env env = c.fresh();
-        benchmark::DoNotOptimize(library.gather_one_col(&c.dst, &c.src, &t.spec, &env, 0));
+        benchmark::DoNotOptimize(library.gather_one_col(&c.dst, &c.src, &t.shape, &env, 0));
     });
     if (std::memcmp(plain.data(), c.data.get(), n * 8) != 0)
         state.SkipWithError("the plain loop writes other values");
@@ -158,12 +158,12 @@ void gather_rows(benchmark::State &state, ub4 form, ub4 layout, std::size_t tabl
     const double by_column = best_seconds([&] {
         for (ub4 col = 0; col < cols; col++) {
             tavo_env env = c.fresh();
-            benchmark::DoNotOptimize(library.gather_one_col(&c.dst, &c.src, &t.spec, &env, col));
+            benchmark::DoNotOptimize(library.gather_one_col(&c.dst, &c.src, &t.shape, &env, col));
         }
     });
     const double seconds = report_best(state, n * cols * 8, n * cols, [&] {
         tavo_env env = c.fresh();
-        if (library.gather(&c.dst, &c.src, &t.spec, &env) != TAVO_DONE)
+        if (library.gather(&c.dst, &c.src, &t.shape, &env) != TAVO_DONE)
             state.SkipWithError("not all rows");
     });
     state.counters["of_columns"] = by_column / seconds;
@@ -205,7 +205,7 @@ void gather_strings(benchmark::State &state, ub4 form, ub4 layout, unsigned long
     });
     const double seconds = report_best(state, written, n, [&] {
         tavo_env env = c.fresh();
-        benchmark::DoNotOptimize(library.gather_one_col(&c.dst, &c.src, &t.spec, &env, 0));
+        benchmark::DoNotOptimize(library.gather_one_col(&c.dst, &c.src, &t.shape, &env, 0));
     });
     if (std::memcmp(plain.data(), c.data.get(), written) != 0)
         state.SkipWithError("the loop of memcpys writes other bytes");
@@ -244,17 +244,17 @@ void references(benchmark::State &state, ub4 layout, ub4 cols, std::size_t table
     src.size = static_cast<ub4>(rows);
     const block out = filled(rows * cols * 10), copy = filled(rows * cols * 10);
     ub1 *cursor = out.get();
-    tavo_gather_spec spec{};
-    spec.flags = TAVO_TABLE_REFERENCE;
-    spec.row_cols = static_cast<ub2>(cols);
-    spec.ref_cursor = &cursor;
+    tavo_gather_spec shape{};
+    shape.flags = TAVO_TABLE_REFERENCE;
+    shape.row_cols = static_cast<ub2>(cols);
+    shape.ref_cursor = &cursor;
     const double memcpys = best_seconds([&] {
         std::memcpy(copy.get(), out.get(), rows * cols * 10);
         benchmark::ClobberMemory();
     });
     const double seconds = report_best(state, rows * cols * 10, rows * cols, [&] {
         for (ub4 c = 0; c < cols; c++)
-            benchmark::DoNotOptimize(library.transpose_reference(&spec, &src, static_cast<ub2>(c), 0));
+            benchmark::DoNotOptimize(library.transpose_reference(&shape, &src, static_cast<ub2>(c), 0));
     });
     state.counters["of_memcpy"] = memcpys / seconds;
 }
@@ -269,13 +269,13 @@ void convert(benchmark::State &state, ub4 flags, ub4 cols, unsigned longest, boo
     std::vector<ub4> sums(n + 1);
     ub1 *to, *end = bytes.get() + n * (longest + 2), *record;
     ub4 *sum;
-    tavo_gather_spec spec{};
-    spec.flags = flags;
-    spec.row_cols = static_cast<ub2>(cols);
-    spec.byte_cursor = &to;
-    spec.byte_end = &end;
-    spec.ref_cursor = &record;
-    spec.cla_cursor = &sum;
+    tavo_gather_spec shape{};
+    shape.flags = flags;
+    shape.row_cols = static_cast<ub2>(cols);
+    shape.byte_cursor = &to;
+    shape.byte_end = &end;
+    shape.ref_cursor = &record;
+    shape.cla_cursor = &sum;
     std::size_t written = 0;
     const double memcpys = best_seconds([&] {
         ub1 *at = plain.get();
@@ -295,7 +295,8 @@ void convert(benchmark::State &state, ub4 flags, ub4 cols, unsigned longest, boo
         record = records.get();
         sum = sums.data();
         tavo_env env{};
-        benchmark::DoNotOptimize(library.transpose_convert(&spec, &t.spec, 0, 0, 0, static_cast<ub4>(rows - 1), &env));
+        benchmark::DoNotOptimize(
+            library.transpose_convert(&shape, &t.shape, 0, 0, 0, static_cast<ub4>(rows - 1), &env));
     });
     if (flags == TAVO_TABLE_CLA && std::memcmp(bytes.get(), plain.get(), written) != 0)
         state.SkipWithError("the loop of memcpys writes other bytes");

@@ -33,14 +33,14 @@ row_table::row_table(session &s, const std::vector<stored_column *> &columns, co
         p->columns = std::min(most_columns, columns.size() - first);
         p->records.resize((std::size_t{rows_} + 1) * p->columns * record_bytes);
         p->table = p->record_cursor = p->records.data();
-        p->spec.flags = TAVO_TABLE_REFERENCE;
-        p->spec.row_cols = static_cast<ub2>(p->columns);
-        p->spec.part_top = 63;
-        p->spec.part_low = 64; // one partition, named -1
-        p->spec.ref_tables = &p->table;
-        p->spec.ref_cursor = &p->record_cursor;
-        p->spec.byte_cursor = &p->byte_cursor;
-        p->spec.byte_end = &p->byte_end;
+        p->shape.flags = TAVO_TABLE_REFERENCE;
+        p->shape.row_cols = static_cast<ub2>(p->columns);
+        p->shape.part_top = 63;
+        p->shape.part_low = 64; // one partition, named -1
+        p->shape.ref_tables = &p->table;
+        p->shape.ref_cursor = &p->record_cursor;
+        p->shape.byte_cursor = &p->byte_cursor;
+        p->shape.byte_end = &p->byte_end;
         parts_.push_back(std::move(p));
     }
     value_reader values(s, columns, rows, value_reader::no_limit);
@@ -62,7 +62,7 @@ void row_table::add_batch(part &p, const value_reader &values, ub4 rows) {
     ub1 *table = records.data();
     tavo_gather_spec batch{};
     batch.flags = TAVO_TABLE_REFERENCE;
-    batch.row_cols = p.spec.row_cols;
+    batch.row_cols = p.shape.row_cols;
     batch.ref_tables = batch.ref_cursor = &table;
     std::vector<const char *> addresses(rows);
     std::vector<ub2> lengths(rows);
@@ -98,7 +98,7 @@ void row_table::pack(part &p, const tavo_gather_spec &batch, const ub1 *records,
     double seconds = 0;
     for (;;) {
         const step_clock clock;
-        const ub4 status = ctx_.transpose_convert(&p.spec, &batch, -1, -1, env.resume_row, rows - 1, &env);
+        const ub4 status = ctx_.transpose_convert(&p.shape, &batch, -1, -1, env.resume_row, rows - 1, &env);
         seconds += clock.seconds();
         if (status != TAVO_TARGET_FULL) {
             check("tavo_transpose_convert_dydi", status);
@@ -141,7 +141,7 @@ void row_table::gather(const ub4 *rows, ub4 n) {
         tavo_env env{};
         env.host = session_.record();
         const step_clock clock;
-        const ub4 status = ctx_.gather(&dst, &src, &p->spec, &env);
+        const ub4 status = ctx_.gather(&dst, &src, &p->shape, &env);
         const double seconds = clock.seconds();
         check("tavo_gather_dydi", status);
         steps_.add("tavo_gather_dydi", names_of(p->columns), "rows by their numbers", n, n, seconds);

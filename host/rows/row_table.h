@@ -36,7 +36,7 @@ private:
         std::vector<ub1> records; // of rows, the last one of nulls
         ub1 *table, *record_cursor, *byte_cursor = nullptr, *byte_end = nullptr;
         std::vector<std::unique_ptr<ub1[]>> bytes;
-        tavo_gather_spec spec{};
+        tavo_gather_spec shape{};
         std::vector<const char *> addresses; // gathered
         std::vector<ub2> lengths;
     };

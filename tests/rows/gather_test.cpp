@@ -25,13 +25,13 @@ operation gather_all(ub4 cols) {
     return o;
 }
 operation gather_one_col(ub4 col) {
-    return {"gather_one_col", {col}, [col](tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env) {
-                return library.gather_one_col(dst, src, spec, env, col);
+    return {"gather_one_col", {col}, [col](tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *shape, tavo_env *env) {
+                return library.gather_one_col(dst, src, shape, env, col);
             }};
 }
 operation gather_cols(std::vector<ub4> cols) {
-    return {"gather_cols", cols, [cols](tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *spec, tavo_env *env) {
-                return library.gather_cols(dst, src, cols.data(), static_cast<ub4>(cols.size()), spec, env);
+    return {"gather_cols", cols, [cols](tavo_vec *dst, tavo_vec *src, const tavo_gather_spec *shape, tavo_env *env) {
+                return library.gather_cols(dst, src, cols.data(), static_cast<ub4>(cols.size()), shape, env);
             }};
 }
 
@@ -39,8 +39,8 @@ operation gather_cols(std::vector<ub4> cols) {
 using expected_rows = std::vector<strings>;
 
 // One call with room for `bytes` bytes; the result must be what the plain loop says.
-void check_call(const operation &op, tavo_vec *src, const tavo_gather_spec *spec, const expected_rows &rows, ub4 layout,
-                std::size_t bytes, tavo_env &env) {
+void check_call(const operation &op, tavo_vec *src, const tavo_gather_spec *shape, const expected_rows &rows,
+                ub4 layout, std::size_t bytes, tavo_env &env) {
     // The plain loop.
     strings written;
     std::size_t room = bytes;
@@ -56,7 +56,7 @@ void check_call(const operation &op, tavo_vec *src, const tavo_gather_spec *spec
             written.push_back(e);
         }
     row_output out(layout, bytes, written.size());
-    const ub4 status = op.call(&out.vec, src, spec, &env);
+    const ub4 status = op.call(&out.vec, src, shape, &env);
     ASSERT_EQ(status, full ? TAVO_ROWS_FULL : TAVO_DONE) << op.name << std::hex << " layout " << layout;
     ASSERT_EQ(env.resume_row, stop) << op.name << std::hex << " layout " << layout;
     std::size_t used = 0;
@@ -75,7 +75,7 @@ std::size_t room_for(const expected_rows &rows, std::size_t first, std::size_t n
 }
 
 // Calls until all rows are written, each time with another room: none, exactly some rows, some bytes.
-void drain(const operation &op, tavo_vec *src, const tavo_gather_spec *spec, const expected_rows &rows, ub4 layout,
+void drain(const operation &op, tavo_vec *src, const tavo_gather_spec *shape, const expected_rows &rows, ub4 layout,
            std::mt19937_64 &rng) {
     tavo_env env{};
     for (;;) {
@@ -83,7 +83,7 @@ void drain(const operation &op, tavo_vec *src, const tavo_gather_spec *spec, con
         std::size_t bytes = room_for(rows, before, rng() % 90, layout);
         if (rng() % 3 == 0)
             bytes += rng() % 30;
-        ASSERT_NO_FATAL_FAILURE(check_call(op, src, spec, rows, layout, bytes, env));
+        ASSERT_NO_FATAL_FAILURE(check_call(op, src, shape, rows, layout, bytes, env));
         if (env.resume_row == rows.size())
             return;
     }
@@ -144,21 +144,21 @@ TEST(Gather, EveryFormLayoutAndSource) {
                     row_table table(form, random_parts(parts, rows, widths, cols, rng), cols, widths, cols == 1,
                                     static_cast<ub1>(cols < 16 && rng() % 2 ? 3 : 0));
                     if (one_part && rng() % 2) {
-                        table.spec.part_low = bits < 64 ? static_cast<ub1>(6) : 64;
-                        table.spec.part_top = 5;
+                        table.shape.part_low = bits < 64 ? static_cast<ub1>(6) : 64;
+                        table.shape.part_top = 5;
                     } else if (!one_part) {
-                        table.spec.part_low = 6;
-                        table.spec.part_top = static_cast<ub1>(bits == 8 ? 7 : rng() % 3 == 0 ? bits - 1 : 8);
+                        table.shape.part_low = 6;
+                        table.shape.part_top = static_cast<ub1>(bits == 8 ? 7 : rng() % 3 == 0 ? bits - 1 : 8);
                     }
                     const std::size_t n = rng() % 5 == 0 ? rng() % 3 : rng() % 140;
                     std::vector<ub8> codes(n);
                     std::vector<const strings *> named(n);
                     for (std::size_t r = 0; r < n; r++) {
                         const ub8 row = rng() % rows, part = rng() % parts;
-                        codes[r] = row | (table.spec.part_low == 6 ? part << 6 : 0);
-                        if (table.spec.part_low == 6 && table.spec.part_top < bits - 1 && bits > 8)
-                            codes[r] |= rng() << (table.spec.part_top + 1);
-                        named[r] = &table.parts[table.spec.part_low == 6 ? part : 0][row];
+                        codes[r] = row | (table.shape.part_low == 6 ? part << 6 : 0);
+                        if (table.shape.part_low == 6 && table.shape.part_top < bits - 1 && bits > 8)
+                            codes[r] |= rng() << (table.shape.part_top + 1);
+                        named[r] = &table.parts[table.shape.part_low == 6 ? part : 0][row];
                     }
                     code_column column(source, codes);
                     for (const operation &op : operations(cols, rng)) {
@@ -167,7 +167,7 @@ TEST(Gather, EveryFormLayoutAndSource) {
                             for (ub4 c : op.cols)
                                 expected[r].push_back((*named[r])[c]);
                         for (ub4 layout : layouts_of(form))
-                            ASSERT_NO_FATAL_FAILURE(drain(op, &column.vec, &table.spec, expected, layout, rng))
+                            ASSERT_NO_FATAL_FAILURE(drain(op, &column.vec, &table.shape, expected, layout, rng))
                                 << "form " << form << " columns " << cols << " code bytes " << code_bytes(source);
                     }
                 }
@@ -203,7 +203,7 @@ TEST(Gather, EveryRoom) {
                     for (std::size_t bytes = 0; bytes <= room_for(expected, first, 4, layout) + 2; bytes++) {
                         tavo_env env{};
                         env.resume_row = first;
-                        ASSERT_NO_FATAL_FAILURE(check_call(op, &column.vec, &table.spec, expected, layout, bytes, env))
+                        ASSERT_NO_FATAL_FAILURE(check_call(op, &column.vec, &table.shape, expected, layout, bytes, env))
                             << "form " << form << " room " << bytes << " from row " << first;
                     }
         }
@@ -218,8 +218,8 @@ TEST(Gather, OneElementRows) {
         const std::vector<ub1> widths = {8, 3};
         row_table table(form, random_parts(1, 50, fixed ? widths : std::vector<ub1>{}, fixed ? 2 : 1, rng),
                         fixed ? 2 : 1, fixed ? widths : std::vector<ub1>{});
-        table.spec.flags |= TAVO_TABLE_ONE_ELEMENT;
-        table.spec.row_cols = 3;
+        table.shape.flags |= TAVO_TABLE_ONE_ELEMENT;
+        table.shape.row_cols = 3;
         std::vector<ub8> codes;
         expected_rows expected;
         for (int r = 0; r < 200; r++) {
@@ -229,18 +229,18 @@ TEST(Gather, OneElementRows) {
         code_column column(code_source::u16, codes);
         operation op = gather_all(1);
         for (ub4 layout : layouts_of(form))
-            ASSERT_NO_FATAL_FAILURE(drain(op, &column.vec, &table.spec, expected, layout, rng));
+            ASSERT_NO_FATAL_FAILURE(drain(op, &column.vec, &table.shape, expected, layout, rng));
     }
     // The other operations do not look at the flag.
     row_table table(TAVO_TABLE_CLA, random_parts(1, 9, {}, 3, rng), 3);
-    table.spec.flags |= TAVO_TABLE_ONE_ELEMENT;
+    table.shape.flags |= TAVO_TABLE_ONE_ELEMENT;
     code_column column(code_source::u8, {4, 8});
     tavo_env env{};
-    ASSERT_NO_FATAL_FAILURE(check_call(gather_one_col(2), &column.vec, &table.spec,
+    ASSERT_NO_FATAL_FAILURE(check_call(gather_one_col(2), &column.vec, &table.shape,
                                        {{table.parts[0][4][2]}, {table.parts[0][8][2]}}, TAVO_LV, 1000, env));
     env.resume_row = 0;
     ASSERT_NO_FATAL_FAILURE(
-        check_call(gather_cols({2, 1}), &column.vec, &table.spec,
+        check_call(gather_cols({2, 1}), &column.vec, &table.shape,
                    {{table.parts[0][4][2], table.parts[0][4][1]}, {table.parts[0][8][2], table.parts[0][8][1]}},
                    TAVO_LV_SEP, 1000, env));
 }
@@ -283,14 +283,14 @@ TEST(Gather, WholeCodes) {
     table.part_bases[0] -= index * 7;
     code_column whole(code_source::u64, {index});
     tavo_env env{};
-    ASSERT_NO_FATAL_FAILURE(check_call(gather_all(1), &whole.vec, &table.spec, {row}, TAVO_FIXED, 7, env));
+    ASSERT_NO_FATAL_FAILURE(check_call(gather_all(1), &whole.vec, &table.shape, {row}, TAVO_FIXED, 7, env));
     // part_top 63: the partition is all bits from part_low on.
     table.part_bases[0] += index * 7;
-    table.spec.part_low = 63;
+    table.shape.part_low = 63;
     code_column parts(code_source::u64, {ub8{1} << 63, 0});
     env.resume_row = 0;
     ASSERT_NO_FATAL_FAILURE(
-        check_call(gather_all(1), &parts.vec, &table.spec, {{"another"}, row}, TAVO_FIXED, 14, env));
+        check_call(gather_all(1), &parts.vec, &table.shape, {{"another"}, row}, TAVO_FIXED, 14, env));
 }
 
 TEST(Gather, Refused) {
@@ -301,11 +301,11 @@ TEST(Gather, Refused) {
         row_output out(dst_flags, 0, 0);
         tavo_env env{};
         env.resume_row = 1; // nothing left, so that an accepted call does nothing
-        table.spec.flags = spec_flags;
+        table.shape.flags = spec_flags;
         column.enc.flags = src_flags;
-        const ub4 col = 0, results[] = {library.gather(&out.vec, &column.vec, &table.spec, &env),
-                                        library.gather_one_col(&out.vec, &column.vec, &table.spec, &env, 0),
-                                        library.gather_cols(&out.vec, &column.vec, &col, 1, &table.spec, &env)};
+        const ub4 col = 0, results[] = {library.gather(&out.vec, &column.vec, &table.shape, &env),
+                                        library.gather_one_col(&out.vec, &column.vec, &table.shape, &env, 0),
+                                        library.gather_cols(&out.vec, &column.vec, &col, 1, &table.shape, &env)};
         EXPECT_EQ(results[0], results[1]);
         EXPECT_EQ(results[0], results[2]);
         EXPECT_EQ(env.resume_row, 1u);
@@ -336,17 +336,17 @@ TEST(Gather, NothingToDo) {
     code_column column(code_source::u32, {0, 0});
     row_output out(TAVO_LV, 0, 0);
     tavo_env env{};
-    EXPECT_EQ(library.gather_cols(&out.vec, &column.vec, nullptr, 0, &table.spec, &env), TAVO_DONE);
+    EXPECT_EQ(library.gather_cols(&out.vec, &column.vec, nullptr, 0, &table.shape, &env), TAVO_DONE);
     EXPECT_EQ(env.resume_row, 2u);
-    table.spec.row_cols = 0;
+    table.shape.row_cols = 0;
     env.resume_row = 0;
-    EXPECT_EQ(library.gather(&out.vec, &column.vec, &table.spec, &env), TAVO_DONE);
+    EXPECT_EQ(library.gather(&out.vec, &column.vec, &table.shape, &env), TAVO_DONE);
     EXPECT_EQ(env.resume_row, 2u);
     column.vec.data = nullptr;
     out.vec.data = nullptr;
-    table.spec.cla_tables = nullptr;
+    table.shape.cla_tables = nullptr;
     env.resume_row = 7;
-    EXPECT_EQ(library.gather(&out.vec, &column.vec, &table.spec, &env), TAVO_DONE);
+    EXPECT_EQ(library.gather(&out.vec, &column.vec, &table.shape, &env), TAVO_DONE);
     EXPECT_EQ(env.resume_row, 2u);
 }
 
@@ -367,7 +367,7 @@ TEST(Gather, CompressedCodes) {
     column.vec.decomp_slot = &slot;
     tavo_env env{};
     env.host = host.record();
-    ASSERT_NO_FATAL_FAILURE(check_call(gather_all(1), &column.vec, &table.spec,
+    ASSERT_NO_FATAL_FAILURE(check_call(gather_all(1), &column.vec, &table.shape,
                                        {{"two"}, {"zero"}, {"one"}, {"two"}, {"two"}}, TAVO_LV_SEP, 16, env));
     ASSERT_EQ(host.allocations.size(), 1u);
     EXPECT_EQ(host.allocations[0].label, "tavo_gather_dydi: vec1_decomp");

@@ -17,13 +17,13 @@ struct table_memory {
     std::vector<ub1 *> ref_tables, ref_cursor, byte_cursor, byte_end;
     std::vector<ub4 *> cla_tables, cla_cursor;
     std::vector<ub8> part_bases;
-    tavo_gather_spec spec{};
+    tavo_gather_spec shape{};
 
     table_memory(ub4 flags, std::size_t elements, std::size_t byte_room) {
-        spec.flags = flags;
-        spec.row_cols = cols;
-        spec.part_low = 20;
-        spec.part_top = 21;
+        shape.flags = flags;
+        shape.row_cols = cols;
+        shape.part_low = 20;
+        shape.part_top = 21;
         for (ub4 p = 0; p < parts; p++) {
             records.emplace_back(elements * 10);
             bytes.emplace_back(byte_room);
@@ -38,19 +38,19 @@ struct table_memory {
         }
         ref_cursor = ref_tables;
         cla_cursor = cla_tables;
-        spec.ref_tables = ref_tables.data();
-        spec.cla_tables = cla_tables.data();
-        spec.part_bases = part_bases.data();
-        spec.ref_cursor = ref_cursor.data();
-        spec.cla_cursor = cla_cursor.data();
-        spec.byte_cursor = byte_cursor.data();
-        spec.byte_end = byte_end.data();
+        shape.ref_tables = ref_tables.data();
+        shape.cla_tables = cla_tables.data();
+        shape.part_bases = part_bases.data();
+        shape.ref_cursor = ref_cursor.data();
+        shape.cla_cursor = cla_cursor.data();
+        shape.byte_cursor = byte_cursor.data();
+        shape.byte_end = byte_end.data();
     }
     table_memory(const table_memory &) = delete;
 };
 
 // Gathers through an output that holds some elements at a time, and returns all of them.
-strings gather_everything(const tavo_gather_spec &spec, std::vector<ub8> &codes, ub4 col, ub4 layout,
+strings gather_everything(const tavo_gather_spec &shape, std::vector<ub8> &codes, ub4 col, ub4 layout,
                           const strings &expected) {
     code_column column(code_source::u64, codes);
     tavo_env env{};
@@ -58,7 +58,7 @@ strings gather_everything(const tavo_gather_spec &spec, std::vector<ub8> &codes,
     for (std::size_t bytes = 0;; bytes += 97) {
         const ub4 before = env.resume_row;
         row_output out(layout, bytes, expected.size());
-        const ub4 status = library.gather_one_col(&out.vec, &column.vec, &spec, &env, col);
+        const ub4 status = library.gather_one_col(&out.vec, &column.vec, &shape, &env, col);
         std::size_t used;
         const strings rest(expected.begin() + before, expected.end());
         for (std::string &e : out.elements(env.resume_row - before, rest, used))
@@ -92,26 +92,26 @@ TEST(RoundTrip, ColumnsThroughTablesToColumns) {
                 packed(TAVO_TABLE_REFERENCE | TAVO_TABLE_CLA, rows * cols, all_bytes);
             for (ub4 p = 0; p < parts; p++) {
                 for (ub2 c = 0; c < cols; c++)
-                    ASSERT_EQ(library.transpose_reference(&references.spec, &columns[p * cols + c]->vec, c,
+                    ASSERT_EQ(library.transpose_reference(&references.shape, &columns[p * cols + c]->vec, c,
                                                           static_cast<sb4>(p)),
                               TAVO_DONE);
                 tavo_env env{};
-                ASSERT_EQ(library.transpose_convert(&packed.spec, &references.spec, static_cast<sb4>(p),
+                ASSERT_EQ(library.transpose_convert(&packed.shape, &references.shape, static_cast<sb4>(p),
                                                     static_cast<sb4>(p), 0, static_cast<ub4>(rows - 1), &env),
                           TAVO_DONE);
             }
             std::vector<ub8> codes;
             for (int i = 0; i < 200; i++)
                 codes.push_back(rng() % rows | rng() % parts << 20);
-            tavo_gather_spec cla = packed.spec;
+            tavo_gather_spec cla = packed.shape;
             cla.flags = TAVO_TABLE_CLA;
             for (ub4 c = 0; c < cols; c++) {
                 strings expected;
                 for (ub8 code : codes)
                     expected.push_back(elements[(code >> 20) * cols + c][code & 0xfffff]);
                 for (ub4 to : {TAVO_LV_SEP, TAVO_LV, TAVO_LP_SEP, TAVO_LP})
-                    for (tavo_gather_spec *spec : {&references.spec, &packed.spec, &cla})
-                        ASSERT_EQ(gather_everything(*spec, codes, c, to, expected), expected)
+                    for (tavo_gather_spec *shape : {&references.shape, &packed.shape, &cla})
+                        ASSERT_EQ(gather_everything(*shape, codes, c, to, expected), expected)
                             << std::hex << "from " << layout << " to " << to;
             }
         }
@@ -123,9 +123,9 @@ TEST(RoundTrip, ValuesThroughFixedRows) {
     ub1 widths[cols] = {8, 4, 16, 3}, offsets[cols] = {0, 8, 12, 28};
     constexpr std::size_t rows = 100, row_bytes = 31;
     table_memory table(TAVO_TABLE_FIXED, 0, rows * row_bytes);
-    table.spec.row_bytes = row_bytes;
-    table.spec.col_bytes = widths;
-    table.spec.col_offsets = offsets;
+    table.shape.row_bytes = row_bytes;
+    table.shape.col_bytes = widths;
+    table.shape.col_offsets = offsets;
     std::vector<strings> values;
     for (ub4 p = 0; p < parts; p++)
         for (ub2 c = 0; c < cols; c++) {
@@ -133,7 +133,7 @@ TEST(RoundTrip, ValuesThroughFixedRows) {
             for (std::string &s : column)
                 s = random_string(widths[c], rng);
             element_column source(TAVO_FIXED, column);
-            ASSERT_EQ(library.transpose_fixed(&table.spec, &source.vec, c, static_cast<sb4>(p)), TAVO_DONE);
+            ASSERT_EQ(library.transpose_fixed(&table.shape, &source.vec, c, static_cast<sb4>(p)), TAVO_DONE);
             values.push_back(std::move(column));
         }
     std::vector<ub8> codes;
@@ -144,7 +144,7 @@ TEST(RoundTrip, ValuesThroughFixedRows) {
         for (ub8 code : codes)
             expected.push_back(values[(code >> 20) * cols + c][code & 0xfffff]);
         for (ub4 to : {TAVO_FIXED, TAVO_LP_SEP})
-            ASSERT_EQ(gather_everything(table.spec, codes, c, to, expected), expected);
+            ASSERT_EQ(gather_everything(table.shape, codes, c, to, expected), expected);
     }
 }
 

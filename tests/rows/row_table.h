@@ -45,20 +45,20 @@ struct row_table {
     std::vector<ub4 *> cla_tables;
     std::vector<ub8> part_bases;
     std::vector<ub1> col_bytes, col_offsets;
-    tavo_gather_spec spec{};
+    tavo_gather_spec shape{};
 
     // `widths` of a fixed table's columns; the elements have them already.
     row_table(ub4 form, std::vector<string_rows> of_parts, ub4 cols, std::vector<ub1> widths = {},
               bool own_pages = false, ub1 gap = 0)
         : parts(std::move(of_parts)), col_bytes(std::move(widths)) {
-        spec.flags = form;
-        spec.row_cols = static_cast<ub2>(cols);
+        shape.flags = form;
+        shape.row_cols = static_cast<ub2>(cols);
         unsigned row_bytes = gap;
         for (ub1 width : col_bytes) {
             col_offsets.push_back(static_cast<ub1>(row_bytes));
             row_bytes += width + gap;
         }
-        spec.row_bytes = static_cast<ub2>(row_bytes);
+        shape.row_bytes = static_cast<ub2>(row_bytes);
         for (const string_rows &rows : parts) {
             std::string table, bytes;
             std::vector<std::size_t> starts;
@@ -93,13 +93,13 @@ struct row_table {
             ref_tables.push_back(memory.back().data());
             cla_tables.push_back(memory.back().as<ub4>());
         }
-        spec.col_bytes = col_bytes.data();
-        spec.col_offsets = col_offsets.data();
-        spec.ref_tables = ref_tables.data();
-        spec.cla_tables = cla_tables.data();
-        spec.part_bases = part_bases.data();
-        spec.part_low = 64;
-        spec.part_top = 63;
+        shape.col_bytes = col_bytes.data();
+        shape.col_offsets = col_offsets.data();
+        shape.ref_tables = ref_tables.data();
+        shape.cla_tables = cla_tables.data();
+        shape.part_bases = part_bases.data();
+        shape.part_low = 64;
+        shape.part_top = 63;
     }
     row_table(const row_table &) = delete;
 };

@@ -22,11 +22,11 @@ struct cursors {
     ub1 *records[4] = {}, *bytes[4] = {}, *bytes_end[4] = {};
     ub4 *sums[4] = {};
 
-    void give(tavo_gather_spec &spec) {
-        spec.ref_cursor = records;
-        spec.cla_cursor = sums;
-        spec.byte_cursor = bytes;
-        spec.byte_end = bytes_end;
+    void give(tavo_gather_spec &shape) {
+        shape.ref_cursor = records;
+        shape.cla_cursor = sums;
+        shape.byte_cursor = bytes;
+        shape.byte_end = bytes_end;
     }
 };
 
@@ -43,12 +43,12 @@ TEST(TransposeReference, EveryLayout) {
                     const std::size_t last = rows == 0 ? 0 : (rows - 1) * cols * 10 + col * 10 + 10;
                     guarded table(last, guard::behind, 0xa5);
                     cursors at;
-                    tavo_gather_spec spec{};
-                    at.give(spec);
-                    spec.flags = TAVO_TABLE_REFERENCE;
-                    spec.row_cols = cols;
+                    tavo_gather_spec shape{};
+                    at.give(shape);
+                    shape.flags = TAVO_TABLE_REFERENCE;
+                    shape.row_cols = cols;
                     at.records[part < 0 ? 0 : part] = table.data();
-                    ASSERT_EQ(library.transpose_reference(&spec, &column.vec, col, part), TAVO_DONE);
+                    ASSERT_EQ(library.transpose_reference(&shape, &column.vec, col, part), TAVO_DONE);
                     EXPECT_EQ(at.records[part < 0 ? 0 : part], table.data());
                     std::string expected(last, '\xa5');
                     const ub1 *packed = column.data.data();
@@ -70,25 +70,25 @@ TEST(TransposeReference, FirstLayoutCounts) {
     element_column column(TAVO_LV_SEP, {"abc", "de"});
     guarded table(20);
     cursors at;
-    tavo_gather_spec spec{};
-    at.give(spec);
-    spec.row_cols = 1;
+    tavo_gather_spec shape{};
+    at.give(shape);
+    shape.row_cols = 1;
     at.records[0] = table.data();
-    EXPECT_EQ(library.transpose_reference(&spec, &column.vec, 0, 0), TAVO_UNSUPPORTED);
-    spec.flags = TAVO_TABLE_REFERENCE;
+    EXPECT_EQ(library.transpose_reference(&shape, &column.vec, 0, 0), TAVO_UNSUPPORTED);
+    shape.flags = TAVO_TABLE_REFERENCE;
     column.enc.flags = TAVO_DICT;
-    EXPECT_EQ(library.transpose_reference(&spec, &column.vec, 0, 0), TAVO_UNSUPPORTED);
+    EXPECT_EQ(library.transpose_reference(&shape, &column.vec, 0, 0), TAVO_UNSUPPORTED);
     for (ub1 byte : table.bytes())
         EXPECT_EQ(byte, 0xa5);
     column.enc.flags = TAVO_LV_SEP | TAVO_LV | TAVO_LP_SEP | TAVO_LP;
-    EXPECT_EQ(library.transpose_reference(&spec, &column.vec, 0, 0), TAVO_DONE);
+    EXPECT_EQ(library.transpose_reference(&shape, &column.vec, 0, 0), TAVO_DONE);
     std::string expected;
     append_record(expected, 3, column.data.data());
     append_record(expected, 2, column.data.data() + 3);
     EXPECT_EQ(std::string(table.as<char>(), 20), expected);
     column.enc.flags |= TAVO_FIXED;
     column.enc.width_bits = 8;
-    EXPECT_EQ(library.transpose_reference(&spec, &column.vec, 0, 0), TAVO_DONE);
+    EXPECT_EQ(library.transpose_reference(&shape, &column.vec, 0, 0), TAVO_DONE);
     EXPECT_EQ(table.data()[0], 1);
 }
 
@@ -108,15 +108,15 @@ TEST(TransposeFixed, EveryWidth) {
                                   last = rows == 0 ? 0 : (rows - 1) * row_bytes + 6 + width;
                 guarded table(last);
                 cursors at;
-                tavo_gather_spec spec{};
-                at.give(spec);
-                spec.flags = TAVO_TABLE_FIXED;
-                spec.row_cols = 2;
-                spec.row_bytes = static_cast<ub2>(row_bytes);
-                spec.col_bytes = col_bytes;
-                spec.col_offsets = col_offsets;
+                tavo_gather_spec shape{};
+                at.give(shape);
+                shape.flags = TAVO_TABLE_FIXED;
+                shape.row_cols = 2;
+                shape.row_bytes = static_cast<ub2>(row_bytes);
+                shape.col_bytes = col_bytes;
+                shape.col_offsets = col_offsets;
                 at.bytes[2] = table.data();
-                ASSERT_EQ(library.transpose_fixed(&spec, &column.vec, 1, 2), TAVO_DONE);
+                ASSERT_EQ(library.transpose_fixed(&shape, &column.vec, 1, 2), TAVO_DONE);
                 EXPECT_EQ(at.bytes[2], table.data());
                 std::string expected(last, '\xa5');
                 for (std::size_t r = 0; r < rows; r++)
@@ -139,30 +139,30 @@ TEST(TransposeFixed, ValuesByCode) {
     ub1 col_bytes[] = {4, 8, 2}, col_offsets[] = {0, 4, 12};
     guarded table(4 * 14 + 12);
     cursors at;
-    tavo_gather_spec spec{};
-    at.give(spec);
+    tavo_gather_spec shape{};
+    at.give(shape);
     at.bytes[0] = table.data();
-    spec.flags = TAVO_TABLE_FIXED;
-    spec.row_cols = 3;
-    spec.row_bytes = 14;
-    spec.col_bytes = col_bytes;
-    spec.col_offsets = col_offsets;
+    shape.flags = TAVO_TABLE_FIXED;
+    shape.row_cols = 3;
+    shape.row_bytes = 14;
+    shape.col_bytes = col_bytes;
+    shape.col_offsets = col_offsets;
     enc.flags = TAVO_SIDE_TABLE | TAVO_DICT;
     enc.side_table = side_4.data();
-    EXPECT_EQ(library.transpose_fixed(&spec, &src, 0, 0), TAVO_DONE);
+    EXPECT_EQ(library.transpose_fixed(&shape, &src, 0, 0), TAVO_DONE);
     enc.side_table = side_8.data();
-    EXPECT_EQ(library.transpose_fixed(&spec, &src, 1, 0), TAVO_DONE);
+    EXPECT_EQ(library.transpose_fixed(&shape, &src, 1, 0), TAVO_DONE);
     for (std::size_t r = 0; r < 5; r++) {
         EXPECT_EQ(std::memcmp(table.data() + 14 * r, &values_4[codes[r]], 4), 0);
         EXPECT_EQ(std::memcmp(table.data() + 14 * r + 4, &values_8[codes[r]], 8), 0);
     }
     // Other widths, and codes without a side table, have no values but fixed ones.
-    EXPECT_EQ(library.transpose_fixed(&spec, &src, 2, 0), TAVO_UNSUPPORTED);
+    EXPECT_EQ(library.transpose_fixed(&shape, &src, 2, 0), TAVO_UNSUPPORTED);
     enc.flags = TAVO_DICT;
-    EXPECT_EQ(library.transpose_fixed(&spec, &src, 0, 0), TAVO_UNSUPPORTED);
+    EXPECT_EQ(library.transpose_fixed(&shape, &src, 0, 0), TAVO_UNSUPPORTED);
     enc.flags = TAVO_FIXED;
-    spec.flags = TAVO_TABLE_REFERENCE;
-    EXPECT_EQ(library.transpose_fixed(&spec, &src, 0, 0), TAVO_UNSUPPORTED);
+    shape.flags = TAVO_TABLE_REFERENCE;
+    EXPECT_EQ(library.transpose_fixed(&shape, &src, 0, 0), TAVO_UNSUPPORTED);
 }
 
 TEST(TransposeFixedDeath, PartitionMustBeGiven) {
@@ -175,18 +175,18 @@ TEST(TransposeFixedDeath, PartitionMustBeGiven) {
     src.enc = &enc;
     src.data = &value;
     src.size = 1;
-    tavo_gather_spec spec{};
-    spec.flags = TAVO_TABLE_FIXED;
-    spec.col_bytes = width;
-    spec.col_offsets = offset;
-    EXPECT_DEATH(library.transpose_fixed(&spec, &src, 0, -1), "tavoc_avx512g.*tavo_transpose_fixed_fixed_4.*part");
+    tavo_gather_spec shape{};
+    shape.flags = TAVO_TABLE_FIXED;
+    shape.col_bytes = width;
+    shape.col_offsets = offset;
+    EXPECT_DEATH(library.transpose_fixed(&shape, &src, 0, -1), "tavoc_avx512g.*tavo_transpose_fixed_fixed_4.*part");
     width[0] = 3;
-    EXPECT_DEATH(library.transpose_fixed(&spec, &src, 0, -1), "tavoc_avx512g.*tavo_transpose_fixed_fixed.*part");
+    EXPECT_DEATH(library.transpose_fixed(&shape, &src, 0, -1), "tavoc_avx512g.*tavo_transpose_fixed_fixed.*part");
     enc.flags = TAVO_SIDE_TABLE | TAVO_DICT;
     width[0] = 4;
-    EXPECT_DEATH(library.transpose_fixed(&spec, &src, 0, -1), "tavoc_avx512g.*tavo_transpose_fixed_gd.*part");
+    EXPECT_DEATH(library.transpose_fixed(&shape, &src, 0, -1), "tavoc_avx512g.*tavo_transpose_fixed_gd.*part");
     width[0] = 8;
-    EXPECT_DEATH(library.transpose_fixed(&spec, &src, 0, -1),
+    EXPECT_DEATH(library.transpose_fixed(&shape, &src, 0, -1),
                  "tavoc_avx512g.*tavo_transpose_fixed_unpacked_dict.*part");
 }
 
@@ -266,7 +266,7 @@ struct conversion {
         while (reached <= last && image.row_end[reached] <= start + room)
             reached++;
         tavo_env env{};
-        const ub4 status = library.transpose_convert(&to, &source.spec, to_part, from_part, first, last, &env);
+        const ub4 status = library.transpose_convert(&to, &source.shape, to_part, from_part, first, last, &env);
         ASSERT_EQ(status, reached <= last ? TAVO_TARGET_FULL : TAVO_DONE);
         ASSERT_EQ(env.resume_row, reached);
         first = reached;
@@ -337,12 +337,12 @@ TEST(TransposeConvert, RowsWithoutColumns) {
 TEST(TransposeConvert, NothingToDo) {
     conversion c(TAVO_TABLE_CLA, {{"a"}, {"b"}}, 1);
     tavo_env env{};
-    EXPECT_EQ(library.transpose_convert(&c.to, &c.source.spec, c.to_part, c.from_part, 1, 0, &env), TAVO_DONE);
+    EXPECT_EQ(library.transpose_convert(&c.to, &c.source.shape, c.to_part, c.from_part, 1, 0, &env), TAVO_DONE);
     EXPECT_EQ(env.resume_row, 1u);
     EXPECT_EQ(c.at.sums[c.to_part], c.sums.as<ub4>());
-    EXPECT_EQ(library.transpose_convert(nullptr, &c.source.spec, 0, 0, 0, 1, &env), TAVO_UNSUPPORTED);
+    EXPECT_EQ(library.transpose_convert(nullptr, &c.source.shape, 0, 0, 0, 1, &env), TAVO_UNSUPPORTED);
     c.to.flags = TAVO_TABLE_FIXED | TAVO_TABLE_ONE_ELEMENT | TAVO_TABLE_WITH_LENGTHS;
-    EXPECT_EQ(library.transpose_convert(&c.to, &c.source.spec, c.to_part, c.from_part, 0, 1, &env), TAVO_UNSUPPORTED);
+    EXPECT_EQ(library.transpose_convert(&c.to, &c.source.shape, c.to_part, c.from_part, 0, 1, &env), TAVO_UNSUPPORTED);
     EXPECT_EQ(env.resume_row, 1u);
 }
 
