@@ -130,10 +130,10 @@ TEST(Gather, EveryFormLayoutAndSource) {
                     std::vector<ub1> widths;
                     if (form == TAVO_TABLE_FIXED) {
                         static const ub1 usual[] = {1, 2, 4, 8, 16, 0, 3, 40, 70};
-                        for (ub4 c = 0, room = 255 - 4 * cols / 2; c < cols; c++) { // offsets are bytes
+                        for (ub4 c = 0, used = 0; c < cols; c++) { // offsets are bytes; each later column needs one
                             const ub1 width = cols > 16 ? usual[rng() % 2] : usual[rng() % std::size(usual)];
-                            widths.push_back(width < room ? width : 1);
-                            room -= widths.back();
+                            widths.push_back(used + width + (cols - c - 1) <= 255 ? width : 1);
+                            used += widths.back();
                         }
                     }
                     // Rows in the low bits, partitions above, and noise above these where the code has room for it.
