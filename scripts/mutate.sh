@@ -46,7 +46,10 @@ cmake --preset gcc -B "$tree" "${form[@]}" -DTAVO_BUILD_BENCH=OFF -DTAVO_BUILD_H
     -DTAVO_NATIVE_OPTIMISATION=-O1 -DCMAKE_{C,CXX}_FLAGS_RELWITHDEBINFO=-O1 >/dev/null || exit 1
 
 changed=""
-restore() { [ -z "$changed" ] || git checkout -q -- "$changed"; changed=""; }
+restore() {
+    while [ -n "$changed" ] && ! git checkout -q -- "$changed"; do sleep 1; done # another command may hold the index
+    changed=""
+}
 trap restore EXIT
 trap 'exit 130' INT TERM
 
@@ -56,7 +59,7 @@ run_tests() {
     while IFS= read -r program; do
         timeout 300 "$program" --gtest_brief=1 --gtest_fail_fast >"$tree/run.log" 2>&1 || return
     done < <(find "$tree/tests/$1" -maxdepth 1 -type f -executable | sort)
-}
+} 2>/dev/null # what the shell says of a crash
 
 found=0 missed=() summary=()
 try() { # folder heading file old new
