@@ -8,20 +8,6 @@
 namespace tavo::test {
 namespace {
 
-TEST(NumberScan, TableHasAllMembers) {
-    unsigned filled = 0;
-    for (unsigned encoding : {TAVO_CLASS_FIXED, TAVO_CLASS_DYNP})
-        for (unsigned code = 0; code < 32; code++)
-            for (unsigned variant : {0u, 1u})
-                for (unsigned operation = TAVO_OP_EQ; operation <= TAVO_OP_GE_LE; operation++) {
-                    const unsigned index = dispatch_index(operation, encoding, code, variant);
-                    filled += tavo_global_specialized_ctx.dispatch_table[index].scan != nullptr;
-                }
-    EXPECT_EQ(filled, 140u);
-    for (const scan_member &m : all_number_members())
-        EXPECT_NE(tavo_global_specialized_ctx.dispatch_table[m.index()].scan, nullptr) << m.name();
-}
-
 // Sizes on both sides of every block, compare, control byte and word; constants that occur, with their tz and with
 // another, a negative one included, and empty ranges.
 TEST(NumberScan, AgreesWithPlainReading) {

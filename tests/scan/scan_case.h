@@ -204,7 +204,8 @@ inline ub4 population(const std::vector<ub8> &words) {
 }
 
 // A column between unreadable pages. Behind packed codes 3 bytes may be read; behind the numbers of a narrow fixed
-// column what is missing to its kernel's width; nothing behind dynp elements and fields of any kind.
+// column, by a walk of selected rows, what is missing to its kernel's width; nothing behind dynp elements and fields of
+// any kind.
 struct scan_column {
     tavo_enc_ctx enc{};
     tavo_vec src{};
@@ -214,8 +215,9 @@ struct scan_column {
         : data(pack_codes(codes, width, 3), side), lengths(std::size_t{0}) {
         fill_in(TAVO_DICT, codes.size());
     }
-    scan_column(const scan_member &member, const std::vector<scan_value> &values, guard side = guard::behind)
-        : data(data_bytes(member, values), side), lengths(field_bytes(member, values), side) {
+    scan_column(const scan_member &member, const std::vector<scan_value> &values, guard side = guard::behind,
+                bool walked = true)
+        : data(data_bytes(member, values, walked), side), lengths(field_bytes(member, values), side) {
         fill_in((member.is_dict() ? TAVO_DICT : TAVO_FIXED) | (member.common_tz ? TAVO_TZ : 0), values.size());
         enc.width_bits = member.width_bits | 0xab00; // the low byte counts
         if (member.is_dynp() || member.has_tz())
@@ -229,7 +231,7 @@ private:
         src.data = data.data();
         src.size = static_cast<ub4>(rows);
     }
-    static std::vector<ub1> data_bytes(const scan_member &member, const std::vector<scan_value> &values) {
+    static std::vector<ub1> data_bytes(const scan_member &member, const std::vector<scan_value> &values, bool walked) {
         std::vector<ub8> codes;
         std::vector<ub1> bytes;
         for (const scan_value &value : values) {
@@ -239,7 +241,8 @@ private:
         }
         if (member.is_dynp())
             return bytes;
-        return pack_codes(codes, member.width_bits, member.is_dict() ? 3 : (member.width - member.width_bits) / 8);
+        return pack_codes(codes, member.width_bits,
+                          member.is_dict() ? 3 : walked * (member.width - member.width_bits) / 8);
     }
     static std::vector<ub1> field_bytes(const scan_member &member, const std::vector<scan_value> &values) {
         if (member.common_tz)
@@ -266,7 +269,7 @@ struct scan_result {
 // A dense scan without selections, against the plain meaning row by row.
 inline void expect_agreement(const scan_member &member, const std::vector<scan_value> &values, scan_value lo,
                              scan_value hi, guard side) {
-    scan_column column(member, values, side);
+    scan_column column(member, values, side, false);
     scan_result result(column.src.size);
     const ub4 status = member(&result.res, &column.src, lo, hi, nullptr);
     const auto expected = bits_where(column.src.size, [&](ub4 r) { return member.qualifies(values[r], lo, hi); });

@@ -108,36 +108,38 @@ TEST(ScanPaths, RunLengthColumn) {
     for (const scan_member &member : all_scan_members())
         if (member.is_set() || (member.operation == TAVO_OP_GE && member.second))
             cases.push_back({member, std::nullopt});
-    for (const auto &[member, constant] : cases) {
-        constexpr ub4 runs = 700, rows = 5000;
-        const auto values = member.random_values(runs, rng);
-        auto source_selection = random_bits(runs, 0.8, rng), selection = random_bits(runs, 0.6, rng);
-        const scan_value c = constant ? scan_value(*constant) : member.width == 1 ? 0 : values[3];
-        scan_column column(member, values);
-        guarded run_bits((runs + 63) / 64 * 8);
-        column.enc.flags |= TAVO_RLE;
-        column.enc.run_count = runs;
-        column.enc.run_bits = run_bits.as<ub8>();
-        column.enc.rle_expand = record_expansion;
-        column.src.size = rows;
-        column.src.sel = source_selection.data();
-        tavo_vec res{};
-        res.size = rows;
-        host_stub host;
-        tavo_env env{};
-        env.host = host.record();
-        env.sel_bits = selection.data();
-        seen.reset();
-        EXPECT_EQ(member(&res, &column.src, c, 0, &env), 77u) << member.name();
-        const scan_member &of = member; // a name that a lambda may capture
-        const auto expected = bits_where(runs, [&](ub4 r) {
-            return of.qualifies(values[r], c, 0) && is_set(source_selection, r) && is_set(selection, r);
-        });
-        ASSERT_TRUE(seen.has_value()) << member.name();
-        EXPECT_EQ(seen->bits, expected) << member.name();
-        EXPECT_EQ(seen->runs_selected, population(expected));
-        EXPECT_EQ(env.result_flags, member.selected_flag());
-    }
+    for (const auto &[member, constant] : cases)
+        for (const bool selecting : {true, false}) {
+            constexpr ub4 runs = 700, rows = 5000;
+            const auto values = member.random_values(runs, rng);
+            auto source_selection = random_bits(runs, 0.8, rng), selection = random_bits(runs, 0.6, rng);
+            const scan_value c = constant ? scan_value(*constant) : member.width == 1 ? 0 : values[3];
+            scan_column column(member, values);
+            guarded run_bits((runs + 63) / 64 * 8);
+            column.enc.flags |= TAVO_RLE;
+            column.enc.run_count = runs;
+            column.enc.run_bits = run_bits.as<ub8>();
+            column.enc.rle_expand = record_expansion;
+            column.src.size = rows;
+            column.src.sel = selecting ? source_selection.data() : nullptr;
+            tavo_vec res{};
+            res.size = rows;
+            host_stub host;
+            tavo_env env{};
+            env.host = host.record();
+            env.sel_bits = selecting ? selection.data() : nullptr;
+            seen.reset();
+            EXPECT_EQ(member(&res, &column.src, c, 0, &env), 77u) << member.name();
+            const scan_member &of = member; // a name that a lambda may capture
+            const auto expected = bits_where(runs, [&](ub4 r) {
+                return of.qualifies(values[r], c, 0) &&
+                       (!selecting || (is_set(source_selection, r) && is_set(selection, r)));
+            });
+            ASSERT_TRUE(seen.has_value()) << member.name();
+            EXPECT_EQ(seen->bits, expected) << member.name();
+            EXPECT_EQ(seen->runs_selected, population(expected));
+            EXPECT_EQ(env.result_flags, selecting ? member.selected_flag() : 0);
+        }
 }
 
 // The dense scan takes its row count from the result; the walk is asked for by one bit of the flags, and needs a
