@@ -306,22 +306,27 @@ TEST(TransposeConvert, EveryFormDrained) {
         }
 }
 
-// Whatever the room, to the byte: nothing of a row that does not fit is left, and the call is made again.
+// Whatever the room, to the byte, for rows in one batch and in several: nothing of a row that does not fit is left, and
+// the call is made again.
 TEST(TransposeConvert, EveryRoom) {
-    const string_rows rows = {{"one", "", "three"}, {"", "", ""}, {"4", "five", "s"}, {"ten", "eleven", ""}};
-    for (ub4 flags : conversions)
-        for (std::size_t room = 0; room <= 50; room++) {
-            conversion c(flags, rows, 3);
-            ub4 row = 0;
-            ASSERT_NO_FATAL_FAILURE(c.step(row, 3, room)) << "flags " << flags << " room " << room;
-            if (row < 4) {
-                // Nothing in the bytes behind the rows that fit.
-                for (const ub1 *p = c.at.bytes[c.to_part]; p < c.bytes.data() + c.bytes.size(); p++)
-                    ASSERT_EQ(*p, 0xa5);
-                ASSERT_NO_FATAL_FAILURE(c.step(row, 3, ~0u)) << "flags " << flags << " room " << room;
+    string_rows rows = {{"one", "", "three"}, {"", "", ""}, {"4", "five", "s"}, {"ten", "eleven", ""}};
+    for (ub4 cols : {3u, 65u}) {
+        for (strings &row : rows)
+            row.resize(cols);
+        for (ub4 flags : conversions)
+            for (std::size_t room = 0; room <= 24 + 9 * cols; room++) {
+                conversion c(flags, rows, cols);
+                ub4 row = 0;
+                ASSERT_NO_FATAL_FAILURE(c.step(row, 3, room)) << "flags " << flags << " room " << room;
+                if (row < 4) {
+                    // Nothing in the bytes behind the rows that fit.
+                    for (const ub1 *p = c.at.bytes[c.to_part]; p < c.bytes.data() + c.bytes.size(); p++)
+                        ASSERT_EQ(*p, 0xa5);
+                    ASSERT_NO_FATAL_FAILURE(c.step(row, 3, ~0u)) << "flags " << flags << " room " << room;
+                }
+                ASSERT_EQ(row, 4u);
             }
-            ASSERT_EQ(row, 4u);
-        }
+    }
 }
 
 TEST(TransposeConvert, RowsWithoutColumns) {
