@@ -129,7 +129,7 @@ TEST(Gather, EveryFormLayoutAndSource) {
                 for (ub4 cols : {1u, 2u, 7u, 16u, 70u, form == TAVO_TABLE_FIXED ? 3u : 300u}) {
                     std::vector<ub1> widths;
                     if (form == TAVO_TABLE_FIXED) {
-                        static const ub1 usual[] = {1, 2, 4, 8, 16, 0, 3, 40, 70};
+                        static const ub1 usual[] = {1, 2, 4, 8, 16, 0, 3, 40, 64, 65, 70};
                         for (ub4 c = 0, used = 0; c < cols; c++) { // offsets are bytes; each later column needs one
                             const ub1 width = cols > 16 ? usual[rng() % 2] : usual[rng() % std::size(usual)];
                             widths.push_back(used + width + (cols - c - 1) <= 255 ? width : 1);
