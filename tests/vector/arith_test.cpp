@@ -176,6 +176,14 @@ TEST(ArithKernels, AFailureAtEveryPlace) {
         }
 }
 
+// Of a quotient beyond int8 and a division by zero.
+TEST(ArithKernels, TheFirstFailureIsTold) {
+    const plain_vector a{TAVO_ELEM_INT8, 2, {0x80, 0x80}, {}};
+    for (ub8 first : {0x00u, 0xffu})
+        hold(TAVO_VECTOR_DIV, a, false, {TAVO_ELEM_INT8, 2, {first, first ^ 0xff}, {}}, false, false, TAVO_ELEM_INT8,
+             false, false, "first divisor " + std::to_string(first));
+}
+
 ub4 divide(ub4 dims, signed char x, signed char y, bool scalar, std::vector<float> &out) {
     const std::vector<signed char> a(dims, x), b(dims, y);
     out.assign(dims, -1.0f);
