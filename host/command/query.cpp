@@ -107,6 +107,8 @@ int run(const query_options &options) {
         !options.join.memory.empty())
         throw error("--on, --left, --right, --anti and --join-memory go with --join FILE");
 
+    dense_options_of(options.group); // before the file is read
+
     std::vector<predicate> predicates;
     for (const std::string &text : options.where)
         predicates.push_back(parse_predicate(text));
@@ -158,7 +160,19 @@ int run(const query_options &options) {
     for (const measure &m : computed)
         encode(columns_of(m));
     // Keys and measures are read through dictionaries.
-    const table table = read_table(file, encoded, options.table, !grouped && computed.empty());
+    std::vector<std::size_t> texts;
+    if (grouped) {
+        const std::vector<std::size_t> compared = columns_of(predicates, file);
+        texts = columns_grouped_by(groups);
+        std::erase_if(texts, [&](std::size_t number) {
+            return std::find(compared.begin(), compared.end(), number) != compared.end();
+        });
+    }
+    const table table = read_table(file, encoded, options.table, !grouped && computed.empty(), texts);
+    if (options.group.threads || options.group.memory)
+        if (std::none_of(texts.begin(), texts.end(), [&](std::size_t c) { return table.texts(c) != nullptr; }))
+            throw error("--threads and --memory are for --group-by with a column that is held as texts: --encode "
+                        "COLUMN=text");
 
     session session(library);
     query query(session, table.rows());

@@ -72,6 +72,10 @@ public:
         : session_(s), ctx_(s.kernels().ctx()), table_(t), rows_(rows), steps_(steps) {}
 
     void make_keys(const std::vector<column *> &columns);
+    void take_keys(std::vector<ub4> group_of_row, ub4 groups) {
+        group_of_row_ = std::move(group_of_row);
+        groups_ = groups;
+    }
     ub4 groups() const { return groups_; }
     ub4 key(ub4 group) const { return keys_of_groups_.empty() ? group : keys_of_groups_[group]; }
     // The values' sums by group: of numbers, or with null for all rows.
@@ -344,14 +348,47 @@ group_column parse_group_column(const std::string &text, const csv_file &file) {
     return g;
 }
 
+namespace {
+
+// In the order in which dictionaries have values, nulls first.
+void sort_by_values(std::vector<group_row> &rows, const table &t, const std::vector<group_column> &by) {
+    std::vector<std::vector<std::string>> keys(by.size()); // of the columns that are not of texts
+    for (std::size_t c = 0; c < by.size(); c++)
+        if (const value_type type = by[c].month ? value_type::text : t.type(by[c].column); type != value_type::text)
+            for (const group_row &row : rows)
+                keys[c].push_back(row.group[c] ? sort_key(type, *row.group[c]).value() : "");
+    std::vector<std::size_t> order(rows.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        for (std::size_t c = 0; c < by.size(); c++) {
+            if (!keys[c].empty() && keys[c][a] != keys[c][b])
+                return keys[c][a] < keys[c][b];
+            if (rows[a].group[c] != rows[b].group[c])
+                return rows[a].group[c] < rows[b].group[c];
+        }
+        return false;
+    });
+    std::vector<group_row> sorted;
+    sorted.reserve(rows.size());
+    for (const std::size_t i : order)
+        sorted.push_back(std::move(rows[i]));
+    rows = std::move(sorted);
+}
+
+} // namespace
+
 std::vector<group_row> group_rows(session &s, const table &t, const selection &rows,
                                   const std::vector<group_column> &by, std::vector<aggregate> &asked,
-                                  step_list &steps) {
+                                  const dense_options &options, step_list &steps) {
     std::vector<std::unique_ptr<column>> months;
     std::vector<column *> columns;
+    bool has_texts = false;
     for (const group_column &g : by) {
         column *col = t.encoded(g.column);
+        has_texts = has_texts || t.texts(g.column) != nullptr;
         if (g.month) {
+            if (col == nullptr)
+                throw error(fmt::format("{}: a column of form text has no months", g.name));
             if (col->type() != value_type::date && col->type() != value_type::date_time)
                 throw error(fmt::format("{}: {} is no column of dates", g.name, col->name()));
             col = months.emplace_back(month_column(s, *col, g.name, steps)).get();
@@ -359,7 +396,16 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
         columns.push_back(col);
     }
     grouping groups(s, t, rows, steps);
-    groups.make_keys(columns);
+    std::optional<dense_groups> dense;
+    if (has_texts) {
+        std::vector<dense_groups::group_values> values;
+        for (std::size_t c = 0; c < by.size(); c++)
+            values.push_back({t.texts(by[c].column), columns[c]});
+        dense.emplace(s, t.rows(), rows, values, options, steps);
+        groups.take_keys(dense->take_group_of_row(), dense->groups());
+    } else {
+        groups.make_keys(columns);
+    }
     const ub4 n = groups.groups();
     const std::vector<sb8> counts = groups.sums<sb8>(std::vector<signed char>(rows.count, 1), "rows of each group");
 
@@ -411,10 +457,22 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
             });
     }
 
+    std::vector<ub4> with_rows;
+    for (ub4 g = 0; g < n; g++)
+        if (counts[g] != 0 || by.empty())
+            with_rows.push_back(g);
     std::vector<group_row> result;
-    for (ub4 g = 0; g < n; g++) {
-        if (counts[g] == 0 && !by.empty())
-            continue;
+    if (dense) {
+        auto values = dense->values(with_rows);
+        for (std::size_t i = 0; i < with_rows.size(); i++) {
+            result.push_back({std::move(values[i]), {}});
+            for (auto &answer : answers)
+                result.back().answers.push_back(std::move(answer[with_rows[i]]));
+        }
+        sort_by_values(result, t, by);
+        return result;
+    }
+    for (const ub4 g : with_rows) {
         group_row row;
         row.group.resize(columns.size());
         ub4 key = groups.key(g);
