@@ -16,7 +16,7 @@ const char *name_of(column_form form) {
     case column_form::rle: return "rle";
     case column_form::fixed: return "fixed";
     case column_form::dynp: return "dynp";
-    case column_form::text: break;
+    case column_form::texts: break;
     }
     return "text";
 }

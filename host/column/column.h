@@ -21,7 +21,7 @@ enum class column_form {
     rle,   // one packed code a run of equal rows, and a table of the runs' lengths
     fixed, // no dictionary: numbers of one width, see number_column.h
     dynp,  // no dictionary: numbers of varying length
-    text   // no dictionary: where each text stands, see text_column.h
+    texts  // no dictionary: where each text stands, see text_column.h
 };
 const char *name_of(column_form);
 

@@ -104,7 +104,7 @@ table::table(const csv_file &file, const std::vector<std::size_t> &wanted, const
         const found_type type = given == options.type_of.end() ? found_type() : found_type(given->second);
         builders.emplace_back(name, text, type);
         forms.push_back(form_of(name, options.form_of));
-        if (forms.back() == column_form::text)
+        if (forms.back() == column_form::texts)
             texts_[number] = new_text_column(name, number, type, options);
     }
     try {

@@ -25,9 +25,9 @@ struct read_options {
     std::map<std::string, value_type> type_of; // of columns whose type is not to be found from their values
     // Whether columns may be of form fixed or dynp, without a dictionary.
     bool numbers = false;
-    std::vector<std::size_t> texts; // columns that may be of form text
     // Told now and then how many bytes of the file are behind us; may be empty.
     std::function<void(std::size_t done, std::size_t all)> progress;
+    std::vector<std::size_t> texts = {}; // columns that may be of form text
 };
 
 class table {

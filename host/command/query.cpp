@@ -99,6 +99,8 @@ int run(const query_options &options) {
         throw error("--group-by, --sum, --avg and --select are not for joined files yet");
     if (!options.join.file.empty() && !(options.smallest.empty() && options.largest.empty()))
         throw error("--min and --max are of one file, they don't go with --join");
+    if (!options.join.file.empty() && (options.group.threads || options.group.memory))
+        throw error("--threads and --memory are for --group-by, they don't go with --join");
     if (!options.join.file.empty())
         return run_join(options.join,
                         {options.table, options.where, options.columns, options.group.order, options.library,

@@ -29,7 +29,7 @@ forms forms_of(const std::vector<std::string> &asked, const csv_file &file) {
         else if (form == "dynp")
             forms[column] = column_form::dynp;
         else if (form == "text" && !column.empty())
-            forms[column] = column_form::text;
+            forms[column] = column_form::texts;
         else if (form == "text")
             throw error("--encode text is for one column: --encode COLUMN=text");
         else if (form == "auto")

@@ -75,7 +75,7 @@ TEST_F(Command, FormsOfColumns) {
     EXPECT_NE(squeezed(chosen.out).find(" 3 rle "), std::string::npos) << chosen.out;
     EXPECT_NE(squeezed(chosen.out).find(" 6 spak "), std::string::npos) << chosen.out;
     expect_refused("columns " + airports_ + " --encode =rle", "there is no column ''");
-    expect_refused("columns " + airports_ + " --encode zip", "the forms are auto, plain, spak, rle, fixed and dynp");
+    expect_refused("columns " + airports_ + " --encode zip", "the forms are auto, plain, spak, rle, fixed, dynp and text");
     expect_refused("columns " + airports_ + " --encode stat=rle", "did you mean state");
     expect_refused("query " + file("long.csv", "a,b\n1," + std::string(65536, 'x') + "\n"), "column b does not fit");
 }
