@@ -8,6 +8,7 @@
 
 #include "host/column/packing.h"
 #include "host/error.h"
+#include "host/group/occurring_keys.h"
 #include "host/join/code_reader.h"
 
 namespace host {
@@ -72,12 +73,19 @@ public:
         : session_(s), ctx_(s.kernels().ctx()), table_(t), rows_(rows), steps_(steps) {}
 
     void make_keys(const std::vector<column *> &columns);
+    void make_occurring(const std::vector<column *> &columns);
+    void number_groups(ub4 space);
     void take_keys(std::vector<ub4> group_of_row, ub4 groups) {
         group_of_row_ = std::move(group_of_row);
         groups_ = groups;
     }
     ub4 groups() const { return groups_; }
     ub4 key(ub4 group) const { return keys_of_groups_.empty() ? group : keys_of_groups_[group]; }
+    // What a key has of a column: one of so many places, and the code that it stands for.
+    ub4 places(std::size_t c, const column &col) const {
+        return static_cast<ub4>(occurring_.empty() ? col.end_code() : occurring_[c].size());
+    }
+    ub4 code(std::size_t c, ub4 place) const { return occurring_.empty() ? place : occurring_[c][place]; }
     // The values' sums by group: of numbers, or with null for all rows.
     template <class Sum, class Value>
     std::vector<Sum> sums(const std::vector<Value> &values, const std::string &of);
@@ -116,6 +124,7 @@ private:
     step_list &steps_;
     std::vector<ub4> group_of_row_; // empty: all rows are one group
     std::vector<ub4> keys_of_groups_;
+    std::vector<std::vector<ub4>> occurring_;       // codes by column, where keys are made of these alone
     std::map<std::size_t, std::vector<ub4>> codes_; // of the columns that have been read
     ub4 groups_ = 1;
 };
@@ -151,10 +160,10 @@ void grouping::make_keys(const std::vector<column *> &columns) {
     const ub4 status = ctx_.groupkey(&keys, &space, cols.data(), static_cast<ub4>(cols.size()), &temp, &env);
     const double seconds = clock.seconds();
     session_.throw_raised();
-    if (status == TAVO_OUT_OF_RANGE)
-        throw error(
-            "the groups' keys do not fit 32 bits: the columns' numbers of values, multiplied, come to 4294967296 "
-            "or more; group by fewer columns, or by ones with fewer values");
+    if (status == TAVO_OUT_OF_RANGE) {
+        make_occurring(columns);
+        return;
+    }
     // Full is what it may be when behind the last selected row there are others.
     if ((status != TAVO_DONE && status != TAVO_ROWS_FULL) || (rows_.count != 0 && keys.count != rows_.count))
         throw error(
@@ -166,6 +175,22 @@ void grouping::make_keys(const std::vector<column *> &columns) {
     steps_.add("tavo_groupkey_dydi", "", fmt::format("{}  [{} keys]", what, space), table_.rows(), rows_.count,
                seconds);
 
+    number_groups(space);
+}
+
+// Keys of the codes that occur in the selected rows, where those of all codes do not fit.
+void grouping::make_occurring(const std::vector<column *> &columns) {
+    std::optional<occurring_keys> keys = make_occurring_keys(session_, columns, table_.rows(), rows_, steps_);
+    if (!keys)
+        throw error(
+            "the groups' keys do not fit 32 bits: the columns' numbers of values, multiplied, come to 4294967296 "
+            "or more; group by fewer columns, or by ones with fewer values");
+    group_of_row_ = std::move(keys->of_row);
+    occurring_ = std::move(keys->codes);
+    number_groups(static_cast<ub4>(keys->space));
+}
+
+void grouping::number_groups(ub4 space) {
     groups_ = space;
     if (space <= 1u << 16 || space / 4 <= rows_.count)
         return;
@@ -477,9 +502,8 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
         row.group.resize(columns.size());
         ub4 key = groups.key(g);
         for (std::size_t c = columns.size(); c-- > 0;) {
-            const auto symbols = static_cast<ub4>(columns[c]->end_code());
-            const ub4 code = key % symbols;
-            key /= symbols;
+            const ub4 places = groups.places(c, *columns[c]), code = groups.code(c, key % places);
+            key /= places;
             if (code >= columns[c]->first_code())
                 row.group[c] = columns[c]->dict().symbols()[code];
         }
