@@ -155,9 +155,8 @@ std::vector<ub4> key_vectors::set_partners(const std::vector<const ub4 *> &codes
                                            std::vector<translation> &translations) {
     const tavo_specialized_ctx &ctx = session_.kernels().ctx();
     selection partners{std::vector<ub8>((rows + 63ull) / 64), rows};
-    ctx.lbiwvset_range(partners.bits.data(), 0, rows - 1);
     for (std::size_t c = 0; c < codes.size() && partners.count != 0; c++)
-        partners.count = translations[c].run(session_, keys_.of(side_, c)->name(), codes[c], rows, partners.bits,
+        partners.count = translations[c].run(session_, keys_.of(side_, c)->name(), codes[c], rows, c > 0, partners.bits,
                                              shared_[c], steps_);
     std::vector<ub4> places = row_numbers(ctx, partners, rows, rows);
     rows_ = rows;

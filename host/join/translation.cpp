@@ -106,8 +106,8 @@ std::string translation::describe() const {
     return fmt::format("codes to the other column's  [codes {} to {}, {} entries]", ctx_.low, ctx_.high, entries_);
 }
 
-ub4 translation::run(session &s, const std::string &column, const ub4 *codes, ub4 rows, std::vector<ub8> &bits,
-                     std::vector<ub4> &out, step_list &steps) {
+ub4 translation::run(session &s, const std::string &column, const ub4 *codes, ub4 rows, bool selected,
+                     std::vector<ub8> &bits, std::vector<ub4> &out, step_list &steps) {
     tavo_xlate_fn *const kernel =
         s.kernels()
             .kernel(TAVO_KERNEL_ROW(TAVO_VARIANT_SECOND, static_cast<int>(element_), static_cast<int>(lookup_)),
@@ -136,7 +136,8 @@ ub4 translation::run(session &s, const std::string &column, const ub4 *codes, ub
         lookup_ == lookup::ind ? reinterpret_cast<ub8 *>(leaf_places_.data()) : reinterpret_cast<ub8 *>(table_.data());
     tavo_env env{};
     env.host = s.record();
-    env.sel_bits = bits.data();
+    if (selected)
+        env.sel_bits = bits.data();
     env.xlate_ctx = &ctx_;
     env.xlate_out = wide ? static_cast<void *>(out.data()) : narrow_.data();
     const step_clock clock;

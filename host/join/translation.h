@@ -26,9 +26,9 @@ public:
     translation(translation &&) = default;
     translation &operator=(translation &&) = default;
 
-    // Translates codes, whose rows `bits` selects: those without a partner are cleared there, the others' partners go
-    // to out[row]. Returns how many are left.
-    ub4 run(session &, const std::string &column, const ub4 *codes, ub4 rows, std::vector<ub8> &bits,
+    // Translates codes, of all rows or, if `selected`, of those in `bits`: the rows with a partner are left there, and
+    // their partners go to out[row]. Returns how many there are.
+    ub4 run(session &, const std::string &column, const ub4 *codes, ub4 rows, bool selected, std::vector<ub8> &bits,
             std::vector<ub4> &out, step_list &steps);
 
     std::string kernel_name() const; // tavo_xlate_off_ub2_c2d

@@ -221,7 +221,7 @@ TEST(JoinParts, TranslationByDensity) {
         partners[c.first] = c.targets - 1; // the largest, several codes with one partner, and some without
         host::translation table(partners);
         EXPECT_EQ(table.kernel_name(), fmt::format("tavo_xlate_{}_c2d", c.kernel)) << table.describe();
-        for (const ub4 rows : {1u, 63u, 1000u}) {
+        for (const ub4 rows : {1u, 63u, 64u, 1000u, 1011u}) {
             std::vector<ub4> codes, out;
             std::vector<ub8> bits, before;
             for (ub4 row = 0; row < rows; row++) {
@@ -235,11 +235,12 @@ TEST(JoinParts, TranslationByDensity) {
             bits.back() &= rows % 64 == 0 ? ~0ull : ~0ull >> (64 - rows % 64);
             before = bits;
             host::step_list steps;
-            const ub4 count = table.run(session, "c", codes.data(), rows, bits, out, steps);
+            const bool selected = rows % 3 == 1;
+            const ub4 count = table.run(session, "c", codes.data(), rows, selected, bits, out, steps);
             ub4 expected = 0;
             for (ub4 row = 0; row < rows; row++) {
-                const bool has =
-                    (before[row / 64] >> row % 64 & 1) != 0 && partners[codes[row]] != host::translation::no_partner;
+                const bool has = (!selected || (before[row / 64] >> row % 64 & 1) != 0) &&
+                                 partners[codes[row]] != host::translation::no_partner;
                 expected += has;
                 ASSERT_EQ((bits[row / 64] >> row % 64 & 1) != 0, has) << c.kernel << ", row " << row;
                 if (has) {
@@ -256,7 +257,7 @@ TEST(JoinParts, TranslationByDensity) {
     host::step_list steps;
     const ub4 codes[] = {0, 1, 2};
     host::translation none(std::vector<ub4>(3, host::translation::no_partner));
-    EXPECT_EQ(none.run(session, "c", codes, 3, bits, out, steps), 0u);
+    EXPECT_EQ(none.run(session, "c", codes, 3, true, bits, out, steps), 0u);
     EXPECT_EQ(bits[0], 0u);
 }
 
