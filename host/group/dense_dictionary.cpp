@@ -121,10 +121,11 @@ void dense_dictionary::make_nodes() {
         nodes /= 2;
     if (!memory_.take(nodes * node_bytes))
         too_little_memory();
-    nodes_.resize(nodes * node_bytes / sizeof(ub8)); // whole pages, so aligned
-    std::memset(nodes_.data(), 0, nodes * node_bytes);
+    nodes_.resize((nodes + 1) * node_bytes / sizeof(ub8)); // one more, as the first one is aligned
+    const auto first = (std::bit_cast<ub8>(nodes_.data()) + node_bytes - 1) / node_bytes * node_bytes;
+    dgk_.first_level = std::bit_cast<void *>(first);
+    std::memset(dgk_.first_level, 0, nodes * node_bytes);
     dgk_.table_bits = static_cast<ub1>(std::countr_zero(nodes));
-    dgk_.first_level = nodes_.data();
 }
 
 void dense_dictionary::too_little_memory() const {
@@ -269,7 +270,7 @@ std::vector<ub4> dense_dictionary::codes(step_list &steps) {
             most = std::max(most, (*part).*seconds);
         return most;
     };
-    ub8 bytes = nodes_.size() * sizeof(ub8);
+    ub8 bytes = node_bytes << dgk_.table_bits;
     for (const auto &part : parts_)
         bytes += part->memory.bytes;
     const ub4 n = source_.size();
