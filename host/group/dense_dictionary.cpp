@@ -100,7 +100,7 @@ dense_dictionary::dense_dictionary(const library &l, const symbol_source &source
     // A start without questions, if there is plenty: up to an eighth of the memory for either.
     const ub8 plenty = memory_.left() / 8, pools = std::min<ub8>(threads * ub8{1 << 16}, plenty),
               pages = std::min<ub8>(threads * ub8{2}, plenty / page_bytes);
-    memory_.take(pools + pages * page_bytes);
+    take(pools + pages * page_bytes);
     dgk_.pool_budget = pools;
     dgk_.page_budget = static_cast<sb8>(pages * page_units);
     for (unsigned t = 0; t < threads; t++) {
@@ -113,13 +113,13 @@ dense_dictionary::dense_dictionary(const library &l, const symbol_source &source
 
 dense_dictionary::~dense_dictionary() = default;
 
-// A node for each symbol that is expected: one that overflows takes a table of a thousand others. At most half of the
-// memory.
+// A node for each symbol that is expected: one that overflows takes a table of a thousand others. At most a
+// quarter of the memory: symbols need the rest.
 void dense_dictionary::make_nodes() {
     ub8 nodes = std::bit_ceil(std::max<ub8>(expected_symbols(source_), 16));
-    while (nodes > 1 && nodes * node_bytes > memory_.left() / 2)
+    while (nodes > 1 && nodes * node_bytes > memory_.left() / 4)
         nodes /= 2;
-    if (!memory_.take(nodes * node_bytes))
+    if (!take(nodes * node_bytes))
         too_little_memory();
     nodes_.resize((nodes + 1) * node_bytes / sizeof(ub8)); // one more, as the first one is aligned
     const auto first = (std::bit_cast<ub8>(nodes_.data()) + node_bytes - 1) / node_bytes * node_bytes;
@@ -183,15 +183,41 @@ void dense_dictionary::hash_rows(thread_part &part, tavo_vec &column) const {
     part.hashing += clock.seconds();
 }
 
-// Grants what a worker asks for, or of the pool bytes what there is, if that is what it is short of.
-bool dense_dictionary::grant(const tavo_dgk_request &request, const tavo_dgk_worker &worker) {
+bool dense_dictionary::take(ub8 bytes) {
+    if (!memory_.take(bytes))
+        return false;
+    taken_ += bytes;
+    return true;
+}
+
+ub8 dense_dictionary::bytes_allocated() const {
+    ub8 bytes = node_bytes << dgk_.table_bits;
+    for (const auto &part : parts_)
+        bytes += part->memory.bytes;
+    return bytes;
+}
+
+// Budgets that nobody has used, when all symbols are in: the next dictionary may need them.
+void dense_dictionary::give_back_unused() {
+    if (const ub8 used = bytes_allocated(); used < taken_) {
+        memory_.give_back(taken_ - used);
+        taken_ = used;
+    }
+}
+
+// Grants what a worker asks for; where memory is limited of the pool bytes no more than its share of what is left, if
+// it can go on with that. True if another call may succeed: also where others were granted something in the meantime,
+// as budgets are everybody's.
+bool dense_dictionary::grant(const tavo_dgk_request &request, const tavo_dgk_worker &worker, ub4 grants_before) {
     const std::lock_guard lock(granting_);
     const ub8 least = worker.block_debt * 1024ull, pages = (request.page_units + page_units - 1) / page_units;
-    if (pages > memory_.left() / page_bytes || least > memory_.left() - pages * page_bytes ||
-        (pages == 0 && least == 0))
+    if (pages == 0 && least == 0)
         return false;
-    const ub8 bytes = std::min(std::max(request.pool_bytes, least), memory_.left() - pages * page_bytes);
-    memory_.take(pages * page_bytes + bytes);
+    if (pages > memory_.left() / page_bytes || least > memory_.left() - pages * page_bytes)
+        return grants_ != grants_before;
+    const ub8 share = (memory_.left() - pages * page_bytes) / parts_.size(),
+              bytes = std::max(std::min(request.pool_bytes, share), least);
+    take(pages * page_bytes + bytes);
     grants_++;
     __atomic_fetch_add(&dgk_.pool_budget, bytes, __ATOMIC_RELAXED);
     __atomic_fetch_add(&dgk_.page_budget, static_cast<sb8>(pages * page_units), __ATOMIC_RELAXED);
@@ -222,11 +248,11 @@ void dense_dictionary::feed(thread_part &part, std::vector<ub4> &codes) {
         ub4 status;
         do {
             tavo_dgk_request request{};
-            const ub4 before = part.worker.rows_done;
+            const ub4 before = part.worker.rows_done, grants_before = grants_;
             status = kernels_.ctx().dgk_symbol2code(&request, &part.worker, &out, &column, &hashes, &env);
             part.own_session.throw_raised();
             done_ += out.count - before;
-            if (status == TAVO_BUDGET_EXHAUSTED && !grant(request, part.worker))
+            if (status == TAVO_BUDGET_EXHAUSTED && !grant(request, part.worker, grants_before))
                 too_little_memory();
         } while (status == TAVO_BUDGET_EXHAUSTED && !stopped_);
         if (status == TAVO_ALLOCATION_REFUSED)
@@ -249,10 +275,11 @@ std::vector<ub4> dense_dictionary::codes(step_list &steps) {
         }
     };
     std::vector<std::thread> threads;
+    threads.reserve(parts_.size());
     try {
         for (std::size_t t = 1; t < parts_.size(); t++)
             threads.emplace_back(work, std::ref(*parts_[t]));
-    } catch (const std::system_error &) {
+    } catch (const std::exception &) { // those that have started must be waited for
         stopped_ = true;
         parts_[0]->failure = std::make_exception_ptr(
             error(fmt::format("no more than {} threads can be started here", threads.size() + 1)));
@@ -270,9 +297,7 @@ std::vector<ub4> dense_dictionary::codes(step_list &steps) {
             most = std::max(most, (*part).*seconds);
         return most;
     };
-    ub8 bytes = node_bytes << dgk_.table_bits;
-    for (const auto &part : parts_)
-        bytes += part->memory.bytes;
+    give_back_unused();
     const ub4 n = source_.size();
     const std::string by = fmt::format("{} thread{}", parts_.size(), parts_.size() == 1 ? "" : "s");
     const char *const what = source_.has_texts() ? "texts" : "keys";
@@ -283,8 +308,8 @@ std::vector<ub4> dense_dictionary::codes(step_list &steps) {
     steps.add("tavo_hash_dydi", column, fmt::format("{}, {}", what, by), n, n, slowest(&thread_part::hashing));
     steps.add("tavo_dgk_symbol2code_dydi", column,
               fmt::format("{} to dense codes by tavo_dgk_sym2code_ex_{}, {}  [codes below {}, {}, {} grant{}]", what,
-                          source_.has_texts() ? "lp_sep" : "fixed", by, end_code(), text_of_bytes(bytes), grants_,
-                          grants_ == 1 ? "" : "s"),
+                          source_.has_texts() ? "lp_sep" : "fixed", by, end_code(), text_of_bytes(bytes_allocated()),
+                          grants_.load(), grants_ == 1 ? "" : "s"),
               n, n, slowest(&thread_part::coding));
     return codes;
 }

@@ -32,6 +32,7 @@ public:
         left_ -= limit_ == no_limit ? 0 : bytes;
         return true;
     }
+    void give_back(ub8 bytes) { left_ += limit_ == no_limit ? 0 : bytes; }
 
 private:
     ub8 limit_, left_;
@@ -71,7 +72,10 @@ private:
     void feed(thread_part &, std::vector<ub4> &codes);
     tavo_vec next_rows(thread_part &, ub4 from, ub4 rows) const;
     void hash_rows(thread_part &, tavo_vec &column) const;
-    bool grant(const tavo_dgk_request &, const tavo_dgk_worker &);
+    bool grant(const tavo_dgk_request &, const tavo_dgk_worker &, ub4 grants_before);
+    bool take(ub8 bytes);
+    void give_back_unused();
+    ub8 bytes_allocated() const;
     [[noreturn]] void too_little_memory() const;
 
     const library &kernels_;
@@ -84,8 +88,9 @@ private:
     std::atomic<ub8> next_{0}; // row that no thread has taken yet
     std::atomic<ub8> done_{0};
     std::atomic<bool> stopped_{false};
-    std::mutex granting_; // memory_ and grants_
-    ub4 grants_ = 0;
+    std::mutex granting_; // memory_, taken_ and writes of grants_
+    ub8 taken_ = 0;       // of the memory
+    std::atomic<ub4> grants_{0};
 };
 
 } // namespace host

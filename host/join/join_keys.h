@@ -7,9 +7,8 @@
 //   fixed            one column whose keys all have one length of 1 to 12 bytes: these bytes
 //   length_prefixed  one column with keys of up to 11 bytes: length and bytes
 //   shared_codes     two or three columns, longer keys, or dictionaries of few values for many rows: the code of the
-//   right
-//                    side's dictionary in place of each column's bytes, 4 bytes a column. The left side's codes are
-//                    translated to it, and those that the right side's rows don't have match nothing
+//                    dictionary on the right in place of each column's bytes, 4 bytes a column. Codes of the left side
+//                    are translated to it, and those that the right side's rows don't have match nothing
 #pragma once
 
 #include <string>
