@@ -67,9 +67,13 @@ ask host/data/departures.csv --where "departed < scheduled" --where "scheduled <
 # Delays by origin and month: the groups with most delay on average, and all of a month in kilometres.
 ask "$flights" --group-by "origin,month(date)" --count --sum delay --avg delay --max delay --having "count > 100" \
     --order-by "avg(delay) desc" --limit 5
+# Texts without a dictionary, grouped by two threads that give them codes together; the codes of two columns make a key.
+ask "$flights" --encode origin=text --encode destination=text --group-by origin,destination --threads 2 --count \
+    --avg delay --having "count > 100" --order-by "avg(delay) desc" --limit 5
 ask "$flights" --where "date < '2001-02-01'" --sum "distance * 1.609344 as km" --avg delay --count
-# Joined with the airports that they leave from, the latest first: the rows are put in order by the column's codes and
-# gathered from row-major tables of both files; then the same with the airports that no flight leaves from, and these alone.
+# Joined with the airports that they leave from, the latest first: the flights' codes of airports are translated to those
+# of the other file; the rows are put in order by the column's codes and gathered from row-major tables of both files.
+# Then the same with the airports that no flight leaves from, and these alone.
 ask "$flights" --join "$airports" --on origin=iata --where "airports.state = CA" --where "delay > 200" \
     --columns date,delay,origin,city,state --order-by delay desc --limit 5
 ask "$flights" --join "$airports" --on origin=iata --right --count

@@ -15,9 +15,10 @@ const char *name_of(column_form form) {
     case column_form::spak: return "spak";
     case column_form::rle: return "rle";
     case column_form::fixed: return "fixed";
-    case column_form::dynp: break;
+    case column_form::dynp: return "dynp";
+    case column_form::texts: break;
     }
-    return "dynp";
+    return "text";
 }
 
 column::column(std::string name, dictionary dict, block<ub4> codes, std::optional<column_form> form)

@@ -20,7 +20,8 @@ enum class column_form {
     spak,  // the same bytes, compressed: the first kernel that reads the column has them decompressed
     rle,   // one packed code a run of equal rows, and a table of the runs' lengths
     fixed, // no dictionary: numbers of one width, see number_column.h
-    dynp   // no dictionary: numbers of varying length
+    dynp,  // no dictionary: numbers of varying length
+    texts  // no dictionary: where each text stands, see text_column.h
 };
 const char *name_of(column_form);
 

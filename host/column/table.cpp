@@ -64,6 +64,26 @@ std::unique_ptr<number_column> without_dictionary(const std::string &name, const
     return std::make_unique<number_column>(name, found.form, form.value_or(column_form::fixed), rows, std::move(known));
 }
 
+std::optional<column_form> form_of(const std::string &name, const forms &asked) {
+    std::optional<column_form> form;
+    for (const char *which : {"", name.c_str()})
+        if (const auto found = asked.find(which); found != asked.end())
+            form = found->second;
+    return form;
+}
+
+std::unique_ptr<text_column> new_text_column(const std::string &name, std::size_t number, const found_type &type,
+                                             const read_options &options) {
+    if (std::find(options.texts.begin(), options.texts.end(), number) == options.texts.end())
+        throw error(fmt::format("column {} cannot be of form text here: a column held as texts, without a dictionary, "
+                                "can be grouped by (--group-by) and nothing else",
+                                name));
+    if (type.declared() && type.type() != value_type::text)
+        throw error(
+            fmt::format("column {} is of form text, so its type is text or found, not {}", name, name_of(type.type())));
+    return std::make_unique<text_column>(name, type);
+}
+
 } // namespace
 
 bool is_null(std::string_view value, const std::vector<std::string> &null_texts) {
@@ -74,13 +94,18 @@ bool is_null(std::string_view value, const std::vector<std::string> &null_texts)
 }
 
 table::table(const csv_file &file, const std::vector<std::size_t> &wanted, const read_options &options)
-    : file_(file), columns_(file.columns().size()), numbers_(file.columns().size()) {
+    : file_(file), columns_(file.columns().size()), numbers_(file.columns().size()), texts_(file.columns().size()) {
     const field_text text{file_.text(), file_.delimiter()};
     std::vector<column_builder> builders;
+    std::vector<std::optional<column_form>> forms;
     for (const std::size_t number : wanted) {
         const std::string &name = file_.columns()[number];
         const auto given = options.type_of.find(name);
-        builders.emplace_back(name, text, given == options.type_of.end() ? found_type() : found_type(given->second));
+        const found_type type = given == options.type_of.end() ? found_type() : found_type(given->second);
+        builders.emplace_back(name, text, type);
+        forms.push_back(form_of(name, options.form_of));
+        if (forms.back() == column_form::texts)
+            texts_[number] = new_text_column(name, number, type, options);
     }
     try {
         std::string made;
@@ -90,6 +115,13 @@ table::table(const csv_file &file, const std::vector<std::size_t> &wanted, const
             rows_++;
             for (std::size_t i = 0; i < wanted.size(); i++) {
                 const csv_field &field = fields[wanted[i]];
+                if (text_column *const texts = texts_[wanted[i]].get(); texts != nullptr) {
+                    if (is_null(field.value(made), options.null_texts))
+                        texts->add_null();
+                    else
+                        texts->add(field, reader.line());
+                    continue;
+                }
                 if (is_null(field.value(made), options.null_texts))
                     builders[i].add_null();
                 else
@@ -103,11 +135,10 @@ table::table(const csv_file &file, const std::vector<std::size_t> &wanted, const
                 refuse_bad_values(file_.path(), given->first, given->second, builders[i]);
 
         for (std::size_t i = 0; i < wanted.size(); i++) {
+            if (texts_[wanted[i]])
+                continue;
             const std::string &name = file_.columns()[wanted[i]];
-            std::optional<column_form> form;
-            for (const char *which : {"", name.c_str()})
-                if (const auto found = options.form_of.find(which); found != options.form_of.end())
-                    form = found->second;
+            const std::optional<column_form> form = forms[i];
             column_builder builder = std::move(builders[i]); // its memory goes when the column is there
             column_builder::result built = builder.finish();
             numbers_[wanted[i]] = without_dictionary(name, built.dict, built.codes, form, options.numbers);

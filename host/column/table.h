@@ -11,6 +11,7 @@
 #include "host/column/column.h"
 #include "host/column/csv.h"
 #include "host/column/number_column.h"
+#include "host/column/text_column.h"
 
 namespace host {
 
@@ -26,6 +27,7 @@ struct read_options {
     bool numbers = false;
     // Told now and then how many bytes of the file are behind us; may be empty.
     std::function<void(std::size_t done, std::size_t all)> progress;
+    std::vector<std::size_t> texts = {}; // columns that may be of form text
 };
 
 class table {
@@ -36,10 +38,14 @@ public:
 
     const csv_file &file() const { return file_; }
     ub4 rows() const { return rows_; }
-    // Null for a column that was not asked for or has no dictionary, or has one.
+    // One of the three for a column that was asked for: with a dictionary, of numbers without one, of texts.
     column *encoded(std::size_t number) const { return columns_[number].get(); }
     number_column *numbers(std::size_t number) const { return numbers_[number].get(); }
-    // Either of them.
+    text_column *texts(std::size_t number) const { return texts_[number].get(); }
+    value_type type(std::size_t number) const {
+        return texts_[number] ? texts_[number]->type() : stored(number)->type();
+    }
+    // Either of the first two.
     stored_column *stored(std::size_t number) const {
         return columns_[number] ? static_cast<stored_column *>(encoded(number)) : numbers(number);
     }
@@ -49,6 +55,7 @@ private:
     ub4 rows_ = 0;
     std::vector<std::unique_ptr<column>> columns_;
     std::vector<std::unique_ptr<number_column>> numbers_;
+    std::vector<std::unique_ptr<text_column>> texts_;
 };
 
 // Is the field null: empty, or one of these texts?

@@ -1,12 +1,14 @@
 #include "host/command/group_query.h"
 
 #include <algorithm>
+#include <charconv>
 #include <fmt/format.h>
 #include <map>
 #include <numeric>
 #include <regex>
 #include <sstream>
 
+#include "host/command/table_options.h"
 #include "host/error.h"
 #include "host/query/predicate.h"
 #include "host/query/recompute.h"
@@ -27,7 +29,7 @@ std::vector<std::string> names_of(const group_request &request) {
 
 value_type type_of(const group_request &request, std::size_t i, const table &t) {
     if (i < request.by.size())
-        return request.by[i].month ? value_type::text : t.stored(request.by[i].column)->type();
+        return request.by[i].month ? value_type::text : t.type(request.by[i].column);
     const aggregate &a = request.aggregates[i - request.by.size()];
     switch (a.what) {
     case asked_of_group::count: return value_type::integer;
@@ -178,6 +180,10 @@ void add_group_options(CLI::App &app, group_options &options) {
     app.add_option("--avg", options.averages, "Print the average of a column or an expression")
         ->allow_extra_args(false);
     app.add_option("--having", options.having, "Print the groups alone that this predicate is true for: count > 100");
+    app.add_option("--threads", options.threads,
+                   "So many threads give the values of group columns of form text (--encode COLUMN=text) their codes");
+    app.add_option("--memory", options.memory,
+                   "Bytes that the codes of such columns may take, as 64K, 512M or 2G; otherwise no limit");
     app.add_option("--order-by", options.order,
                    "Rows by a column, largest first: delay desc; groups by several: count desc, origin");
 }
@@ -217,10 +223,37 @@ std::vector<std::size_t> columns_of(const group_request &request) {
     return columns;
 }
 
+std::vector<std::size_t> columns_grouped_by(const group_request &request) {
+    std::vector<std::size_t> columns, others;
+    for (const group_column &g : request.by)
+        (g.month ? others : columns).push_back(g.column);
+    for (const aggregate &a : request.aggregates)
+        for (const std::size_t column : columns_of(a.of))
+            others.push_back(column);
+    std::erase_if(columns,
+                  [&](std::size_t column) { return std::find(others.begin(), others.end(), column) != others.end(); });
+    return columns;
+}
+
+dense_options dense_options_of(const group_options &options) {
+    dense_options dense;
+    if (options.memory)
+        dense.memory = bytes_of(*options.memory, "--memory");
+    if (options.threads) {
+        const std::string &text = *options.threads;
+        const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), dense.threads);
+        if (failure != std::errc() || end != text.data() + text.size() || dense.threads == 0 ||
+            dense.threads > dense_dictionary::most_threads)
+            throw error(fmt::format("--threads {}: a number from 1 to {}", text, dense_dictionary::most_threads));
+    }
+    return dense;
+}
+
 std::string group_lines(session &s, const table &t, const selection &selected, const group_options &options,
                         group_request &request, ub4 limit, const std::vector<ub4> *expected,
                         const std::vector<std::string> &null_texts, step_list &steps, std::string &difference) {
-    std::vector<group_row> rows = group_rows(s, t, selected, request.by, request.aggregates, steps);
+    std::vector<group_row> rows =
+        group_rows(s, t, selected, request.by, request.aggregates, dense_options_of(options), steps);
     const std::vector<std::string> names = names_of(request);
     if (expected != nullptr)
         difference = difference_of(rows, plain_groups(t, *expected, request.by, request.aggregates, null_texts), names);

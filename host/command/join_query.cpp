@@ -25,21 +25,6 @@ join_kind kind_of(const join_options &o) {
     return o.left ? join_kind::left : o.right ? join_kind::right : join_kind::inner;
 }
 
-// 4096, 64K, 512M, 2G
-ub8 bytes_of(const std::string &text) {
-    std::size_t digits = 0;
-    while (digits < text.size() && digits < 15 && text[digits] >= '0' && text[digits] <= '9')
-        digits++;
-    const std::string unit = text.substr(digits);
-    const unsigned shift = unit == "K" ? 10 : unit == "M" ? 20 : unit == "G" ? 30 : 0;
-    if (digits == 0 || digits == 15 || (shift == 0 && !unit.empty()))
-        throw error(fmt::format("--join-memory {}: expected a number of bytes, or one with K, M or G", text));
-    const ub8 number = std::stoull(text);
-    if (number > ~0ull >> shift)
-        throw error(fmt::format("--join-memory {}: more than 64 bits", text));
-    return number << shift;
-}
-
 std::vector<join_names::place> printed_columns(const join_names &names, const std::optional<std::string> &list,
                                                join_kind kind) {
     std::vector<join_names::place> places;
@@ -180,7 +165,7 @@ int run_join(const join_options &options, const joined_query &asked) {
         throw error("--join needs --on: the columns of both files that are to be equal, such as --on origin=iata");
     join_settings settings;
     if (!options.memory.empty())
-        settings.overflow_limit = bytes_of(options.memory);
+        settings.overflow_limit = bytes_of(options.memory, "--join-memory");
     for (const std::string &text : asked.where)
         q.where.push_back(parse_predicate(text));
 

@@ -99,6 +99,8 @@ int run(const query_options &options) {
         throw error("--group-by, --sum, --avg and --select are not for joined files yet");
     if (!options.join.file.empty() && !(options.smallest.empty() && options.largest.empty()))
         throw error("--min and --max are of one file, they don't go with --join");
+    if (!options.join.file.empty() && (options.group.threads || options.group.memory))
+        throw error("--threads and --memory are for --group-by, they don't go with --join");
     if (!options.join.file.empty())
         return run_join(options.join,
                         {options.table, options.where, options.columns, options.group.order, options.library,
@@ -106,6 +108,8 @@ int run(const query_options &options) {
     if (!options.join.on.empty() || options.join.left || options.join.right || options.join.anti ||
         !options.join.memory.empty())
         throw error("--on, --left, --right, --anti and --join-memory go with --join FILE");
+
+    dense_options_of(options.group); // before the file is read
 
     std::vector<predicate> predicates;
     for (const std::string &text : options.where)
@@ -158,7 +162,19 @@ int run(const query_options &options) {
     for (const measure &m : computed)
         encode(columns_of(m));
     // Keys and measures are read through dictionaries.
-    const table table = read_table(file, encoded, options.table, !grouped && computed.empty());
+    std::vector<std::size_t> texts;
+    if (grouped) {
+        const std::vector<std::size_t> compared = columns_of(predicates, file);
+        texts = columns_grouped_by(groups);
+        std::erase_if(texts, [&](std::size_t number) {
+            return std::find(compared.begin(), compared.end(), number) != compared.end();
+        });
+    }
+    const table table = read_table(file, encoded, options.table, !grouped && computed.empty(), texts);
+    if (options.group.threads || options.group.memory)
+        if (std::none_of(texts.begin(), texts.end(), [&](std::size_t c) { return table.texts(c) != nullptr; }))
+            throw error("--threads and --memory are for --group-by with a column that is held as texts: --encode "
+                        "COLUMN=text");
 
     session session(library);
     query query(session, table.rows());

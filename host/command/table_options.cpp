@@ -28,10 +28,14 @@ forms forms_of(const std::vector<std::string> &asked, const csv_file &file) {
             forms[column] = column_form::fixed;
         else if (form == "dynp")
             forms[column] = column_form::dynp;
+        else if (form == "text" && !column.empty())
+            forms[column] = column_form::texts;
+        else if (form == "text")
+            throw error("--encode text is for one column: --encode COLUMN=text");
         else if (form == "auto")
             forms[column] = std::nullopt; // also where another form is asked for all others
         else
-            throw error(fmt::format("--encode {}: the forms are auto, plain, spak, rle, fixed and dynp", text));
+            throw error(fmt::format("--encode {}: the forms are auto, plain, spak, rle, fixed, dynp and text", text));
     }
     return forms;
 }
@@ -83,7 +87,7 @@ void add_table_options(CLI::App &app, table_options &options) {
                  "The first line is a row like the others; columns are called column_1, column_2, ...");
     app.add_option("--encode", options.encode,
                    "Form of the columns: auto, plain, spak or rle, of numbers and dates also fixed or dynp; of one: "
-                   "COLUMN=FORM")
+                   "COLUMN=FORM, also text, without a dictionary, if it is grouped by")
         ->allow_extra_args(false);
 }
 
@@ -136,15 +140,30 @@ std::vector<std::size_t> column_list(const csv_file &file, const std::string &li
 }
 
 table read_table(const csv_file &file, const std::vector<std::size_t> &columns, const table_options &options,
-                 bool numbers) {
+                 bool numbers, const std::vector<std::size_t> &texts) {
     progress_line progress(options.file);
     read_options reading;
     reading.form_of = forms_of(options.encode, file);
     reading.type_of = types_of(options.types, file);
     reading.null_texts = options.null_texts;
     reading.numbers = numbers;
+    reading.texts = texts;
     reading.progress = [&](std::size_t done, std::size_t all) { progress.show(done, all); };
     return table(file, columns, reading);
+}
+
+ub8 bytes_of(const std::string &text, const char *option) {
+    std::size_t digits = 0;
+    while (digits < text.size() && digits < 15 && text[digits] >= '0' && text[digits] <= '9')
+        digits++;
+    const std::string unit = text.substr(digits);
+    const unsigned shift = unit == "K" ? 10 : unit == "M" ? 20 : unit == "G" ? 30 : 0;
+    if (digits == 0 || digits == 15 || (shift == 0 && !unit.empty()))
+        throw error(fmt::format("{} {}: expected a number of bytes, or one with K, M or G", option, text));
+    const ub8 number = std::stoull(text);
+    if (number > ~0ull >> shift)
+        throw error(fmt::format("{} {}: more than 64 bits", option, text));
+    return number << shift;
 }
 
 } // namespace host

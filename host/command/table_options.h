@@ -27,9 +27,12 @@ std::vector<std::size_t> all_columns(const csv_file &);
 std::vector<std::size_t> column_list(const csv_file &, const std::string &list);
 
 // Reads the file's columns with the given numbers, with a line of progress if it is large.
-// `numbers`: columns may be without a dictionary.
-table read_table(const csv_file &, const std::vector<std::size_t> &columns, const table_options &,
-                 bool numbers = false);
+// `numbers`: columns may be without a dictionary; `texts`: the columns that may be held as texts.
+table read_table(const csv_file &, const std::vector<std::size_t> &columns, const table_options &, bool numbers = false,
+                 const std::vector<std::size_t> &texts = {});
+
+// A size as 4096, 64K, 512M or 2G; `option` stands in the message if it is none.
+ub8 bytes_of(const std::string &text, const char *option);
 
 // What a user has to know of files, for the end of a help text.
 extern const char *const about_files;

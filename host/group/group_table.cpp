@@ -8,6 +8,7 @@
 
 #include "host/column/packing.h"
 #include "host/error.h"
+#include "host/group/occurring_keys.h"
 #include "host/join/code_reader.h"
 
 namespace host {
@@ -72,8 +73,19 @@ public:
         : session_(s), ctx_(s.kernels().ctx()), table_(t), rows_(rows), steps_(steps) {}
 
     void make_keys(const std::vector<column *> &columns);
+    void make_occurring(const std::vector<column *> &columns);
+    void number_groups(ub4 space);
+    void take_keys(std::vector<ub4> group_of_row, ub4 groups) {
+        group_of_row_ = std::move(group_of_row);
+        groups_ = groups;
+    }
     ub4 groups() const { return groups_; }
     ub4 key(ub4 group) const { return keys_of_groups_.empty() ? group : keys_of_groups_[group]; }
+    // What a key has of a column: one of so many places, and the code that it stands for.
+    ub4 places(std::size_t c, const column &col) const {
+        return static_cast<ub4>(occurring_.empty() ? col.end_code() : occurring_[c].size());
+    }
+    ub4 code(std::size_t c, ub4 place) const { return occurring_.empty() ? place : occurring_[c][place]; }
     // The values' sums by group: of numbers, or with null for all rows.
     template <class Sum, class Value>
     std::vector<Sum> sums(const std::vector<Value> &values, const std::string &of);
@@ -112,6 +124,7 @@ private:
     step_list &steps_;
     std::vector<ub4> group_of_row_; // empty: all rows are one group
     std::vector<ub4> keys_of_groups_;
+    std::vector<std::vector<ub4>> occurring_;       // codes by column, where keys are made of these alone
     std::map<std::size_t, std::vector<ub4>> codes_; // of the columns that have been read
     ub4 groups_ = 1;
 };
@@ -147,10 +160,10 @@ void grouping::make_keys(const std::vector<column *> &columns) {
     const ub4 status = ctx_.groupkey(&keys, &space, cols.data(), static_cast<ub4>(cols.size()), &temp, &env);
     const double seconds = clock.seconds();
     session_.throw_raised();
-    if (status == TAVO_OUT_OF_RANGE)
-        throw error(
-            "the groups' keys do not fit 32 bits: the columns' numbers of values, multiplied, come to 4294967296 "
-            "or more; group by fewer columns, or by ones with fewer values");
+    if (status == TAVO_OUT_OF_RANGE) {
+        make_occurring(columns);
+        return;
+    }
     // Full is what it may be when behind the last selected row there are others.
     if ((status != TAVO_DONE && status != TAVO_ROWS_FULL) || (rows_.count != 0 && keys.count != rows_.count))
         throw error(
@@ -162,6 +175,22 @@ void grouping::make_keys(const std::vector<column *> &columns) {
     steps_.add("tavo_groupkey_dydi", "", fmt::format("{}  [{} keys]", what, space), table_.rows(), rows_.count,
                seconds);
 
+    number_groups(space);
+}
+
+// Keys of the codes that occur in the selected rows, where those of all codes do not fit.
+void grouping::make_occurring(const std::vector<column *> &columns) {
+    std::optional<occurring_keys> keys = make_occurring_keys(session_, columns, table_.rows(), rows_, steps_);
+    if (!keys)
+        throw error(
+            "the groups' keys do not fit 32 bits: the columns' numbers of values, multiplied, come to 4294967296 "
+            "or more; group by fewer columns, or by ones with fewer values");
+    group_of_row_ = std::move(keys->of_row);
+    occurring_ = std::move(keys->codes);
+    number_groups(static_cast<ub4>(keys->space));
+}
+
+void grouping::number_groups(ub4 space) {
     groups_ = space;
     if (space <= 1u << 16 || space / 4 <= rows_.count)
         return;
@@ -344,14 +373,47 @@ group_column parse_group_column(const std::string &text, const csv_file &file) {
     return g;
 }
 
+namespace {
+
+// In the order in which dictionaries have values, nulls first.
+void sort_by_values(std::vector<group_row> &rows, const table &t, const std::vector<group_column> &by) {
+    std::vector<std::vector<std::string>> keys(by.size()); // of the columns that are not of texts
+    for (std::size_t c = 0; c < by.size(); c++)
+        if (const value_type type = by[c].month ? value_type::text : t.type(by[c].column); type != value_type::text)
+            for (const group_row &row : rows)
+                keys[c].push_back(row.group[c] ? sort_key(type, *row.group[c]).value() : "");
+    std::vector<std::size_t> order(rows.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        for (std::size_t c = 0; c < by.size(); c++) {
+            if (!keys[c].empty() && keys[c][a] != keys[c][b])
+                return keys[c][a] < keys[c][b];
+            if (rows[a].group[c] != rows[b].group[c])
+                return rows[a].group[c] < rows[b].group[c];
+        }
+        return false;
+    });
+    std::vector<group_row> sorted;
+    sorted.reserve(rows.size());
+    for (const std::size_t i : order)
+        sorted.push_back(std::move(rows[i]));
+    rows = std::move(sorted);
+}
+
+} // namespace
+
 std::vector<group_row> group_rows(session &s, const table &t, const selection &rows,
                                   const std::vector<group_column> &by, std::vector<aggregate> &asked,
-                                  step_list &steps) {
+                                  const dense_options &options, step_list &steps) {
     std::vector<std::unique_ptr<column>> months;
     std::vector<column *> columns;
+    bool has_texts = false;
     for (const group_column &g : by) {
         column *col = t.encoded(g.column);
+        has_texts = has_texts || t.texts(g.column) != nullptr;
         if (g.month) {
+            if (col == nullptr)
+                throw error(fmt::format("{}: a column of form text has no months", g.name));
             if (col->type() != value_type::date && col->type() != value_type::date_time)
                 throw error(fmt::format("{}: {} is no column of dates", g.name, col->name()));
             col = months.emplace_back(month_column(s, *col, g.name, steps)).get();
@@ -359,7 +421,16 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
         columns.push_back(col);
     }
     grouping groups(s, t, rows, steps);
-    groups.make_keys(columns);
+    std::optional<dense_groups> dense;
+    if (has_texts) {
+        std::vector<dense_groups::group_values> values;
+        for (std::size_t c = 0; c < by.size(); c++)
+            values.push_back({t.texts(by[c].column), columns[c]});
+        dense.emplace(s, t.rows(), rows, values, options, steps);
+        groups.take_keys(dense->take_group_of_row(), dense->groups());
+    } else {
+        groups.make_keys(columns);
+    }
     const ub4 n = groups.groups();
     const std::vector<sb8> counts = groups.sums<sb8>(std::vector<signed char>(rows.count, 1), "rows of each group");
 
@@ -411,17 +482,28 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
             });
     }
 
+    std::vector<ub4> with_rows;
+    for (ub4 g = 0; g < n; g++)
+        if (counts[g] != 0 || by.empty())
+            with_rows.push_back(g);
     std::vector<group_row> result;
-    for (ub4 g = 0; g < n; g++) {
-        if (counts[g] == 0 && !by.empty())
-            continue;
+    if (dense) {
+        auto values = dense->values(with_rows);
+        for (std::size_t i = 0; i < with_rows.size(); i++) {
+            result.push_back({std::move(values[i]), {}});
+            for (auto &answer : answers)
+                result.back().answers.push_back(std::move(answer[with_rows[i]]));
+        }
+        sort_by_values(result, t, by);
+        return result;
+    }
+    for (const ub4 g : with_rows) {
         group_row row;
         row.group.resize(columns.size());
         ub4 key = groups.key(g);
         for (std::size_t c = columns.size(); c-- > 0;) {
-            const auto symbols = static_cast<ub4>(columns[c]->end_code());
-            const ub4 code = key % symbols;
-            key /= symbols;
+            const ub4 places = groups.places(c, *columns[c]), code = groups.code(c, key % places);
+            key /= places;
             if (code >= columns[c]->first_code())
                 row.group[c] = columns[c]->dict().symbols()[code];
         }

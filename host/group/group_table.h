@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/column/table.h"
+#include "host/group/dense_groups.h"
 #include "host/group/measure.h"
 #include "host/join/step_list.h"
 #include "host/link/callbacks.h"
@@ -39,9 +40,10 @@ struct group_row {
 };
 
 // One row for each group that has rows, in the order of the group columns' values, nulls first; without group columns
-// one row. Sets the aggregates' scales. The table must have all columns with their dictionaries.
+// one row. Sets the aggregates' scales. The table must have all columns with their dictionaries, but those that rows
+// are grouped by may be of form text: threads and memory are for these.
 std::vector<group_row> group_rows(session &, const table &, const selection &, const std::vector<group_column> &,
-                                  std::vector<aggregate> &, step_list &steps);
+                                  std::vector<aggregate> &, const dense_options &, step_list &steps);
 
 // The same from the text of the file, these of its rows. The order of the groups is another one.
 std::vector<group_row> plain_groups(const table &, const std::vector<ub4> &rows, const std::vector<group_column> &,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
+#include <numeric>
 
 #include "host/column/packing.h"
 #include "host/error.h"
@@ -107,7 +108,11 @@ void join::build(const join_rows &right, bool pointer_form) {
         steps_.add("tavo_layout_kv_dydi", "", describe(*table_, keys_), right.keyed.count, right.keyed.count,
                    clock.seconds());
     }
-    filter_ = std::make_unique<bloom_filter>(right.keyed.count);
+    if (keys_.form() == key_form::shared_codes)
+        for (const column *col : columns_of(keys_, join_side::right))
+            used_.emplace_back(col->dict().end_code());
+    if (keys_.form() != key_form::shared_codes || keys_.columns() > 1)
+        filter_ = std::make_unique<bloom_filter>(right.keyed.count);
     key_vectors vectors(session_, keys_, join_side::right, steps_);
     right_rows_.reserve(right.keyed.count);
     if (right.keyed.count >= settings_.partition_from && table_->segments() > 1) {
@@ -118,11 +123,21 @@ void join::build(const join_rows &right, bool pointer_form) {
                        steps_);
     while (const ub4 rows = reader.next()) {
         vectors.set_codes(all_codes(reader, keys_.columns()), rows);
+        note_used(all_codes(reader, keys_.columns()), rows);
         tavo_vec *hashes = vectors.make_hashes();
-        filter_->add({static_cast<const ub8 *>(hashes->data), rows});
+        if (filter_)
+            filter_->add({static_cast<const ub8 *>(hashes->data), rows});
         row_ids values(static_cast<ub4>(right_rows_.size()), rows);
         add_to_table(hashes, &values.vec, vectors.make_keys(), -1);
         right_rows_.insert(right_rows_.end(), reader.row_numbers().begin(), reader.row_numbers().begin() + rows);
+    }
+}
+
+void join::note_used(const std::vector<const ub4 *> &codes, ub4 rows) {
+    for (std::size_t c = 0; c < used_.size(); c++) {
+        const std::vector<ub4> &shared = keys_.dictionary_of(join_side::right, c).shared_code;
+        for (ub4 i = 0; i < rows; i++)
+            used_[c][shared[codes[c][i]]] = true;
     }
 }
 
@@ -153,8 +168,10 @@ void join::add_by_partitions(const join_rows &right, key_vectors &vectors) {
                                 TAVO_PARTITION_HASH | TAVO_PARTITION_ROW_ID, 16);
     while (const ub4 rows = reader.next()) {
         vectors.set_codes(all_codes(reader, keys_.columns()), rows);
+        note_used(all_codes(reader, keys_.columns()), rows);
         tavo_vec *hashes = vectors.make_hashes();
-        filter_->add({static_cast<const ub8 *>(hashes->data), rows});
+        if (filter_)
+            filter_->add({static_cast<const ub8 *>(hashes->data), rows});
         row_ids positions(static_cast<ub4>(right_rows_.size()), rows);
         const step_clock clock;
         partitions.add(hashes, &positions.vec);
@@ -220,61 +237,61 @@ std::vector<row_pair> join::probe(join_kind kind, const join_rows &left, std::ve
     code_reader reader(session_, columns_of(keys_, join_side::left), left.rows, left.keyed, settings_.batch_rows,
                        steps_);
     key_vectors vectors(session_, keys_, join_side::left, steps_);
-    std::vector<ub8> passing, hashes, rids;
+    std::vector<ub8> passing, rids;
     std::vector<ub4> places, values(probe_outputs);
     std::vector<ub8> rid_out(probe_outputs);
-    std::vector<std::vector<ub4>> codes(keys_.columns());
     tavo_kv_status status_out{};
+    std::vector<translation> translations;
+    for (std::size_t c = 0; c < used_.size(); c++)
+        translations.push_back(keys_.translation_of(c, used_[c]));
     while (const ub4 rows = reader.next()) {
-        vectors.set_codes(all_codes(reader, keys_.columns()), rows);
-        tavo_vec *all_hashes = vectors.make_hashes();
-
-        passing.resize((rows + 63) / 64);
-        ub4 extent[2];
-        tavo_vec res{};
-        res.bits = passing.data();
-        res.data = extent;
-        res.size = rows;
-        tavo_env env{};
-        {
+        if (translations.empty()) {
+            vectors.set_codes(all_codes(reader, keys_.columns()), rows);
+            places.resize(rows);
+            std::iota(places.begin(), places.end(), ub4{0});
+        } else {
+            places = vectors.set_partners(all_codes(reader, keys_.columns()), rows, translations);
+        }
+        if (places.empty())
+            continue;
+        tavo_vec *hashes = vectors.make_hashes();
+        if (filter_) {
+            passing.resize((places.size() + 63) / 64);
+            ub4 extent[2];
+            tavo_vec res{};
+            res.bits = passing.data();
+            res.data = extent;
+            res.size = hashes->size;
+            tavo_env env{};
             const step_clock clock;
-            const ub4 status = ctx_.bloom(&res, all_hashes, filter_->vec(), &env, bloom_filter::mode);
+            const ub4 status = ctx_.bloom(&res, hashes, filter_->vec(), &env, bloom_filter::mode);
             if (status != TAVO_DONE && status != TAVO_NONE_SELECTED)
                 fail("tavo_bloom_dydi", status);
             steps_.add("tavo_bloom_dydi", "",
-                       fmt::format("filter of {} KiB, two bits a row", (filter_->bytes() + 1023) / 1024), rows,
+                       fmt::format("filter of {} KiB, two bits a row", (filter_->bytes() + 1023) / 1024), hashes->size,
                        res.count, clock.seconds());
+            if (res.count == 0)
+                continue;
+            const std::vector<ub4> passed = row_numbers(ctx_, {passing, res.count}, hashes->size, hashes->size);
+            vectors.keep(passed);
+            for (std::size_t i = 0; i < passed.size(); i++)
+                places[i] = places[passed[i]];
+            places.resize(passed.size());
         }
-        if (res.count == 0)
-            continue;
-        places = row_numbers(ctx_, {passing, res.count}, rows, rows);
-        const ub4 n = res.count;
-        hashes.resize(n);
+        const ub4 n = static_cast<ub4>(places.size());
         rids.resize(n);
-        std::vector<const ub4 *> pointers;
-        for (std::size_t c = 0; c < codes.size(); c++) {
-            codes[c].resize(n + 16ull);
-            pointers.push_back(codes[c].data());
-        }
-        for (ub4 i = 0; i < n; i++) {
-            hashes[i] = static_cast<const ub8 *>(all_hashes->data)[places[i]];
+        for (ub4 i = 0; i < n; i++)
             rids[i] = reader.row_numbers()[places[i]];
-            for (std::size_t c = 0; c < codes.size(); c++)
-                codes[c][i] = reader.codes(c)[places[i]];
-        }
-        vectors.set_codes(pointers, n);
         tavo_vec *keys = vectors.make_keys();
 
-        tavo_enc_ctx hash_enc = *all_hashes->enc, rid_enc{};
+        tavo_enc_ctx rid_enc{};
         rid_enc.flags = TAVO_FIXED;
         rid_enc.width_bits = 64;
         rid_enc.width_code = TAVO_WIDTH_CODE_64;
-        tavo_vec hash_vec{}, rid_vec{}, value_out{};
-        hash_vec.enc = &hash_enc;
-        hash_vec.data = hashes.data();
+        tavo_vec rid_vec{}, value_out{};
         rid_vec.enc = &rid_enc;
         rid_vec.data = rids.data();
-        hash_vec.size = rid_vec.size = n;
+        rid_vec.size = n;
         value_out.data = values.data();
         tavo_aux_info aux{};
         aux.nonmatch_bv = unmatched.data();
@@ -288,8 +305,8 @@ std::vector<row_pair> join::probe(join_kind kind, const join_rows &left, std::ve
             value_out.size = probe_outputs;
             value_out.count = 0;
             const step_clock clock;
-            status = ctx_.probe_kv(&value_out, rid_out.data(), &hash_vec, &rid_vec, keys, table_->kv(), mode,
-                                   &probe_env, &status_out);
+            status = ctx_.probe_kv(&value_out, rid_out.data(), hashes, &rid_vec, keys, table_->kv(), mode, &probe_env,
+                                   &status_out);
             seconds += clock.seconds();
             session_.throw_raised();
             if (status != TAVO_DONE && status != TAVO_PROBE_FULL)

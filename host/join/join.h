@@ -1,5 +1,7 @@
-// A hash join of two tables by the library: hashes of both sides' keys, a table and a bloom filter of the right side,
-// and a probe of the left side's rows that pass the filter.
+// A hash join of two tables by the library: hashes of both sides' keys, a table of the right side, and a probe of the
+// left side's rows that pass a filter. Where keys are shared codes, rows pass whose codes are translated to one that
+// the right side's rows have; of several columns, and of other keys, those that pass a bloom filter of the right side's
+// hashes.
 #pragma once
 
 #include <memory>
@@ -52,6 +54,7 @@ private:
     void add_to_table(tavo_vec *hashes, tavo_vec *values, tavo_vec *keys, sb8 segment);
     void add_by_partitions(const join_rows &right, key_vectors &vectors);
     std::vector<row_pair> probe(join_kind, const join_rows &left, std::vector<ub8> &unmatched);
+    void note_used(const std::vector<const ub4 *> &codes, ub4 rows);
     void scan_unmarked(std::vector<ub4> &right_rows);
 
     session &session_;
@@ -60,8 +63,9 @@ private:
     join_settings settings_;
     step_list steps_;
     std::unique_ptr<table_memory> table_;
-    std::unique_ptr<bloom_filter> filter_;
-    std::vector<ub4> right_rows_; // by the value in the table: the order in which they were added
+    std::unique_ptr<bloom_filter> filter_; // null: the translation tells all that it would
+    std::vector<std::vector<bool>> used_;  // by column: shared codes of the right side's rows
+    std::vector<ub4> right_rows_;          // by the value in the table: the order in which they were added
 };
 
 } // namespace host

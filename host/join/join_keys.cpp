@@ -21,6 +21,11 @@ void each_length(const column &col, const std::vector<std::string> &keys, F f) {
 
 constexpr ub4 longest_slot = 12;
 
+// Keys by code cost a step for each value, keys by their bytes more for each row.
+bool few_values(const join_keys::pair &p) {
+    return 2 * (p.left->dict().end_code() + p.right->dict().end_code()) <= ub8{p.left->rows()} + p.right->rows();
+}
+
 } // namespace
 
 std::vector<std::string> canonical_keys(const column &col, value_type type) {
@@ -47,9 +52,11 @@ join_keys::join_keys(const std::vector<pair> &columns) : pairs_(columns) {
     };
     each_length(*columns[0].left, left[0], note);
     each_length(*columns[0].right, right[0], note);
-    if (columns.size() == 1 && longest > 0 && shortest == longest && longest <= longest_slot)
+    if (columns.size() > 1 || few_values(columns[0]))
+        form_ = key_form::shared_codes;
+    else if (longest > 0 && shortest == longest && longest <= longest_slot)
         form_ = key_form::fixed;
-    else if (columns.size() == 1 && longest < longest_slot)
+    else if (longest < longest_slot)
         form_ = key_form::length_prefixed;
     else
         form_ = key_form::shared_codes;
@@ -82,16 +89,24 @@ join_keys::dictionary join_keys::lay_out(const std::vector<std::string> &keys) {
 }
 
 void join_keys::share_codes(const std::vector<std::string> &left, const std::vector<std::string> &right) {
-    std::unordered_map<std::string_view, ub4> numbers;
+    std::unordered_map<std::string_view, ub4> codes;
     dictionary l{}, r{};
-    for (const std::string &key : right)
-        r.shared_code.push_back(numbers.emplace(key, static_cast<ub4>(numbers.size() + 1)).first->second);
+    for (std::size_t code = 0; code < right.size(); code++)
+        r.shared_code.push_back(codes.emplace(right[code], static_cast<ub4>(code)).first->second);
     for (const std::string &key : left) {
-        const auto found = numbers.find(key);
-        l.shared_code.push_back(found == numbers.end() ? 0 : found->second);
+        const auto found = codes.find(key);
+        l.shared_code.push_back(found == codes.end() ? translation::no_partner : found->second);
     }
     dictionaries_[0].push_back(std::move(l));
     dictionaries_[1].push_back(std::move(r));
+}
+
+translation join_keys::translation_of(std::size_t c, const std::vector<bool> &used) const {
+    std::vector<ub4> partners = dictionary_of(join_side::left, c).shared_code;
+    for (ub4 &partner : partners)
+        if (partner != translation::no_partner && !used[partner])
+            partner = translation::no_partner;
+    return translation(partners);
 }
 
 tavo_kv_type join_keys::table_type() const {
@@ -113,7 +128,7 @@ std::string join_keys::describe() const {
 }
 
 key_vectors::key_vectors(session &s, const join_keys &keys, join_side side, step_list &steps)
-    : session_(s), keys_(keys), side_(side), steps_(steps), shared_(keys.columns()) {
+    : session_(s), keys_(keys), side_(side), steps_(steps), shared_(keys.columns()), kept_(keys.columns()) {
     hash_enc_.flags = TAVO_HASHES;
     hash_enc_.width_bits = 64;
     hash_enc_.width_code = TAVO_WIDTH_CODE_64;
@@ -126,6 +141,7 @@ key_vectors::key_vectors(session &s, const join_keys &keys, join_side side, step
 void key_vectors::set_codes(std::vector<const ub4 *> codes, ub4 rows) {
     codes_ = std::move(codes);
     rows_ = rows;
+    hashed_ = false;
     if (keys_.form() == key_form::shared_codes)
         for (std::size_t c = 0; c < codes_.size(); c++) {
             const std::vector<ub4> &shared = keys_.dictionary_of(side_, c).shared_code;
@@ -133,6 +149,40 @@ void key_vectors::set_codes(std::vector<const ub4 *> codes, ub4 rows) {
             for (ub4 i = 0; i < rows; i++)
                 shared_[c][i] = shared[codes_[c][i]];
         }
+}
+
+std::vector<ub4> key_vectors::set_partners(const std::vector<const ub4 *> &codes, ub4 rows,
+                                           std::vector<translation> &translations) {
+    const tavo_specialized_ctx &ctx = session_.kernels().ctx();
+    selection partners{std::vector<ub8>((rows + 63ull) / 64), rows};
+    for (std::size_t c = 0; c < codes.size() && partners.count != 0; c++)
+        partners.count = translations[c].run(session_, keys_.of(side_, c)->name(), codes[c], rows, c > 0, partners.bits,
+                                             shared_[c], steps_);
+    std::vector<ub4> places = row_numbers(ctx, partners, rows, rows);
+    rows_ = rows;
+    hashed_ = false;
+    keep(places);
+    return places;
+}
+
+void key_vectors::keep(const std::vector<ub4> &rows) {
+    for (std::size_t c = 0; c < keys_.columns(); c++) {
+        if (keys_.form() == key_form::shared_codes) {
+            for (std::size_t i = 0; i < rows.size(); i++)
+                shared_[c][i] = shared_[c][rows[i]];
+            continue;
+        }
+        kept_[c].resize(rows.size() + 16);
+        for (std::size_t i = 0; i < rows.size(); i++)
+            kept_[c][i] = codes_[c][rows[i]];
+        codes_[c] = kept_[c].data();
+    }
+    rows_ = static_cast<ub4>(rows.size());
+    if (!hashed_)
+        return;
+    for (std::size_t i = 0; i < rows.size(); i++)
+        hashes_[i] = hashes_[rows[i]];
+    hash_vec_.size = rows_;
 }
 
 // Column by column, each on top of the former's hashes.
@@ -172,6 +222,7 @@ tavo_vec *key_vectors::make_hashes() {
             throw error(fmt::format("tavo_hash_dydi failed with status {}", status));
         steps_.add("tavo_hash_dydi", keys_.of(side_, c)->name(), keys_.describe(), rows_, rows_, clock.seconds());
     }
+    hashed_ = true;
     hash_vec_.data = hashes_.data();
     hash_vec_.size = rows_;
     return &hash_vec_;

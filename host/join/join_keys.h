@@ -6,8 +6,9 @@
 //
 //   fixed            one column whose keys all have one length of 1 to 12 bytes: these bytes
 //   length_prefixed  one column with keys of up to 11 bytes: length and bytes
-//   shared_codes     longer keys, or two or three columns: a number for each of the right side's keys in place of each
-//                    column's bytes, 4 bytes a column. What only the left side has is number 0, which matches nothing
+//   shared_codes     two or three columns, longer keys, or dictionaries of few values for many rows: the code of the
+//                    dictionary on the right in place of each column's bytes, 4 bytes a column. Codes of the left side
+//                    are translated to it, and those that the right side's rows don't have match nothing
 #pragma once
 
 #include <string>
@@ -17,6 +18,7 @@
 
 #include "host/column/column.h"
 #include "host/join/step_list.h"
+#include "host/join/translation.h"
 #include "host/link/callbacks.h"
 
 namespace host {
@@ -35,6 +37,8 @@ public:
         column *left, *right;
     };
     explicit join_keys(const std::vector<pair> &columns);
+    // Left codes to shared ones, of those that the right side's rows have.
+    translation translation_of(std::size_t c, const std::vector<bool> &used) const;
 
     std::size_t columns() const { return pairs_.size(); }
     column *of(join_side side, std::size_t c) const {
@@ -49,9 +53,10 @@ public:
     // A dictionary of canonical keys, by the codes of one side's column.
     struct dictionary {
         std::vector<ub1> bytes;
-        std::vector<ub4> cla;         // big-endian
-        ub2 length;                   // big-endian, of fixed keys
-        std::vector<ub4> shared_code; // by code
+        std::vector<ub4> cla; // big-endian
+        ub2 length;           // big-endian, of fixed keys
+        // By code: the first of the right side's codes with the key, or translation::no_partner.
+        std::vector<ub4> shared_code;
     };
     const dictionary &dictionary_of(join_side side, std::size_t c) const {
         return dictionaries_[side == join_side::right][c];
@@ -75,19 +80,22 @@ public:
 
     // codes[c][i]: code of row i in key column c. Kept as pointers until make_keys.
     void set_codes(std::vector<const ub4 *> codes, ub4 rows);
+    // The same of the left side's rows, with shared codes: those that have a partner in each column. Returns which.
+    std::vector<ub4> set_partners(const std::vector<const ub4 *> &codes, ub4 rows, std::vector<translation> &);
+    // Leaves these of the rows, in ascending order.
+    void keep(const std::vector<ub4> &rows);
     tavo_vec *make_hashes();
     tavo_vec *make_keys();
 
 private:
-    void make_shared_codes();
-
     session &session_;
     const join_keys &keys_;
     join_side side_;
     step_list &steps_;
     std::vector<const ub4 *> codes_;
     ub4 rows_ = 0;
-    std::vector<std::vector<ub4>> shared_; // by column
+    std::vector<std::vector<ub4>> shared_, kept_; // by column
+    bool hashed_ = false;
     std::vector<ub8> hashes_, addresses_;
     std::vector<ub2> lengths_, indicators_;
     std::vector<ub1> key_bytes_;

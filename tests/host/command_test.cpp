@@ -75,7 +75,8 @@ TEST_F(Command, FormsOfColumns) {
     EXPECT_NE(squeezed(chosen.out).find(" 3 rle "), std::string::npos) << chosen.out;
     EXPECT_NE(squeezed(chosen.out).find(" 6 spak "), std::string::npos) << chosen.out;
     expect_refused("columns " + airports_ + " --encode =rle", "there is no column ''");
-    expect_refused("columns " + airports_ + " --encode zip", "the forms are auto, plain, spak, rle, fixed and dynp");
+    expect_refused("columns " + airports_ + " --encode zip",
+                   "the forms are auto, plain, spak, rle, fixed, dynp and text");
     expect_refused("columns " + airports_ + " --encode stat=rle", "did you mean state");
     expect_refused("query " + file("long.csv", "a,b\n1," + std::string(65536, 'x') + "\n"), "column b does not fit");
 }
@@ -231,8 +232,8 @@ TEST_F(Command, Joins) {
             "--where 'state = CA' --where 'delay > 200' --columns airports.city,delay,right.iata --explain --check");
     EXPECT_EQ(o.status, 0) << o.err;
     EXPECT_TRUE(o.out.starts_with("city,delay,iata\n")) << o.out;
-    for (const char *part : {"tavo_hash_dydi", "tavo_layout_kv_dydi", "tavo_create_add_kv_dydi", "tavo_bloom_dydi",
-                             "tavo_probe_kv_dydi", "joined from the text: agrees\n"})
+    for (const char *part : {"tavo_hash_dydi", "tavo_layout_kv_dydi", "tavo_create_add_kv_dydi",
+                             "tavo_xlate_sim_ub2_c2d", "tavo_probe_kv_dydi", "joined from the text: agrees\n"})
         EXPECT_NE(o.err.find(part), std::string::npos) << part << "\n" << o.err;
 
     const std::string left = file("a.csv", "id,name\n1,x\n2,\n3,z\n"),

@@ -115,7 +115,22 @@ TEST_F(Command, GroupsThatAreRefused) {
     std::string many = "a,b\n";
     for (int i = 0; i < 70000; i++)
         many += std::to_string(i) + "," + std::to_string(i * 7) + "\n";
-    expect_refused("query " + file("many.csv", many) + " --group-by a,b", "do not fit 32 bits");
+    many = file("many.csv", many);
+    expect_refused("query " + many + " --group-by a,b", "do not fit 32 bits");
+    // Those of a selection do: only what occurs there has a place in them.
+    for (const auto &[rows, kernel] : {std::pair("a in (5, 69000, 300)", "tavo_xlate_groupkey_nib_c2d"),
+                                       {"a < 256", "tavo_xlate_groupkey_ub1_c2d"},
+                                       {"a >= 65536", "tavo_xlate_groupkey_ub2_c2d"},
+                                       {"a >= 4465", "tavo_xlate_groupkey_ub2_c2d"}}) {
+        const outcome o = run("query " + many + " --where '" + rows + "' --group-by a,b --sum b --check --explain");
+        EXPECT_EQ(o.status, 0) << o.err;
+        EXPECT_NE(o.err.find(kernel), std::string::npos) << o.err;
+        EXPECT_NE(o.err.find("agrees"), std::string::npos) << o.err;
+    }
+    expect_refused("query " + many + " --where 'a >= 4464' --group-by a,b", "do not fit 32 bits"); // 65536 of each
+    EXPECT_EQ(run("query " + many + " --where 'a > 70000' --group-by a,b").out, "a,b,count\n");
+    EXPECT_EQ(run("query " + many + " --where 'a in (300, 69000, 5)' --group-by b,a --count").out,
+              "b,a,count\n35,5,1\n2100,300,1\n483000,69000,1\n");
 }
 
 } // namespace

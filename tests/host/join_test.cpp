@@ -140,6 +140,7 @@ TEST(Join, AgreesWithThePlainJoin) {
                                                             {1u, 1u, 1u},
                                                             {300u, 40u, 30u},
                                                             {400u, 400u, 60u},
+                                                            {400u, 400u, 5000u}, // nearly each row its own value
                                                             {2000u, 20u, 200u}}) {
             joined_files files(random_file(left_form, "integer", left_rows, values, rng),
                                random_file(right_form, "decimal", right_rows, values, rng));
@@ -194,6 +195,103 @@ TEST(Join, AnswersByHand) {
     EXPECT_EQ(lines(host::join_kind::right_anti, "code=name"), ",2\n,3\n");
     EXPECT_EQ(lines(host::join_kind::inner, "n=m"),
               "0,0\n0,3\n1,0\n1,3\n2,1\n4,0\n4,3\n"); // 1, 1.0 and 01 are one value
+}
+
+// Each lookup and each element, chosen by the codes that have a partner, against the partners one by one.
+TEST(JoinParts, TranslationByDensity) {
+    std::mt19937_64 rng(75);
+    host::session session(loaded());
+    struct {
+        const char *kernel;
+        ub4 codes, first, last, step; // codes with a partner, when every step-th has one
+        ub4 targets;
+    } const cases[] = {
+        {"sim_nib", 500, 0, 499, 2, 15},           {"sim_ub1", 500, 3, 499, 2, 16},
+        {"sim_ub1", 500, 100, 499, 3, 255},        {"sim_ub2", 500, 0, 499, 1, 256},
+        {"sim_ub2", 500, 0, 499, 1, 65535},        {"sim_ub4", 500, 0, 499, 1, 65536},
+        {"off_nib", 5000, 4000, 4999, 2, 3},       {"off_ub1", 5000, 101, 500, 1, 200},
+        {"off_ub2", 5000, 4990, 4999, 9, 60000},   {"off_ub4", 5000, 4999, 4999, 1, 1u << 31},
+        {"ind_nib", 100000, 5, 99999, 33331, 15},  {"ind_ub1", 100000, 300, 99999, 33233, 255},
+        {"ind_ub2", 100000, 0, 99999, 9999, 9999}, {"ind_ub4", 100000, 70000, 99999, 29999, ~0u},
+    };
+    for (const auto &c : cases) {
+        std::vector<ub4> partners(c.codes, host::translation::no_partner);
+        for (ub4 code = c.first; code <= c.last; code += c.step)
+            partners[code] = static_cast<ub4>(rng() % c.targets);
+        partners[c.first] = c.targets - 1; // the largest, several codes with one partner, and some without
+        host::translation table(partners);
+        EXPECT_EQ(table.kernel_name(), fmt::format("tavo_xlate_{}_c2d", c.kernel)) << table.describe();
+        for (const ub4 rows : {1u, 63u, 64u, 1000u, 1011u}) {
+            std::vector<ub4> codes, out;
+            std::vector<ub8> bits, before;
+            for (ub4 row = 0; row < rows; row++) {
+                if (row % 64 == 0)
+                    bits.push_back(rng() | 1);
+                codes.push_back(rng() % 2
+                                    ? static_cast<ub4>(rng() % c.codes)
+                                    : c.first + static_cast<ub4>(rng() % ((c.last - c.first) / c.step + 1)) * c.step);
+            }
+            codes[0] = c.first;
+            bits.back() &= rows % 64 == 0 ? ~0ull : ~0ull >> (64 - rows % 64);
+            before = bits;
+            host::step_list steps;
+            const bool selected = rows % 3 == 1;
+            const ub4 count = table.run(session, "c", codes.data(), rows, selected, bits, out, steps);
+            ub4 expected = 0;
+            for (ub4 row = 0; row < rows; row++) {
+                const bool has = (!selected || (before[row / 64] >> row % 64 & 1) != 0) &&
+                                 partners[codes[row]] != host::translation::no_partner;
+                expected += has;
+                ASSERT_EQ((bits[row / 64] >> row % 64 & 1) != 0, has) << c.kernel << ", row " << row;
+                if (has) {
+                    ASSERT_EQ(out[row], partners[codes[row]]) << c.kernel << ", row " << row;
+                }
+            }
+            EXPECT_EQ(count, expected);
+            EXPECT_GE(count, 1u);
+        }
+    }
+    // Nothing has a partner.
+    std::vector<ub8> bits{7};
+    std::vector<ub4> out;
+    host::step_list steps;
+    const ub4 codes[] = {0, 1, 2};
+    host::translation none(std::vector<ub4>(3, host::translation::no_partner));
+    EXPECT_EQ(none.run(session, "c", codes, 3, true, bits, out, steps), 0u);
+    EXPECT_EQ(bits[0], 0u);
+}
+
+// Joins through translation, each of its lookups: key sets that are disjoint, overlap, and have several spellings.
+TEST(Join, ThroughTranslation) {
+    struct {
+        const char *kernel;
+        unsigned left_to, right_from, right_to, right_step;
+    } const cases[] = {
+        {"tavo_xlate_sim_ub1_c2d", 200, 0, 150, 1},       {"tavo_xlate_sim_nib_c2d", 3, 0, 12, 1},
+        {"tavo_xlate_off_ub1_c2d", 1000, 700, 800, 1},    {"tavo_xlate_off_nib_c2d", 500, 490, 520, 3},
+        {"tavo_xlate_ind_nib_c2d", 9000, 17, 9500, 3000}, {"tavo_xlate_ind_ub1_c2d", 20000, 10, 20000, 800},
+        {"no code has a partner", 100, 200, 300, 1},
+    };
+    for (const auto &c : cases) {
+        std::string left = "row,key\n", right = "row,key\n", steps;
+        ub4 row = 0;
+        for (unsigned copy = 0; copy < 3; copy++)
+            for (unsigned k = 0; k < c.left_to; k++, row++)
+                left += fmt::format("{},{}{:05}\n", row, copy == 0 && k % 97 == 0 ? "0" : "", k);
+        left += fmt::format("{},\n", row);
+        row = 0;
+        for (unsigned copy = 0; copy < 4; copy++)
+            for (unsigned k = c.right_from; k < c.right_to; k += c.right_step, row++)
+                right += fmt::format("{},{:05}{}\n", row, k, copy == 3 && k % 5 == 0 ? ".0" : "");
+        right += fmt::format("{},\n", row);
+        joined_files files(left, right);
+        expect_agreement(files, {"key"}, {}, c.kernel);
+        const auto a = files.ask(host::join_kind::inner, {"key"});
+        for (const host::query_step &s : a.steps)
+            steps += s.kernel + " " + s.what + "\n";
+        EXPECT_NE(steps.find(c.kernel), std::string::npos) << c.kernel << ", but\n" << steps;
+        EXPECT_EQ(a.by_library.empty(), std::string(c.kernel).starts_with("no"));
+    }
 }
 
 // Compressed and run-length key columns, long chains of equal keys, output that fills up many times.
