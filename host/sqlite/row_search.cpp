@@ -63,6 +63,7 @@ bool row_search::first_rows(const std::vector<column_filter> &filters, ub8 limit
         return false;
     }
     found.listed = true;
+    found.cut = row < relation_.rows();
     std::string text;
     for (const column_filter &f : filters)
         text += (text.empty() ? "" : " and ") + f.text;
@@ -98,7 +99,7 @@ rows_found row_search::run(std::vector<column_filter> filters, const std::vector
     });
     const bool plain = relation_.all_plain();
     if (limit == 0) {
-        found.listed = true;
+        found.listed = found.cut = true;
         return found;
     }
     if (plain && order.empty() && limit <= looked_at_first / 2 && first_rows(filters, limit, found))
@@ -115,13 +116,26 @@ rows_found row_search::run(std::vector<column_filter> filters, const std::vector
 
 // All rows in the order of the key, of which those that were found are taken.
 void row_search::walk(rows_found &found, const order_key &key, ub8 limit, bool all) const {
-    const ub4 rows = relation_.rows(), *by_code = key.col == nullptr ? nullptr : key.col->rows_by_code();
+    const ub4 rows = relation_.rows();
     const ub8 wanted = std::min<ub8>(limit, all ? rows : found.selected.count);
     found.rows.reserve(wanted);
-    for (ub4 i = 0; i < rows && found.rows.size() < wanted; i++) {
-        const ub4 place = key.descending ? rows - 1 - i : i, row = by_code == nullptr ? place : by_code[place];
+    const auto see = [&](ub4 row) {
         if (all || (found.selected.bits[row / 64] >> row % 64 & 1) != 0)
             found.rows.push_back(row);
+        return found.rows.size() < wanted;
+    };
+    if (key.col == nullptr) {
+        for (ub4 i = 0; i < rows && see(key.descending ? rows - 1 - i : i);)
+            i++;
+        return;
+    }
+    const ub4 *by_code = key.col->rows_by_code(), *starts = key.col->starts();
+    const auto codes = static_cast<ub4>(key.col->end_code());
+    for (ub4 c = 0; c < codes; c++) {
+        const ub4 code = key.descending ? codes - 1 - c : c;
+        for (ub4 i = starts[code]; i < starts[code + 1]; i++)
+            if (!see(by_code[i]))
+                return;
     }
 }
 
@@ -132,7 +146,9 @@ void row_search::put_in_order(rows_found &found, const std::vector<order_key> &o
     std::string text = "put in order of";
     for (const order_key &k : order)
         text += fmt::format(" {}{}", k.col == nullptr ? "rowid" : k.col->name(), k.descending ? " desc" : "");
-    if (order.size() == 1 && !found.listed && (all || count * walked_above >= rows)) {
+    found.cut = limit < count;
+    if (order.size() == 1 && !found.listed && (order[0].col == nullptr || order[0].col->one_code_a_value()) &&
+        (all || count * walked_above >= rows)) {
         walk(found, order[0], limit, all);
         text += "  [rows listed by code]";
     } else {

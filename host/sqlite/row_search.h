@@ -25,6 +25,7 @@ struct order_key {
 // Rows as a selection, or, in the order wanted, as a list.
 struct rows_found {
     bool listed = false;
+    bool cut = false; // by the limit: behind the list there may be more
     selection selected;
     std::vector<ub4> rows;
 };
@@ -35,8 +36,8 @@ public:
 
     row_search(const relation &r, session &s, std::vector<query_step> &steps) : relation_(r), session_(s), steps_(steps) {}
 
-    // The rows that all filters take, in this order, or by number if there are no keys. With a limit at least so many
-    // of the first of them. Orders need plain columns.
+    // The rows that all filters take, in this order, those of equal keys by number. With a limit at least so many of
+    // the first of them: the same ones as without. Orders need plain columns.
     rows_found run(std::vector<column_filter> filters, const std::vector<order_key> &order, ub8 limit);
 
 private:

@@ -26,8 +26,6 @@ struct scan_plan {
 
     std::string text() const;
     static scan_plan of(const char *text);
-
-    bool uses(std::size_t column) const { return (used >> std::min<std::size_t>(column, 63) & 1) != 0; }
 };
 
 } // namespace host::sqlite

@@ -66,19 +66,21 @@ void tavo_cursor::clear() {
 
 void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
     clear();
+    filters_.clear();
+    order_.clear();
+    used_ = plan.used;
     const auto lock = rows_.reading();
     record_ = std::make_shared<connection::scan_record>();
     record_->table = table_.name;
     table_.home->last_scan = record_;
 
-    std::vector<column_filter> filters;
     bool exact = true;
-    std::optional<ub8> only_row; // from 1
+    std::optional<sqlite3_int64> only_row; // from 1
     for (const scan_plan::condition &c : plan.conditions) {
         sqlite3_value *value = *values++;
         if (c.column == scan_plan::rowid) {
             if (sqlite3_value_type(value) == SQLITE_INTEGER)
-                only_row = static_cast<ub8>(sqlite3_value_int64(value));
+                only_row = sqlite3_value_int64(value);
             exact = false;
             continue;
         }
@@ -86,30 +88,34 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
         std::string text;
         codes_found found = codes_of_argument(col, c, value, text);
         exact = exact && found.exact;
-        const auto same = std::find_if(filters.begin(), filters.end(), [&](const auto &f) { return f.col == &col; });
-        if (same == filters.end()) {
-            filters.push_back({&col, std::move(found.ranges), std::move(text)});
+        const auto same = std::find_if(filters_.begin(), filters_.end(), [&](const auto &f) { return f.col == &col; });
+        if (same == filters_.end()) {
+            filters_.push_back({&col, std::move(found.ranges), std::move(text)});
         } else {
             same->ranges = common(same->ranges, found.ranges);
             same->text += " and " + text;
         }
     }
-    const ub8 limit = exact ? limit_of(plan, values) : row_search::no_limit;
-
-    if (!own_session_ && rows_.shared_session() == nullptr)
-        own_session_.emplace(rows_.kernels());
-    session &s = own_session_ ? *own_session_ : *rows_.shared_session();
-    if (only_row && rows_.all_plain()) {
-        found_.listed = true; // SQLite looks at the other conditions
+    if (only_row && rows_.all_plain()) { // SQLite looks at the other conditions
+        found_.listed = true;
         if (*only_row >= 1 && *only_row <= rows_.rows())
             found_.rows.push_back(static_cast<ub4>(*only_row - 1));
-    } else {
-        std::vector<order_key> order;
-        for (const scan_plan::key &k : plan.order)
-            order.push_back({k.column < 0 ? nullptr : rows_.columns()[static_cast<std::size_t>(k.column)].get(),
-                             k.descending});
-        found_ = row_search(rows_, s, record_->steps).run(std::move(filters), order, limit);
+        numbers_ = found_.rows.data();
+        end_ = found_.rows.size();
+        return;
     }
+    for (const scan_plan::key &k : plan.order)
+        order_.push_back(
+            {k.column < 0 ? nullptr : rows_.columns()[static_cast<std::size_t>(k.column)].get(), k.descending});
+    if (!own_session_ && rows_.shared_session() == nullptr)
+        own_session_.emplace(rows_.kernels());
+    search(exact ? limit_of(plan, values) : row_search::no_limit);
+}
+
+// From the first row on. A limit is a hint: SQLite may have conditions of which it says nothing.
+void tavo_cursor::search(ub8 limit) {
+    session &s = own_session_ ? *own_session_ : *rows_.shared_session();
+    found_ = row_search(rows_, s, record_->steps).run(filters_, order_, limit);
     if (found_.listed) {
         numbers_ = found_.rows.data();
         end_ = found_.rows.size();
@@ -118,7 +124,7 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
     std::vector<host::column *> columns;
     codes_.resize(rows_.columns().size());
     for (std::size_t i = 0; i < rows_.columns().size(); i++)
-        if (plan.uses(i)) {
+        if ((used_ >> std::min<std::size_t>(i, 63) & 1) != 0) {
             read_.push_back(i);
             columns.push_back(&rows_.columns()[i]->stored());
         }
@@ -132,6 +138,16 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
 
 void tavo_cursor::next_batch() {
     const auto lock = rows_.reading();
+    if (!reader_) { // more rows than the limit said
+        std::size_t behind = at_;
+        search(row_search::no_limit);
+        while (reader_ && behind >= end_ && end_ > 0) {
+            behind -= end_;
+            end_ = reader_->next();
+        }
+        at_ = std::min(behind, end_);
+        return;
+    }
     at_ = 0;
     end_ = reader_->next();
 }

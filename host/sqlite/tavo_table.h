@@ -33,7 +33,7 @@ public:
     bool at_end() const { return at_ == end_; }
     void next() {
         at_++;
-        if (at_ == end_ && reader_)
+        if (at_ == end_ && (reader_ || found_.cut))
             next_batch();
     }
     sqlite3_int64 rowid() const { return sqlite3_int64{numbers_[at_]} + 1; }
@@ -47,6 +47,7 @@ public:
     }
 
 private:
+    void search(ub8 limit);
     void next_batch();
     void clear();
 
@@ -54,6 +55,9 @@ private:
     const relation &rows_;
     std::optional<session> own_session_;
     std::shared_ptr<connection::scan_record> record_;
+    std::vector<column_filter> filters_;
+    std::vector<order_key> order_;
+    sqlite3_uint64 used_ = 0; // columns, as the plan has them
     rows_found found_;
     std::vector<const ub4 *> codes_; // of the batch, by column; null where they are not read
     std::vector<std::size_t> read_;  // columns, in the reader's order

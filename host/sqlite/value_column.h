@@ -42,6 +42,7 @@ public:
     cell value(ub8 code) const;
     void result(sqlite3_context *, ub4 code) const;
     // The same for equal values, so that a second order can decide between them.
+    bool one_code_a_value() const { return ranks_.empty(); }
     ub4 rank(ub4 code) const { return ranks_.empty() ? code : ranks_[code]; }
 
     // First code of a value that is not below, or is above; all codes of values if it compares so with none.
