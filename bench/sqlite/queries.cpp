@@ -19,7 +19,7 @@ struct statement {
 };
 
 constexpr statement statements[] = {
-    {"point, one flight", "SELECT * FROM $F WHERE date = '2001-03-01 07:15' AND origin = 'SFO' AND destination = 'LAX'"},
+    {"point, one flight", "SELECT * FROM $F WHERE date = '2001-03-01 07:15' AND origin = 'BWI' AND destination = 'TPA'"},
     {"point, one minute", "SELECT count(*), sum(delay) FROM $F WHERE date = '2001-03-01 07:15'"},
     {"point, rowid", "SELECT * FROM $F WHERE rowid = 1234567"},
     {"range, delays", "SELECT count(*) FROM $F WHERE delay > 300"},
