@@ -14,12 +14,13 @@ namespace {
 
 struct statement {
     const char *name;
-    const char *sql;           // $F stands for the flights
+    const char *sql;            // $F stands for the flights
     const char *ours = nullptr; // where a function of the extension does it
 };
 
 constexpr statement statements[] = {
-    {"point, one flight", "SELECT * FROM $F WHERE date = '2001-03-01 07:15' AND origin = 'BWI' AND destination = 'TPA'"},
+    {"point, one flight",
+     "SELECT * FROM $F WHERE date = '2001-03-01 07:15' AND origin = 'BWI' AND destination = 'TPA'"},
     {"point, one minute", "SELECT count(*), sum(delay) FROM $F WHERE date = '2001-03-01 07:15'"},
     {"point, rowid", "SELECT * FROM $F WHERE rowid = 1234567"},
     {"range, delays", "SELECT count(*) FROM $F WHERE delay > 300"},
@@ -30,7 +31,8 @@ constexpr statement statements[] = {
                          "'2001-01-19 08:00','2001-01-26 08:00','2001-02-02 08:00','2001-02-09 08:00') ORDER BY rowid"},
     {"three predicates, count",
      "SELECT count(*) FROM $F WHERE distance BETWEEN 2400 AND 2600 AND origin = 'SFO' AND delay > 60"},
-    {"three predicates, rows", "SELECT * FROM $F WHERE distance < 200 AND destination = 'ATL' AND delay > 120 ORDER BY rowid"},
+    {"three predicates, rows",
+     "SELECT * FROM $F WHERE distance < 200 AND destination = 'ATL' AND delay > 120 ORDER BY rowid"},
     {"prefix, an hour", "SELECT count(*) FROM $F WHERE date LIKE '2001-02-14 08%'"},
     {"prefix, airports", "SELECT count(*), max(delay) FROM $F WHERE origin LIKE 'HN%'"},
     {"count of all", "SELECT count(*) FROM $F"},
@@ -43,7 +45,8 @@ constexpr statement statements[] = {
                            "GROUP BY state ORDER BY state"},
     {"join from airports", "SELECT count(*) FROM airports a JOIN $F f ON f.origin = a.iata WHERE a.state = 'HI' AND "
                            "f.distance > 3000"},
-    {"order by, limit", "SELECT delay, distance, origin FROM $F WHERE origin = 'SFO' ORDER BY delay DESC, rowid LIMIT 10"},
+    {"order by, limit",
+     "SELECT delay, distance, origin FROM $F WHERE origin = 'SFO' ORDER BY delay DESC, rowid LIMIT 10"},
 };
 
 sqlite3 *db = nullptr;

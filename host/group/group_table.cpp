@@ -377,7 +377,8 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
             const column &col = groups.encoded(want.of.a.column);
             std::vector<signed char> known;
             groups.mark_known(known, groups.codes(want.of.a.column), col);
-            const std::vector<sb8> values = known.empty() ? counts : groups.sums<sb8>(known, "values of " + want.of.name);
+            const std::vector<sb8> values =
+                known.empty() ? counts : groups.sums<sb8>(known, "values of " + want.of.name);
             for (ub4 g = 0; g < n; g++)
                 answers[a][g] = std::to_string(values[g]);
             continue;

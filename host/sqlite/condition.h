@@ -1,8 +1,8 @@
 // Conditions as SQLite hands them to a table, and the codes of a column that they may select.
 //
 // A comparison is SQLite's, with its conversions: these depend on the affinities of both sides, of which a table learns
-// only its own. So each answer holds for whatever the other side's is: it has all codes whose rows satisfy the condition,
-// and is called exact where it has no others. SQLite looks at the rows again in any case.
+// only its own. So each answer holds for whatever the other side's is: it has all codes whose rows satisfy the
+// condition, and is called exact where it has no others. SQLite looks at the rows again in any case.
 #pragma once
 
 #include <optional>

@@ -13,8 +13,8 @@ answer_rows last_scan(sqlite3 *, connection &home, const std::vector<sqlite3_val
         return rows;
     const auto text = [](const std::string &s) { return s.empty() ? answer_value() : answer_value(s); };
     const auto add = [&](const query_step &step) {
-        rows.push_back({static_cast<sqlite3_int64>(rows.size() + 1), scan->table, text(step.kernel),
-                        text(step.column), text(step.what), sqlite3_int64{step.rows_in}, sqlite3_int64{step.rows_out},
+        rows.push_back({static_cast<sqlite3_int64>(rows.size() + 1), scan->table, text(step.kernel), text(step.column),
+                        text(step.what), sqlite3_int64{step.rows_in}, sqlite3_int64{step.rows_out},
                         step.seconds * 1e6});
     };
     for (const query_step &step : scan->steps)

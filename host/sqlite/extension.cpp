@@ -12,8 +12,8 @@ namespace host::sqlite {
 
 namespace {
 
-// The kernels import hostraiseierr from the process. SQLite loads extensions so that others see their symbols; a program
-// that opened this one otherwise has it done now.
+// The kernels import hostraiseierr from the process. SQLite loads extensions so that others see their symbols; a
+// program that opened this one otherwise has it done now.
 void show_symbols() {
     Dl_info here{};
     if (dladdr(reinterpret_cast<void *>(&show_symbols), &here) != 0)
@@ -24,9 +24,8 @@ void show_symbols() {
 } // namespace
 
 void add_module(sqlite3 *db, const char *name, const sqlite3_module &module, const shared_connection &home) {
-    const int status = sqlite3_create_module_v2(db, name, &module, new shared_connection(home), [](void *shared) {
-        delete static_cast<shared_connection *>(shared);
-    });
+    const int status = sqlite3_create_module_v2(db, name, &module, new shared_connection(home),
+                                                [](void *shared) { delete static_cast<shared_connection *>(shared); });
     if (status != SQLITE_OK) // SQLite has called the function above then, too
         throw error(sqlite3_errmsg(db));
 }
@@ -65,7 +64,7 @@ std::shared_ptr<const relation> find_relation(sqlite3 *db, const connection &hom
 } // namespace host::sqlite
 
 extern "C" __attribute__((visibility("default"))) int sqlite3_tavosqlite_init(sqlite3 *db, char **message,
-                                                                               const sqlite3_api_routines *api) {
+                                                                              const sqlite3_api_routines *api) {
     using namespace host::sqlite;
     sqlite3_api = api;
     return guarded(message, [&] {

@@ -154,11 +154,12 @@ answer_rows groups(sqlite3 *db, connection &home, const std::vector<sqlite3_valu
 } // namespace
 
 void add_group(sqlite3 *db, const shared_connection &home) {
-    add_table_function(db, home,
-                       {"tavo_group",
-                        "CREATE TABLE x(key1, key2, key3, key4, value1, value2, value3, value4, value5, value6, value7, "
-                        "value8, table_name HIDDEN, columns HIDDEN, answers HIDDEN, condition HIDDEN)",
-                        most_keys + most_values, 4, 3, groups});
+    add_table_function(
+        db, home,
+        {"tavo_group",
+         "CREATE TABLE x(key1, key2, key3, key4, value1, value2, value3, value4, value5, value6, value7, "
+         "value8, table_name HIDDEN, columns HIDDEN, answers HIDDEN, condition HIDDEN)",
+         most_keys + most_values, 4, 3, groups});
 }
 
 } // namespace host::sqlite

@@ -131,7 +131,8 @@ void relation::load_file(sqlite3 *db, const relation_source &source) {
     for (const std::string &text : source.types) {
         const auto [name, type] = named(text, *file_);
         if (name.empty() || !type_named(type))
-            throw error(fmt::format("type='{}': it is COLUMN=TYPE, of integer, decimal, date, date-time and text", text));
+            throw error(
+                fmt::format("type='{}': it is COLUMN=TYPE, of integer, decimal, date, date-time and text", text));
         options.type_of[name] = *type_named(type);
     }
     const bool shown = isatty(STDERR_FILENO) == 1;
@@ -201,7 +202,8 @@ std::shared_ptr<relation> relation::of_file(sqlite3 *db, const relation_source &
     if (missing)
         throw error(fmt::format("cannot read {}: {}", source.file, missing.message()));
     const file_state state{path, std::filesystem::last_write_time(path, missing),
-                           std::filesystem::is_regular_file(path, missing) ? std::filesystem::file_size(path, missing) : 0,
+                           std::filesystem::is_regular_file(path, missing) ? std::filesystem::file_size(path, missing)
+                                                                           : 0,
                            source.as_written};
     std::erase_if(loaded, [](const auto &entry) { return entry.second.expired(); });
     if (const auto found = loaded.find(state); found != loaded.end())

@@ -78,7 +78,8 @@ public:
         for (ub4 &number : numbers_)
             number = number == null_number ? 0 : code_of[number];
         return std::make_unique<column>(
-            name, dictionary(found_type(type.value_or(value_type::text)), has_null_, symbol_table(name, symbols)), std::move(numbers_), form);
+            name, dictionary(found_type(type.value_or(value_type::text)), has_null_, symbol_table(name, symbols)),
+            std::move(numbers_), form);
     }
 
 private:

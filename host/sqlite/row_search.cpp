@@ -7,22 +7,21 @@ namespace host::sqlite {
 
 namespace {
 
-constexpr ub8 listed_below = 256;   // one row in so many: fetching them one by one is quicker than a scan
+constexpr ub8 listed_below = 256;     // one row in so many: fetching them one by one is quicker than a scan
 constexpr ub4 looked_at_first = 4096; // rows, where a limit may end the search early
-constexpr ub8 walked_above = 16;    // one row in so many: all rows in order, tested, are quicker than a sort
+constexpr ub8 walked_above = 16;      // one row in so many: all rows in order, tested, are quicker than a sort
 
 bool takes_code(const code_ranges &ranges, ub8 code) {
-    const auto behind = std::upper_bound(ranges.begin(), ranges.end(), code,
-                                         [](ub8 c, const auto &range) { return c < range.first; });
+    const auto behind =
+        std::upper_bound(ranges.begin(), ranges.end(), code, [](ub8 c, const auto &range) { return c < range.first; });
     return behind != ranges.begin() && code < std::prev(behind)->second;
 }
 
 } // namespace
 
 bool row_search::takes(const std::vector<column_filter> &filters, ub4 row) const {
-    return std::all_of(filters.begin(), filters.end(), [&](const column_filter &f) {
-        return takes_code(f.ranges, f.col->code_of_row(row));
-    });
+    return std::all_of(filters.begin(), filters.end(),
+                       [&](const column_filter &f) { return takes_code(f.ranges, f.col->code_of_row(row)); });
 }
 
 // The first filter has the fewest rows.

@@ -34,7 +34,8 @@ class row_search {
 public:
     static constexpr ub8 no_limit = ~ub8{0};
 
-    row_search(const relation &r, session &s, std::vector<query_step> &steps) : relation_(r), session_(s), steps_(steps) {}
+    row_search(const relation &r, session &s, std::vector<query_step> &steps)
+        : relation_(r), session_(s), steps_(steps) {}
 
     // The rows that all filters take, in this order, those of equal keys by number. With a limit at least so many of
     // the first of them: the same ones as without. Orders need plain columns.

@@ -78,8 +78,10 @@ value_column::value_column(column &col, affinity affinity, const std::vector<cel
         return std::string_view(begin, text.size());
     };
     const ub8 all = end - first;
-    holds_ = integers == all ? content::integers : reals == all ? content::reals : texts == all ? content::texts
-                                                                                                : content::mixed;
+    holds_ = integers == all ? content::integers
+             : reals == all  ? content::reals
+             : texts == all  ? content::texts
+                             : content::mixed;
     all_numbers_ = all > 0 && integers + reals == all;
     if (holds_ == content::integers)
         integers_.resize(end);

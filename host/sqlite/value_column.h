@@ -24,7 +24,8 @@ public:
     // How SQLite converts what is compared with the column.
     enum class affinity { numeric, text, none };
 
-    // `values` has a cell for each code, the null code's included, whose bytes are copied. `codes` has one for each row.
+    // `values` has a cell for each code, the null code's included, whose bytes are copied. `codes` has one for each
+    // row.
     value_column(column &col, affinity, const std::vector<cell> &values, const ub4 *codes);
 
     column &stored() const { return col_; }

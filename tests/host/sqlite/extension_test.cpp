@@ -23,8 +23,9 @@ TEST(Extension, GroupsAreThoseOfSql) {
                       "'delay > 10')"),
               db.rows("SELECT origin, count(*), sum(delay), avg(delay), min(distance), max(date), count(destination) "
                       "FROM f WHERE delay > 10 GROUP BY origin"));
-    EXPECT_EQ(db.rows("SELECT key1, key2, value1 FROM tavo_group('main.f', 'month(date), origin', 'count(*)') LIMIT 50"),
-              db.rows("SELECT substr(date, 1, 7), origin, count(*) FROM f GROUP BY 1, 2 LIMIT 50"));
+    EXPECT_EQ(
+        db.rows("SELECT key1, key2, value1 FROM tavo_group('main.f', 'month(date), origin', 'count(*)') LIMIT 50"),
+        db.rows("SELECT substr(date, 1, 7), origin, count(*) FROM f GROUP BY 1, 2 LIMIT 50"));
     EXPECT_EQ(db.rows("SELECT kernel FROM tavo_explain WHERE kernel LIKE '%groupkey%'").size(), 1u);
     // Nulls, texts that look like nulls, and reals, of a statement's answer.
     db.rows("CREATE TABLE s(k TEXT, x REAL, n)");

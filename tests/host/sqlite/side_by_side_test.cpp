@@ -40,8 +40,9 @@ public:
         case 8: return std::to_string(static_cast<int>(below(60)) - 20);
         case 9: return std::to_string(static_cast<int>(below(400)) - 100) + ".25";
         case 10: return "'" + std::to_string(below(60)) + "'";
-        case 11: return "(SELECT " + one_of({"i", "r", "t", "n"}) + " FROM aux WHERE rowid = " +
-                        std::to_string(1 + below(24)) + ")";
+        case 11:
+            return "(SELECT " + one_of({"i", "r", "t", "n"}) +
+                   " FROM aux WHERE rowid = " + std::to_string(1 + below(24)) + ")";
         default: return one_of(literals_);
         }
     }
@@ -70,8 +71,9 @@ public:
         case 6: return c + no + " GLOB " + one_of({"'S*'", "'[A-M]*'", "'5*'"});
         case 7: return c + " " + comparison() + " " + column();
         case 8: return one_of({"+" + c, c + " + 0", "-" + c, c + " || ''"}) + " " + comparison() + " " + value();
-        case 9: return chance(80) ? c + " " + comparison() + " ?" + std::to_string(1 + below(3))
-                                  : "t.rowid " + comparison() + " " + std::to_string(below(700));
+        case 9:
+            return chance(80) ? c + " " + comparison() + " ?" + std::to_string(1 + below(3))
+                              : "t.rowid " + comparison() + " " + std::to_string(below(700));
         default: return c + collation() + " " + comparison() + " " + value() + collation();
         }
     }
@@ -104,8 +106,8 @@ public:
         case 2: in_order = false; return "SELECT DISTINCT " + column() + ", " + column() + " FROM @ t" + condition;
         case 3: {
             in_order = false;
-            const std::string on = column() + " " + one_of({"=", "=", "=", "<", ">=", "IS"}) + " aux." +
-                                   one_of({"i", "r", "t", "n"});
+            const std::string on =
+                column() + " " + one_of({"=", "=", "=", "<", ">=", "IS"}) + " aux." + one_of({"i", "r", "t", "n"});
             return "SELECT t.rowid, aux.rowid FROM aux " + one_of({"JOIN", "LEFT JOIN"}) + " @ t ON " + on + condition;
         }
         case 4:
@@ -208,11 +210,16 @@ std::string make_rows(database &db, unsigned rows, std::string &content) {
         std::snprintf(moment, sizeof moment, "2001-01-%02u %02u:%02u", 1 + row / 60, row % 24, unsigned(random() % 60));
         table.push_back({
             null() ? "" : pick({std::to_string(int(random() % 60) - 20), "007", "+5", "17", " 12 "}),
-            null() ? "" : pick({std::to_string(int(random() % 200) - 100) + ".25", "1.50", "1.5", "0", "-0.0", "5", "1e3"}),
-            null() ? "" : pick({"SFO", "sfo", "LAX", "lax", "Sfo", "OAK", "JFK", "LAX ", "\xc3\xa9s", "\xc3\x89s", "M"}),
+            null() ? ""
+                   : pick({std::to_string(int(random() % 200) - 100) + ".25", "1.50", "1.5", "0", "-0.0", "5", "1e3"}),
+            null() ? ""
+                   : pick({"SFO", "sfo", "LAX", "lax", "Sfo", "OAK", "JFK", "LAX ", "\xc3\xa9s", "\xc3\x89s", "M"}),
             null() ? "" : moment,
-            null() ? "" : pick({"5", "05", "5.0", " 5 ", "abc", "17", "1e1", "10", "9x", "-3", "0x10", "12", "+7", "."}),
-            row % 7 < 4 ? "one" : row % 7 < 6 ? "two" : "",
+            null() ? ""
+                   : pick({"5", "05", "5.0", " 5 ", "abc", "17", "1e1", "10", "9x", "-3", "0x10", "12", "+7", "."}),
+            row % 7 < 4   ? "one"
+            : row % 7 < 6 ? "two"
+                          : "",
             null() ? "" : pick({"2001-01-02", "2001-01-02 00:00", "2001-01-01T23:59", "2001-01-03 10:00+05:00"}),
         });
         for (std::size_t i = 0; i < table.back().size(); i++)
@@ -242,9 +249,22 @@ std::string make_rows(database &db, unsigned rows, std::string &content) {
 }
 
 const std::vector<std::string> columns = {"a", "b", "c", "d", "e", "f", "g"};
-const std::vector<std::string> literals = {"'SFO'", "'LAX'",  "17",     "5",       "1.5",   "-99.75",
-                                           "'one'", "'two'",  "'05'",   "'10'",    "12",    "'2001-01-03 04:30'",
-                                           "1000",  "'2001-01-02 00:00'", "'2001-01-05 00:00'", "-3"};
+const std::vector<std::string> literals = {"'SFO'",
+                                           "'LAX'",
+                                           "17",
+                                           "5",
+                                           "1.5",
+                                           "-99.75",
+                                           "'one'",
+                                           "'two'",
+                                           "'05'",
+                                           "'10'",
+                                           "12",
+                                           "'2001-01-03 04:30'",
+                                           "1000",
+                                           "'2001-01-02 00:00'",
+                                           "'2001-01-05 00:00'",
+                                           "-3"};
 
 TEST(SideBySide, StatementsOverAFile) {
     database db;
@@ -254,8 +274,8 @@ TEST(SideBySide, StatementsOverAFile) {
     side_by_side test(20010101);
     test.set_columns(columns, literals);
     const unsigned with_rows = test.compare(db, TAVO_STATEMENTS);
-    std::printf("side by side: %u statements over a file, %u with rows, %u refused alike\n", TAVO_STATEMENTS,
-                with_rows, test.refused());
+    std::printf("side by side: %u statements over a file, %u with rows, %u refused alike\n", TAVO_STATEMENTS, with_rows,
+                test.refused());
     EXPECT_GT(with_rows, TAVO_STATEMENTS / 2u);
     EXPECT_LT(test.refused(), TAVO_STATEMENTS / 100u);
 }
