@@ -10,6 +10,7 @@ namespace {
 constexpr ub8 listed_below = 256;     // one row in so many: fetching them one by one is quicker than a scan
 constexpr ub4 looked_at_first = 4096; // rows, where a limit may end the search early
 constexpr ub8 walked_above = 16;      // one row in so many: all rows in order, tested, are quicker than a sort
+constexpr ub8 walk_cost = 4;          // or where a limit ends the walk before this share of the rows that were found
 
 bool takes_code(const code_ranges &ranges, ub8 code) {
     const auto behind =
@@ -146,8 +147,11 @@ void row_search::put_in_order(rows_found &found, const std::vector<order_key> &o
     for (const order_key &k : order)
         text += fmt::format(" {}{}", k.col == nullptr ? "rowid" : k.col->name(), k.descending ? " desc" : "");
     found.cut = limit < count;
-    if (order.size() == 1 && !found.listed && (order[0].col == nullptr || order[0].col->one_code_a_value()) &&
-        (all || count * walked_above >= rows)) {
+    // Rows of equal keys come by number anyway.
+    const bool one_key = order.size() == 1 || (order.size() == 2 && order[1].col == nullptr && !order[1].descending);
+    const bool walkable = one_key && !found.listed && (order[0].col == nullptr || order[0].col->one_code_a_value());
+    const ub8 walked = all ? 0 : count == 0 ? rows : std::min<ub8>(limit, count) * rows / count; // where rows lie evenly
+    if (walkable && (all || count * walked_above >= rows || walked * walk_cost < count)) {
         walk(found, order[0], limit, all);
         text += "  [rows listed by code]";
     } else {
