@@ -23,9 +23,14 @@ g++ -O3 -march=native -std=c++20 bench/host/group_loop.cpp -o "$folder/group_loo
 by_tavo() { "$tavo" query "$file" --group-by origin --count --sum delay --explain; }
 by_loop() { "$folder/group_loop" "$file"; }
 by_sqlite3() {
-    sqlite3 :memory: "create table flights(date text, delay integer, distance integer, origin text, destination text)" \
-        ".mode csv" ".import --csv --skip 1 '$file' flights" "create index by_origin on flights(origin, delay)" \
-        ".timer on" "select origin, count(*), sum(delay) from flights group by origin order by origin"
+    sqlite3 :memory: <<END
+create table flights(date text, delay integer, distance integer, origin text, destination text);
+.mode csv
+.import --csv --skip 1 '$file' flights
+create index by_origin on flights(origin, delay);
+.timer on
+select origin, count(*), sum(delay) from flights group by origin order by origin;
+END
 }
 best() {
     local shortest=0 user system TIMEFORMAT='%3U %3S'

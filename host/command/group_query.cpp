@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
+#include <numeric>
 #include <regex>
 #include <sstream>
 
 #include "host/error.h"
 #include "host/query/predicate.h"
 #include "host/query/recompute.h"
+#include "host/rows/row_table.h"
 
 namespace host {
 
@@ -82,15 +84,15 @@ void keep_having(std::vector<group_row> &rows, const std::string &having, const 
 }
 
 // `count desc, origin`; nulls come last either way.
-void sort_by(std::vector<group_row> &rows, const std::string &order, const csv_file &header,
-             const std::map<std::string, value_type> &types) {
+void sort_by(std::vector<ub4> &order, const std::vector<group_row> &rows, const std::string &asked,
+             const csv_file &header, const std::map<std::string, value_type> &types) {
     struct key {
         std::size_t column;
         value_type type;
         bool descending;
     };
     std::vector<key> keys;
-    std::istringstream parts(order);
+    std::istringstream parts(asked);
     for (std::string part; std::getline(parts, part, ',');) {
         std::string name(trimmed(part));
         bool descending = false;
@@ -103,9 +105,9 @@ void sort_by(std::vector<group_row> &rows, const std::string &order, const csv_f
         const std::size_t column = header.column(name);
         keys.push_back({column, types.at(header.columns()[column]), descending});
     }
-    std::stable_sort(rows.begin(), rows.end(), [&](const group_row &a, const group_row &b) {
+    std::stable_sort(order.begin(), order.end(), [&](ub4 a, ub4 b) {
         for (const key &k : keys) {
-            const auto &x = field(a, k.column), &y = field(b, k.column);
+            const auto &x = field(rows[a], k.column), &y = field(rows[b], k.column);
             if (!x || !y) {
                 if (x.has_value() != y.has_value())
                     return x.has_value();
@@ -177,7 +179,8 @@ void add_group_options(CLI::App &app, group_options &options) {
     app.add_option("--avg", options.averages, "Print the average of a column or an expression")
         ->allow_extra_args(false);
     app.add_option("--having", options.having, "Print the groups alone that this predicate is true for: count > 100");
-    app.add_option("--order-by", options.order, "Rows by a column, largest first: delay desc; groups by several: count desc, origin");
+    app.add_option("--order-by", options.order,
+                   "Rows by a column, largest first: delay desc; groups by several: count desc, origin");
 }
 
 group_request parse_groups(const group_options &options, const std::vector<std::string> &smallest,
@@ -229,8 +232,11 @@ std::string group_lines(session &s, const table &t, const selection &selected, c
         types[header.columns()[i]] = type_of(request, i, t);
     if (!options.having.empty())
         keep_having(rows, options.having, header, types);
+    std::vector<ub4> order(rows.size());
+    std::iota(order.begin(), order.end(), 0u);
     if (!options.order.empty())
-        sort_by(rows, options.order, header, types);
+        sort_by(order, rows, options.order, header, types);
+    order.resize(std::min<std::size_t>(order.size(), limit));
 
     std::size_t shown = names.size(); // those that are not stand last
     while (!request.aggregates.empty() && shown > request.by.size() &&
@@ -238,11 +244,28 @@ std::string group_lines(session &s, const table &t, const selection &selected, c
         shown--;
     std::string lines;
     append_csv_line(lines, shown, [&](std::size_t i) { return std::string_view(names[i]); });
-    for (std::size_t row = 0; row < std::min<std::size_t>(rows.size(), limit); row++)
-        append_csv_line(lines, shown, [&](std::size_t i) {
-            const auto &value = field(rows[row], i);
-            return value ? std::string_view(*value) : std::string_view();
-        });
+    std::vector<ub4> kept = order; // in the order of the groups
+    std::sort(kept.begin(), kept.end());
+    for (ub4 &row : order)
+        row = static_cast<ub4>(std::lower_bound(kept.begin(), kept.end(), row) - kept.begin());
+    const auto text = [&](std::size_t column, ub4 row) {
+        const auto &value = field(rows[kept[row]], column);
+        return value ? std::string_view(*value) : std::string_view();
+    };
+    row_table assembled(s, shown, static_cast<ub4>(kept.size()), text);
+    constexpr std::size_t batch = 4096;
+    for (std::size_t first = 0; first < order.size(); first += batch) {
+        const auto n = static_cast<ub4>(std::min(batch, order.size() - first));
+        assembled.gather(order.data() + first, n);
+        for (ub4 row = 0; row < n; row++) {
+            append_csv_line(lines, shown, [&](std::size_t column) { return assembled.value(column, row); });
+            for (std::size_t c = 0; expected != nullptr && difference.empty() && c < shown; c++)
+                if (assembled.value(c, row) != text(c, order[first + row]))
+                    difference = fmt::format("{} of line {}: '{}' in the row put together, '{}' before", names[c],
+                                             first + row + 2, assembled.value(c, row), text(c, order[first + row]));
+        }
+    }
+    steps.add_all(assembled.steps());
     return lines;
 }
 

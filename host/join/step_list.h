@@ -30,6 +30,7 @@ public:
         s.seconds = seconds;
         steps_.push_back(s);
     }
+    void add_all(const std::vector<query_step> &more) { steps_.insert(steps_.end(), more.begin(), more.end()); }
     const std::vector<query_step> &all() const { return steps_; }
 
 private:

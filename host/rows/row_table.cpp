@@ -17,20 +17,13 @@ std::string names_of(std::size_t columns) { return fmt::format("{} column{}", co
 
 } // namespace
 
-row_table::row_table(session &s, const std::vector<stored_column *> &columns, const selection &rows)
-    : session_(s), ctx_(s.kernels().ctx()), rows_(rows.count) {
+row_table::row_table(session &s, std::size_t columns, ub4 rows) : session_(s), ctx_(s.kernels().ctx()), rows_(rows) {
     if (ctx_.gather == nullptr || ctx_.transpose_reference == nullptr || ctx_.transpose_convert == nullptr)
         throw error(fmt::format("{} has no row-major tables", s.kernels().path()));
-    if (columns.empty())
-        return;
-    place_.resize(columns[0]->rows());
-    for (ub4 row = 0, place = 0; row < place_.size(); row++)
-        if (rows.bits[row / 64] >> row % 64 & 1)
-            place_[row] = place++;
-    for (std::size_t first = 0; first < columns.size(); first += most_columns) {
+    for (std::size_t first = 0; first < columns; first += most_columns) {
         auto p = std::make_unique<part>();
         p->first = first;
-        p->columns = std::min(most_columns, columns.size() - first);
+        p->columns = std::min(most_columns, columns - first);
         p->records.resize((std::size_t{rows_} + 1) * p->columns * record_bytes);
         p->table = p->record_cursor = p->records.data();
         p->shape.flags = TAVO_TABLE_REFERENCE;
@@ -43,11 +36,30 @@ row_table::row_table(session &s, const std::vector<stored_column *> &columns, co
         p->shape.byte_end = &p->byte_end;
         parts_.push_back(std::move(p));
     }
+}
+
+row_table::row_table(session &s, const std::vector<stored_column *> &columns, const selection &rows)
+    : row_table(s, columns.size(), rows.count) {
+    if (columns.empty())
+        return;
+    place_.resize(columns[0]->rows());
+    for (ub4 row = 0, place = 0; row < place_.size(); row++)
+        if (rows.bits[row / 64] >> row % 64 & 1)
+            place_[row] = place++;
     value_reader values(s, columns, rows, value_reader::no_limit);
     while (const ub4 n = values.next())
         for (const auto &p : parts_)
-            add_batch(*p, values, n);
+            add_batch(
+                *p, [&](std::size_t column, ub4 row) { return values.value(column, row); }, n);
     decoding_ = values.steps();
+}
+
+row_table::row_table(session &s, std::size_t columns, ub4 rows, const text_of &value) : row_table(s, columns, rows) {
+    for (ub4 first = 0; first < rows; first += value_reader::batch_rows)
+        for (const auto &p : parts_)
+            add_batch(
+                *p, [&](std::size_t column, ub4 row) { return value(column, first + row); },
+                std::min(value_reader::batch_rows, rows - first));
 }
 
 void row_table::check(const char *kernel, ub4 status) const {
@@ -57,7 +69,7 @@ void row_table::check(const char *kernel, ub4 status) const {
 }
 
 // Columns of a batch to rows of references, and these behind the rows before.
-void row_table::add_batch(part &p, const value_reader &values, ub4 rows) {
+void row_table::add_batch(part &p, const text_of &text, ub4 rows) {
     std::vector<ub1> records(std::size_t{rows} * p.columns * record_bytes);
     ub1 *table = records.data();
     tavo_gather_spec batch{};
@@ -76,7 +88,7 @@ void row_table::add_batch(part &p, const value_reader &values, ub4 rows) {
     double seconds = 0;
     for (std::size_t c = 0; c < p.columns; c++) {
         for (ub4 row = 0; row < rows; row++) {
-            const std::string_view value = values.value(p.first + c, row);
+            const std::string_view value = text(p.first + c, row);
             if (value.size() > 0xffff)
                 throw error(fmt::format("a value of {} bytes is too long for a table row", value.size()));
             addresses[row] = value.data();
@@ -122,7 +134,9 @@ void row_table::gather(const ub4 *rows, ub4 n) {
     if (parts_.empty())
         return; // no columns
     codes_.resize(n);
-    std::transform(rows, rows + n, codes_.begin(), [&](ub4 row) { return row == no_row ? rows_ : place_[row]; });
+    std::transform(rows, rows + n, codes_.begin(), [&](ub4 row) {
+        return row == no_row ? rows_ : place_.empty() ? row : place_[row];
+    });
     tavo_enc_ctx by_code{}, by_pointer{};
     by_code.flags = TAVO_FIXED;
     by_code.width_bits = 32;

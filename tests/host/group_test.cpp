@@ -37,7 +37,7 @@ TEST_F(Command, GroupsOfFlights) {
                     "--max distance --check --explain");
     EXPECT_EQ(o.status, 0) << o.err;
     EXPECT_EQ(o.out, "origin,count,sum(delay),max(distance)\nLAX,3811,26310,3386\nSFO,2015,10771,2704\n");
-    for (const char *part : {"tavo_groupkey_dydi", "tavo_gby_sum_dydi", "keys of origin", "agrees"})
+    for (const char *part : {"tavo_groupkey_dydi", "tavo_gby_sum_dydi", "keys of origin", "tavo_gather_dydi", "agrees"})
         EXPECT_NE(o.err.find(part), std::string::npos) << part << "\n" << o.err;
 
     // All forms of columns, more keys than are kept in an array, expressions, months: recomputed from the text.

@@ -130,7 +130,8 @@ TEST(Gather, EveryFormLayoutAndSource) {
                     std::vector<ub1> widths;
                     if (form == TAVO_TABLE_FIXED) {
                         static const ub1 usual[] = {1, 2, 4, 8, 16, 0, 3, 40, 70};
-                        for (ub4 c = 0, used = 0; c < cols; c++) { // offsets are bytes; each later column needs one
+                        // Offsets are bytes, gaps are up to three, and each later column needs one.
+                        for (ub4 c = 0, used = cols < 16 ? 3 * cols : 0; c < cols; c++) {
                             const ub1 width = cols > 16 ? usual[rng() % 2] : usual[rng() % std::size(usual)];
                             widths.push_back(used + width + (cols - c - 1) <= 255 ? width : 1);
                             used += widths.back();

@@ -135,7 +135,7 @@ TEST(ArithDriver, UniformColumns) {
             std::vector<ub1> bytes;
             write_payload(bytes, {r_type, static_cast<ub4>(due.written.size()), due.written, {}}, {r_type, rc, false},
                           0);
-            ASSERT_EQ(std::memcmp(result.pointers[r], bytes.data(), bytes.size()), 0)
+            ASSERT_TRUE(std::equal(bytes.begin(), bytes.end(), static_cast<const ub1 *>(result.pointers[r])))
                 << "row " << r << ", shape " << shape << ", op " << op;
             if (due.status != 0) {
                 want = due.status;

@@ -105,7 +105,7 @@ void hold(ub4 from, ub4 to, const std::vector<ub8> &in, ub4 dims, ub4 rows, bool
     write_payload(bytes, {from, static_cast<ub4>(in.size()), in, {}}, {from, true, false}, 0);
     const converted want = model(from, to, read, dims, rows, norms, keep_bad);
     const guarded source(bytes), out(static_cast<std::size_t>(element_bytes(to)) * dims * rows),
-        norm_memory(8 * rows + 1);
+        norm_memory(8 * rows + 8);
     std::vector<ub8> bad(rows / 64 + 2, 0x8000000000000000);
     tavo_enc_ctx src_enc{}, res_enc{};
     tavo_vec src{}, res{}, norm_vec{};

@@ -35,11 +35,12 @@ inline std::optional<std::string> number_with_code(ub4 code, unsigned n, std::mt
         return rng() % 2 ? std::string(1, '\x80') : std::string(1, static_cast<char>(192 + rng() % 64));
     for (unsigned zero_pairs = 0; n > 1 && zero_pairs < 5; zero_pairs++) {
         const ub8 pairs = static_cast<ub8>(code) >> 7 * zero_pairs;
-        if (pairs >> 7 * (n - 1) != 0 || pairs << 7 * zero_pairs != code)
+        const auto from_pair = [=](unsigned i) { return i < 9 ? pairs >> 7 * i : 0; };
+        if (from_pair(n - 1) != 0 || pairs << 7 * zero_pairs != code)
             continue;
         std::string number(1, static_cast<char>(192 + n - 1 + zero_pairs));
         for (unsigned i = n - 1; i-- > 0;)
-            number += static_cast<char>((pairs >> 7 * i & 127) + 1);
+            number += static_cast<char>((from_pair(i) & 127) + 1);
         return number;
     }
     return {};
