@@ -38,3 +38,7 @@ install(FILES ${PROJECT_BINARY_DIR}/cmake/tavo.pc DESTINATION ${CMAKE_INSTALL_LI
 if(TARGET tavo)
     install(TARGETS tavo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
+# Beside the library, where it looks first.
+if(TARGET tavo_sqlite)
+    install(TARGETS tavo_sqlite LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 mode=${1:-}
-packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libxxhash-dev nlohmann-json3-dev)
+packages=(g++ cmake ninja-build libcli11-dev libfmt-dev libxxhash-dev nlohmann-json3-dev libsqlite3-dev sqlite3)
 here=$(dirname "$(readlink -f "$0")")
 if lacks=$("$here/processor.sh"); then native=yes; else native=no; fi
 # The benchmarks, and what they measure against.
@@ -18,7 +18,7 @@ bench)
         echo "setup: figures need a processor with AVX-512; this one lacks $lacks" >&2
         exit 2
     fi
-    packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config sqlite3 mawk)
+    packages+=(libsimde-dev libgtest-dev "${benches[@]}" pkg-config mawk gnuplot-nox)
     ;;
 aarch64) packages+=(libsimde-dev libgtest-dev googletest pkg-config g++-aarch64-linux-gnu qemu-user) ;;
 memcheck) packages+=(libsimde-dev libgtest-dev libbenchmark-dev libabsl-dev libtbb-dev pkg-config binutils valgrind) ;;

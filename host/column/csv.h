@@ -88,6 +88,8 @@ public:
     const std::vector<std::string> &notes() const { return notes_; }
     std::string_view text() const { return {text_.data(), text_.size()}; }
     char delimiter() const { return delimiter_; }
+    // Gives the text's memory back, when its columns are encoded and nothing reads it any more; names stay.
+    void forget_text() { text_.clear(); }
 
     // Number of a column; the case of letters does not matter where there is only one such name. Throws, naming the
     // columns that are spelt alike, if there is none of that name.

@@ -35,6 +35,8 @@ public:
     static constexpr ub4 most_rows = 0xfffffffe; // row numbers are 32 bits wide
 
     table(const csv_file &file, const std::vector<std::size_t> &columns, const read_options &options);
+    // Of columns that were encoded elsewhere, one for each name of the file, all with so many rows.
+    table(const csv_file &names, ub4 rows, std::vector<std::unique_ptr<column>> columns);
 
     const csv_file &file() const { return file_; }
     ub4 rows() const { return rows_; }

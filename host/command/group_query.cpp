@@ -32,7 +32,8 @@ value_type type_of(const group_request &request, std::size_t i, const table &t) 
         return request.by[i].month ? value_type::text : t.type(request.by[i].column);
     const aggregate &a = request.aggregates[i - request.by.size()];
     switch (a.what) {
-    case asked_of_group::count: return value_type::integer;
+    case asked_of_group::count:
+    case asked_of_group::values: return value_type::integer;
     case asked_of_group::sum:
     case asked_of_group::average: return value_type::decimal;
     case asked_of_group::smallest:

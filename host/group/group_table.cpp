@@ -106,6 +106,7 @@ public:
         return std::any_of(columns.begin(), columns.end(), [&](std::size_t c) { return encoded(c).has_null(); });
     }
     const std::vector<ub4> &group_of_row() const { return group_of_row_; }
+    void mark_known(std::vector<signed char> &known, const std::vector<ub4> &codes, const column &col) const;
 
 private:
     struct side {
@@ -115,7 +116,6 @@ private:
     };
     void fill(side &, const operand &, std::vector<signed char> &known);
     void run_arithmetic(const measure &, tavo_variant, tavo_vec &res, std::vector<signed char> &known);
-    void mark_known(std::vector<signed char> &known, const std::vector<ub4> &codes, const column &col) const;
 
     session &session_;
     const tavo_specialized_ctx &ctx_;
@@ -352,6 +352,7 @@ std::vector<std::optional<ub4>> extreme_codes(const std::vector<ub4> &codes, con
 std::string name_of(const aggregate &a) {
     switch (a.what) {
     case asked_of_group::count: return "count";
+    case asked_of_group::values: return "count(" + a.of.name + ")";
     case asked_of_group::sum: return "sum(" + a.of.name + ")";
     case asked_of_group::average: return "avg(" + a.of.name + ")";
     case asked_of_group::smallest: return "min(" + a.of.name + ")";
@@ -441,6 +442,16 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
         if (want.what == asked_of_group::count) {
             for (ub4 g = 0; g < n; g++)
                 answers[a][g] = std::to_string(counts[g]);
+            continue;
+        }
+        if (want.what == asked_of_group::values) {
+            const column &col = groups.encoded(want.of.a.column);
+            std::vector<signed char> known;
+            groups.mark_known(known, groups.codes(want.of.a.column), col);
+            const std::vector<sb8> values =
+                known.empty() ? counts : groups.sums<sb8>(known, "values of " + want.of.name);
+            for (ub4 g = 0; g < n; g++)
+                answers[a][g] = std::to_string(values[g]);
             continue;
         }
         if (want.what == asked_of_group::smallest || want.what == asked_of_group::largest) {

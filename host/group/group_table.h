@@ -14,8 +14,9 @@
 
 namespace host {
 
-enum class asked_of_group { count, sum, average, smallest, largest };
+enum class asked_of_group { count, values, sum, average, smallest, largest };
 
+// count is of rows, values of those that are not null.
 struct aggregate {
     asked_of_group what = asked_of_group::count;
     measure of;         // not of count; of smallest and largest a column

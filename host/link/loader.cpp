@@ -15,10 +15,22 @@ namespace {
 
 constexpr const char *native_file = "libtavo_avx512g.so", *portable_file = "libtavo_portable.so";
 
-// The file's path beside this executable or where an installation has it; empty if it is not there.
+// The folder of the file that this code was loaded from: the executable's, which has no name among the loaded objects,
+// or that of the shared object which a host is when it is loaded into another program.
+std::filesystem::path own_folder(std::error_code &unreadable) {
+    Dl_info info{};
+    link_map *map = nullptr;
+    if (dladdr1(reinterpret_cast<void *>(&choose_library), &info, reinterpret_cast<void **>(&map), RTLD_DL_LINKMAP) !=
+            0 &&
+        map != nullptr && map->l_name != nullptr && *map->l_name != '\0')
+        return std::filesystem::canonical(map->l_name, unreadable).parent_path();
+    return std::filesystem::read_symlink("/proc/self/exe", unreadable).parent_path();
+}
+
+// The file's path beside this code or where an installation has it; empty if it is not there.
 std::string found(const char *file) {
     std::error_code unreadable;
-    const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe", unreadable).parent_path();
+    const std::filesystem::path own = own_folder(unreadable);
     if (!unreadable)
         for (const char *folder : {".", "..", TAVO_LIBDIR_FROM_BINDIR}) {
             const std::filesystem::path candidate = (own / folder / file).lexically_normal();

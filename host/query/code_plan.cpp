@@ -310,6 +310,34 @@ private:
 
 } // namespace
 
+code_plan plan_all(std::vector<code_plan> parts) {
+    return parts.empty() ? leaf(code_plan::kind::every, nullptr, "") : combine(code_plan::kind::both, std::move(parts));
+}
+
+code_plan plan_code_ranges(stored_column &col, const std::vector<std::pair<ub8, ub8>> &ranges,
+                           const std::string &text) {
+    const ub8 first = col.first_code(), end = col.end_code();
+    std::vector<std::pair<ub8, ub8>> values(ranges);
+    const bool nulls = !values.empty() && values[0].first < first;
+    if (nulls && ++values[0].first == values[0].second)
+        values.erase(values.begin());
+    if (nulls && values.size() == 1 && values[0].first == first && values[0].second == end)
+        return leaf(code_plan::kind::every, &col, text);
+    std::vector<code_plan> parts;
+    if (nulls || values.empty())
+        parts.push_back(nulls ? null_test(&col, true, text) : leaf(code_plan::kind::nothing, &col, text));
+    if (values.size() == 2 && values[0].first == first && values[1].second == end) {
+        parts.push_back(outside(&col, {values[0].second, values[1].first, false, false}, text));
+    } else if (values.size() > 1 && has_set_kernel(col)) {
+        parts.push_back(leaf(code_plan::kind::set, &col, text));
+        parts.back().members = std::move(values);
+    } else {
+        for (const auto &[begin, behind] : values)
+            parts.push_back(inside(&col, {begin, behind, false, false}, text));
+    }
+    return combine(code_plan::kind::either, std::move(parts));
+}
+
 code_plan plan_codes(const std::vector<predicate> &all, const table &t) {
     if (all.empty())
         return leaf(code_plan::kind::every, nullptr, "");

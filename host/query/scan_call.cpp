@@ -86,7 +86,7 @@ void scan_call::set_number(constant &c, ub8 code, bool last_zone) const {
 // A bit for each code that a column of this width may hold, or, of wide ones, that it does hold.
 void scan_call::make_set() {
     const unsigned width = plan_.col->width();
-    const ub8 codes = width <= 12 ? 1ull << width : plan_.col->end_code();
+    const ub8 codes = width <= 13 ? 1ull << width : plan_.col->end_code(); // kernels may read all of a small set
     set_.assign(codes / 64 + 1, 0);
     const auto put = [&](ub8 from, ub8 to) {
         for (ub8 code = from; code < to; code++)

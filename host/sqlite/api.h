@@ -1,0 +1,47 @@
+// SQLite's interface as a loadable extension sees it: through the pointers that extension.cpp receives.
+#pragma once
+
+#include <cstdlib>
+#include <exception>
+#include <new>
+
+#include <sqlite3ext.h>
+
+SQLITE_EXTENSION_INIT3
+
+namespace host::sqlite {
+
+// Base of what SQLite counts as its own memory: tables and cursors.
+struct counted {
+    static void *operator new(std::size_t size) {
+        void *memory = sqlite3_malloc64(size);
+        if (memory == nullptr)
+            throw std::bad_alloc();
+        return memory;
+    }
+    static void operator delete(void *memory) { sqlite3_free(memory); }
+};
+
+// Runs what a callback does: no exception gets into SQLite, messages go where `message` points, if that is not null.
+template <class Body>
+int guarded(char **message, Body body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc &) {
+        return SQLITE_NOMEM;
+    } catch (const std::exception &e) {
+        if (message != nullptr) {
+            sqlite3_free(*message);
+            *message = sqlite3_mprintf("%s", e.what());
+        }
+        return SQLITE_ERROR;
+    }
+}
+
+// The same for a callback of a table or cursor.
+template <class Body>
+int guarded(sqlite3_vtab *table, Body body) noexcept {
+    return guarded(&table->zErrMsg, body);
+}
+
+} // namespace host::sqlite

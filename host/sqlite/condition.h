@@ -1,0 +1,45 @@
+// Conditions as SQLite hands them to a table, and the codes of a column that they may select.
+//
+// A comparison is SQLite's, with its conversions: these depend on the affinities of both sides, of which a table learns
+// only its own. So each answer holds for whatever the other side's is: it has all codes whose rows satisfy the
+// condition, and is called exact where it has no others. SQLite looks at the rows again in any case.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "host/sqlite/value_column.h"
+
+namespace host::sqlite {
+
+// As letters, so that a plan is a text.
+enum class test : char {
+    equal = '=',
+    different = '!',
+    below = '<',
+    not_above = 'l',
+    above = '>',
+    not_below = 'g',
+    is = '~',
+    is_not = '^',
+    null = 'n',
+    known = 'k',
+    in_list = 'i',
+    like = 'p'
+};
+// Of a constraint's operator; nothing if tables of this kind can't use it.
+std::optional<test> test_of(int sqlite_operator);
+const char *words_of(test);
+
+struct codes_found {
+    code_ranges ranges;
+    bool exact = true;
+};
+// `constant` says that the value stands in the statement, which rules out that it comes from a column of numbers. Of a
+// list the values one by one, by `equal`, with joined() behind.
+codes_found codes_of(const value_column &, test, sqlite3_value *, bool constant);
+
+code_ranges joined(code_ranges); // of ranges in any order
+code_ranges common(const code_ranges &, const code_ranges &);
+
+} // namespace host::sqlite
