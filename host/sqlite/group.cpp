@@ -133,7 +133,7 @@ answer_rows groups(sqlite3 *db, connection &home, const std::vector<sqlite3_valu
     const auto record = std::make_shared<connection::scan_record>();
     record->table = name;
     const selection rows = selected(s, *r, text_of(arguments[3]), record->steps);
-    const std::vector<group_row> found = group_rows(s, r->stored(), rows, by, computed, record->reading);
+    const std::vector<group_row> found = group_rows(s, r->stored(), rows, by, computed, {}, record->reading);
     home.last_scan = record;
 
     answer_rows out;
