@@ -15,8 +15,6 @@ double usual_share(const value_column &col, test what) {
     case test::is: return 1 / different;
     case test::in_list: return std::min(1.0, 10 / different);
     case test::like: return 1.0 / 16;
-    case test::different:
-    case test::is_not:
     case test::known: return 1;
     case test::null: return col.first_code() == 0 ? 0 : col.starts()[1] / std::max<double>(1, col.stored().rows());
     default: return 1.0 / 4;

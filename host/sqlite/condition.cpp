@@ -44,7 +44,7 @@ private:
     codes_found all() const { return range(col_.first_code(), col_.end_code(), false); }
     // Compared with something that stands above all values.
     codes_found beyond_all() const {
-        const bool below = what_ == test::below || what_ == test::not_above || what_ == test::different;
+        const bool below = what_ == test::below || what_ == test::not_above;
         return range(below ? col_.first_code() : col_.end_code(), col_.end_code(), true);
     }
     codes_found compared(const cell &v, bool exact) const {
@@ -55,7 +55,6 @@ private:
         case test::not_above: return range(first, to, exact);
         case test::above: return range(to, end, exact);
         case test::not_below: return range(from, end, exact);
-        case test::different: return exact ? codes_found{joined({{first, from}, {to, end}}), true} : all();
         default: return range(from, to, exact);
         }
     }
@@ -110,13 +109,11 @@ private:
 std::optional<test> test_of(int sqlite_operator) {
     switch (sqlite_operator) {
     case SQLITE_INDEX_CONSTRAINT_EQ: return test::equal;
-    case SQLITE_INDEX_CONSTRAINT_NE: return test::different;
     case SQLITE_INDEX_CONSTRAINT_LT: return test::below;
     case SQLITE_INDEX_CONSTRAINT_LE: return test::not_above;
     case SQLITE_INDEX_CONSTRAINT_GT: return test::above;
     case SQLITE_INDEX_CONSTRAINT_GE: return test::not_below;
     case SQLITE_INDEX_CONSTRAINT_IS: return test::is;
-    case SQLITE_INDEX_CONSTRAINT_ISNOT: return test::is_not;
     case SQLITE_INDEX_CONSTRAINT_ISNULL: return test::null;
     case SQLITE_INDEX_CONSTRAINT_ISNOTNULL: return test::known;
     case SQLITE_INDEX_CONSTRAINT_LIKE: return test::like;
@@ -127,13 +124,11 @@ std::optional<test> test_of(int sqlite_operator) {
 const char *words_of(test t) {
     switch (t) {
     case test::equal: return "=";
-    case test::different: return "<>";
     case test::below: return "<";
     case test::not_above: return "<=";
     case test::above: return ">";
     case test::not_below: return ">=";
     case test::is: return "is";
-    case test::is_not: return "is not";
     case test::null: return "is null";
     case test::known: return "is not null";
     case test::in_list: return "in";
@@ -149,16 +144,10 @@ codes_found codes_of(const value_column &col, test what, sqlite3_value *value, b
     const bool is_null = what != test::null && what != test::known && sqlite3_value_type(value) == SQLITE_NULL;
     if (what == test::null || (what == test::is && is_null))
         return nulls;
-    if (what == test::known || (what == test::is_not && is_null))
+    if (what == test::known)
         return values;
     if (what == test::is)
         return codes_finder(col, test::equal).found(value, constant);
-    if (what == test::is_not) {
-        codes_found found = codes_finder(col, test::different).found(value, constant);
-        found.ranges.insert(found.ranges.begin(), nulls.ranges.begin(), nulls.ranges.end());
-        found.ranges = joined(std::move(found.ranges));
-        return found;
-    }
     return codes_finder(col, what).found(value, constant);
 }
 

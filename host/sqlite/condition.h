@@ -15,21 +15,22 @@ namespace host::sqlite {
 // As letters, so that a plan is a text.
 enum class test : char {
     equal = '=',
-    different = '!',
     below = '<',
     not_above = 'l',
     above = '>',
     not_below = 'g',
     is = '~',
-    is_not = '^',
     null = 'n',
     known = 'k',
     in_list = 'i',
     like = 'p'
 };
-// Of a constraint's operator; nothing if tables of this kind can't use it.
+// Of a constraint's operator; nothing if tables of this kind don't use it: <> and IS NOT select nearly all rows.
 std::optional<test> test_of(int sqlite_operator);
 const char *words_of(test);
+// SQLite hands these to a table also where they stand in an outer join's ON and the table is on the side of which all
+// rows are wanted: it then only asks whether a row has a partner.
+inline bool may_be_of_outer_join(test t) { return t == test::known || t == test::like; }
 
 struct codes_found {
     code_ranges ranges;

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "host/error.h"
+#include "host/sqlite/outer_joins.h"
 
 namespace host::sqlite {
 
@@ -84,6 +85,10 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
             exact = false;
             continue;
         }
+        if (may_be_of_outer_join(c.what) && may_join_outer()) {
+            exact = false;
+            continue;
+        }
         const value_column &col = *rows_.columns()[static_cast<std::size_t>(c.column)];
         std::string text;
         codes_found found = codes_of_argument(col, c, value, text);
@@ -110,6 +115,13 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
     if (!own_session_ && rows_.shared_session() == nullptr)
         own_session_.emplace(rows_.kernels());
     search(exact ? limit_of(plan, values) : row_search::no_limit);
+}
+
+// Once a cursor, which is opened by one run of one statement.
+bool tavo_cursor::may_join_outer() {
+    if (!joins_outer_)
+        joins_outer_ = may_have_outer_join(table_.db);
+    return *joins_outer_;
 }
 
 // From the first row on. A limit is a hint: SQLite may have conditions of which it says nothing.
@@ -159,6 +171,7 @@ int connect(sqlite3 *db, void *client_data, int count, const char *const *argume
     return guarded(message, [&] {
         const relation_source source = source_of(count, arguments);
         std::unique_ptr<tavo_table> t(new tavo_table());
+        t->db = db;
         t->home = *static_cast<shared_connection *>(client_data);
         t->rows = source.file.empty() ? relation::of_select(db, source) : relation::of_file(db, source);
         t->schema = arguments[1];

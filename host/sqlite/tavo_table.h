@@ -15,6 +15,7 @@ namespace host::sqlite {
 
 struct tavo_table : sqlite3_vtab, counted {
     std::shared_ptr<const relation> rows;
+    sqlite3 *db;
     shared_connection home;
     std::string schema, name; // its key in the connection
     bool utf8 = true;         // SQLite compares texts by the bytes that the table has
@@ -48,6 +49,7 @@ public:
 
 private:
     void search(ub8 limit);
+    bool may_join_outer();
     void next_batch();
     void clear();
 
@@ -57,7 +59,8 @@ private:
     std::shared_ptr<connection::scan_record> record_;
     std::vector<column_filter> filters_;
     std::vector<order_key> order_;
-    sqlite3_uint64 used_ = 0; // columns, as the plan has them
+    std::optional<bool> joins_outer_; // whether a statement that runs may have an outer join
+    sqlite3_uint64 used_ = 0;         // columns, as the plan has them
     rows_found found_;
     std::vector<const ub4 *> codes_; // of the batch, by column; null where they are not read
     std::vector<std::size_t> read_;  // columns, in the reader's order

@@ -97,6 +97,12 @@ TEST(Extension, ExplainTellsOfTheLastScan) {
               std::vector<std::string>{"tf|ttavo_eq_dict_8bit|i100000"});
     EXPECT_EQ(db.rows("SELECT count(*) FROM tavo_explain WHERE microseconds < 0 OR rows_out > rows_in"),
               std::vector<std::string>{"i0"});
+    // A prefix is searched, but not where a row without it is wanted too.
+    for (const auto &[from, searched] : {std::pair{"f WHERE", true}, {"f LEFT JOIN (SELECT 1) ON", false}}) {
+        EXPECT_EQ(db.rows(std::string("SELECT count(*) FROM ") + from + " origin LIKE 'SF%'").size(), 1u);
+        EXPECT_EQ(db.rows("SELECT 1 FROM tavo_explain WHERE column_name = 'origin' AND rows_out < rows_in").empty(),
+                  !searched);
+    }
     // Columns that aren't used are not decoded.
     EXPECT_EQ(db.rows("SELECT sum(distance) FROM f").size(), 1u);
     EXPECT_EQ(db.rows("SELECT column_name, rows_out FROM tavo_explain WHERE kernel LIKE '%unpack%'"),

@@ -106,6 +106,8 @@ public:
         case 2: in_order = false; return "SELECT DISTINCT " + column() + ", " + column() + " FROM @ t" + condition;
         case 3: {
             in_order = false;
+            if (chance(50)) // conditions of which those that are not met leave a row without partner
+                return outer_join() + condition;
             const std::string on =
                 column() + " " + one_of({"=", "=", "=", "<", ">=", "IS"}) + " aux." + one_of({"i", "r", "t", "n"});
             return "SELECT t.rowid, aux.rowid FROM aux " + one_of({"JOIN", "LEFT JOIN"}) + " @ t ON " + on + condition;
@@ -130,6 +132,11 @@ public:
                    ") FROM aux ORDER BY 1";
         default: in_order = false; return "SELECT " + (chance(60) ? all() : column()) + " FROM @ t" + condition;
         }
+    }
+    std::string outer_join() {
+        return "SELECT t.rowid, aux.rowid FROM " +
+               one_of({"@ t LEFT JOIN aux", "aux RIGHT JOIN @ t", "aux FULL JOIN @ t"}) + " ON " + leaf() + " AND " +
+               (chance(50) ? leaf() : "aux.rowid < 4");
     }
     std::string limit() {
         return chance(60) ? " LIMIT " + one_of({"0", "1", "3", "10", "100", "-1"}) +
@@ -157,7 +164,8 @@ public:
             if (i % 500 == 0)
                 db.run(i % 1000 == 500 ? "PRAGMA case_sensitive_like = on" : "PRAGMA case_sensitive_like = off");
             bool in_order;
-            const std::string sql = statement(in_order);
+            std::string sql = statement(in_order);
+            const bool view = sql.find("JOIN aux") != sql.npos && sql.find('?') == sql.npos && chance(25);
             std::vector<sqlite3_value *> values;
             if (sql.find('?') != sql.npos)
                 for (int v = 0; v < 3; v++)
@@ -166,10 +174,17 @@ public:
                 std::string text = sql;
                 for (std::size_t at; (at = text.find('@')) != text.npos;)
                     text.replace(at, 1, table);
+                if (view) {
+                    db.run("DROP VIEW IF EXISTS temp.joined");
+                    db.run("CREATE TEMP VIEW joined AS " + text);
+                    text = "SELECT * FROM joined";
+                }
                 const database::answer a = db.run(text, values);
                 return in_order ? a : a.sorted();
             };
             const database::answer plain = over("p"), ours = over("v");
+            if (view)
+                db.run("DROP VIEW IF EXISTS temp.joined");
             with_rows += !plain.rows.empty() && plain.status == SQLITE_OK;
             EXPECT_EQ(plain.status, ours.status) << sql << "\n" << plain.message << "\n" << ours.message;
             EXPECT_EQ(plain.rows, ours.rows) << sql;
