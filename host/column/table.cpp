@@ -94,7 +94,7 @@ bool is_null(std::string_view value, const std::vector<std::string> &null_texts)
 }
 
 table::table(const csv_file &names, ub4 rows, std::vector<std::unique_ptr<column>> columns)
-    : file_(names), rows_(rows), columns_(std::move(columns)), numbers_(columns_.size()) {}
+    : file_(names), rows_(rows), columns_(std::move(columns)), numbers_(columns_.size()), texts_(columns_.size()) {}
 
 table::table(const csv_file &file, const std::vector<std::size_t> &wanted, const read_options &options)
     : file_(file), columns_(file.columns().size()), numbers_(file.columns().size()), texts_(file.columns().size()) {
