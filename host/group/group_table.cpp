@@ -436,6 +436,7 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
     const std::vector<sb8> counts = groups.sums<sb8>(std::vector<signed char>(rows.count, 1), "rows of each group");
 
     std::vector<std::vector<std::optional<std::string>>> answers(asked.size());
+    std::vector<std::vector<ub4>> answer_codes(asked.size(), std::vector<ub4>(n));
     for (std::size_t a = 0; a < asked.size(); a++) {
         answers[a].resize(n);
         aggregate &want = asked[a];
@@ -462,8 +463,10 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
                 extreme_codes(codes, groups.group_of_row(), col, n, want.what == asked_of_group::smallest);
             steps.add("", col.name(), name_of(want) + "  [by the host]", rows.count, n, clock.seconds());
             for (ub4 g = 0; g < n; g++)
-                if (best[g])
+                if (best[g]) {
                     answers[a][g] = col.dict().symbols()[*best[g]];
+                    answer_codes[a][g] = *best[g];
+                }
             continue;
         }
         const bool average = want.what == asked_of_group::average;
@@ -504,6 +507,8 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
             result.push_back({std::move(values[i]), {}});
             for (auto &answer : answers)
                 result.back().answers.push_back(std::move(answer[with_rows[i]]));
+            for (const auto &codes : answer_codes)
+                result.back().answer_codes.push_back(codes[with_rows[i]]);
         }
         sort_by_values(result, t, by);
         return result;
@@ -511,15 +516,19 @@ std::vector<group_row> group_rows(session &s, const table &t, const selection &r
     for (const ub4 g : with_rows) {
         group_row row;
         row.group.resize(columns.size());
+        row.group_codes.resize(columns.size());
         ub4 key = groups.key(g);
         for (std::size_t c = columns.size(); c-- > 0;) {
             const ub4 places = groups.places(c, *columns[c]), code = groups.code(c, key % places);
             key /= places;
+            row.group_codes[c] = code;
             if (code >= columns[c]->first_code())
                 row.group[c] = columns[c]->dict().symbols()[code];
         }
         for (const auto &answer : answers)
             row.answers.push_back(answer[g]);
+        for (const auto &codes : answer_codes)
+            row.answer_codes.push_back(codes[g]);
         result.push_back(std::move(row));
     }
     return result;

@@ -38,6 +38,9 @@ inline std::string month_of(const std::string &date) { return date.substr(0, 7);
 
 struct group_row {
     std::vector<std::optional<std::string>> group, answers;
+    // What stands for these in the dictionaries: of the group columns, unless one is of form text; of answers that are
+    // a smallest or largest value, of the measured column.
+    std::vector<ub4> group_codes = {}, answer_codes = {};
 };
 
 // One row for each group that has rows, in the order of the group columns' values, nulls first; without group columns

@@ -35,6 +35,8 @@ int guarded(char **message, Body body) noexcept {
             *message = sqlite3_mprintf("%s", e.what());
         }
         return SQLITE_ERROR;
+    } catch (...) {
+        return SQLITE_INTERNAL;
     }
 }
 

@@ -31,11 +31,10 @@ inline cell integer_cell(sqlite3_int64 value) {
     c.integer = value;
     return c;
 }
-// SQLite's tables have one zero.
 inline cell real_cell(double value) {
     cell c;
     c.type = cell::kind::real;
-    c.real = value + 0.0;
+    c.real = value;
     return c;
 }
 inline cell text_cell(std::string_view text) {

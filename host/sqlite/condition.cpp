@@ -74,7 +74,9 @@ private:
         if (v.is_number())
             return equal ? codes_found{joined(col_.codes_of_number_text(v)), false} : all();
         const cell number = as_number(value);
-        if (col_.converts() == value_column::affinity::numeric && number.is_number())
+        // Texts that are numbers are compared as such in a column of numbers.
+        if (col_.converts() == value_column::affinity::numeric &&
+            (number.is_number() || (!equal && col_.has_number_texts())))
             return all();
         if (constant || (!col_.has_number_texts() && !number.is_number()))
             return compared(v, true);

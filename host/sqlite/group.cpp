@@ -2,6 +2,7 @@
 //
 //   SELECT key1, value1 FROM tavo_group('flights', 'origin, month(date)', 'sum(delay), count(*)', 'distance > 500')
 #include <fmt/format.h>
+#include <map>
 
 #include "host/error.h"
 #include "host/group/group_table.h"
@@ -58,36 +59,91 @@ aggregate aggregate_of(const std::string &text, const csv_file &file) {
     throw error(fmt::format("'{}' is none of count(*), count, sum, avg, min and max", text));
 }
 
-// A value as the table has it, from the text that the host has for it.
-answer_value value_of(const value_column &col, const std::optional<std::string> &text) {
-    if (!text)
-        return {};
-    if (!col.all_numbers())
-        return *text;
-    // The spelling that was read, with SQLite's rounding: the value next to it.
-    const double near = std::strtod(text->c_str(), nullptr);
-    cell found = integer_cell(std::strtoll(text->c_str(), nullptr, 10));
-    if (col.holds() != value_column::content::integers)
-        found = col.value(std::min(col.first_not_below(real_cell(near - std::abs(near) * 1e-15)), col.end_code() - 1));
-    return found.type == cell::kind::integer ? answer_value(found.integer) : answer_value(found.real);
+answer_value value_of(const cell &c) {
+    switch (c.type) {
+    case cell::kind::null: return {};
+    case cell::kind::integer: return c.integer;
+    case cell::kind::real: return c.real;
+    case cell::kind::text: return std::string(c.bytes);
+    case cell::kind::blob: break;
+    }
+    return std::vector<char>(c.bytes.begin(), c.bytes.end());
 }
 
-answer_value value_of(const relation &r, const aggregate &a, const std::optional<std::string> &text) {
-    if (!text)
+__extension__ typedef __int128 wide;
+
+// What one answer has come to in one group.
+struct total {
+    bool known = false; // else null
+    wide integer = 0;
+    double real = 0;
+    ub4 code = 0;
+};
+
+struct group {
+    std::vector<answer_value> key;
+    std::vector<total> totals;
+};
+
+bool of_integers(const relation &r, const aggregate &a) {
+    return !a.of.is_expression && r.columns()[a.of.a.column]->holds() == value_column::content::integers;
+}
+
+// The sums of integers too large for the host's own: of each value, as often as it is there. By the groups' codes.
+std::map<std::vector<ub4>, wide> exact_sums(session &s, const relation &r, const selection &rows,
+                                            std::vector<group_column> by, const aggregate &a, step_list &steps) {
+    by.push_back({a.of.name, a.of.a.column});
+    std::vector<aggregate> count(1);
+    const value_column &col = *r.columns()[a.of.a.column];
+    std::map<std::vector<ub4>, wide> sums;
+    for (group_row &g : group_rows(s, r.stored(), rows, by, count, {}, steps)) {
+        const cell value = col.value(g.group_codes.back());
+        g.group_codes.pop_back();
+        sums[g.group_codes] += static_cast<wide>(value.integer) * std::stoll(*g.answers[0]); // nulls are 0
+    }
+    return sums;
+}
+
+void add(total &t, const group_row &g, std::size_t i, const aggregate &a, bool integers) {
+    if (!g.answers[i])
+        return;
+    const std::string &text = *g.answers[i];
+    switch (a.what) {
+    case asked_of_group::count:
+    case asked_of_group::values: t.integer += std::stoll(text); break;
+    case asked_of_group::smallest: t.code = t.known ? std::min(t.code, g.answer_codes[i]) : g.answer_codes[i]; break;
+    case asked_of_group::largest: t.code = t.known ? std::max(t.code, g.answer_codes[i]) : g.answer_codes[i]; break;
+    case asked_of_group::average:
+        if (t.known)
+            throw error(name_of(a) +
+                        ": no average of an expression where a group's numbers are written in several ways");
+        [[fallthrough]];
+    case asked_of_group::sum:
+        if (integers && a.scale.exact)
+            t.integer += std::stoll(text);
+        else
+            t.real += std::strtod(text.c_str(), nullptr);
+        break;
+    }
+    t.known = true;
+}
+
+answer_value value_of(const relation &r, const aggregate &a, bool integers, const total &t) {
+    if (!t.known)
         return {};
     switch (a.what) {
     case asked_of_group::count:
-    case asked_of_group::values: return sqlite3_int64{std::stoll(*text)};
+    case asked_of_group::values: return static_cast<sqlite3_int64>(t.integer);
     case asked_of_group::smallest:
-    case asked_of_group::largest: return value_of(*r.columns()[a.of.a.column], text);
-    case asked_of_group::sum:
-    case asked_of_group::average: break;
+    case asked_of_group::largest: return value_of(r.columns()[a.of.a.column]->value(t.code));
+    case asked_of_group::average: return t.real;
+    case asked_of_group::sum: break;
     }
-    const bool integers = !a.of.is_expression && a.of.a.is_column &&
-                          r.columns()[a.of.a.column]->holds() == value_column::content::integers;
-    if (integers && a.scale.exact)
-        return sqlite3_int64{std::stoll(*text)};
-    return std::strtod(text->c_str(), nullptr);
+    if (!integers)
+        return t.real;
+    if (t.integer != static_cast<sqlite3_int64>(t.integer))
+        throw error("integer overflow");
+    return static_cast<sqlite3_int64>(t.integer);
 }
 
 selection selected(session &s, const relation &r, const std::string &condition, std::vector<query_step> &steps) {
@@ -134,18 +190,53 @@ answer_rows groups(sqlite3 *db, connection &home, const std::vector<sqlite3_valu
     record->table = name;
     const selection rows = selected(s, *r, text_of(arguments[3]), record->steps);
     const std::vector<group_row> found = group_rows(s, r->stored(), rows, by, computed, {}, record->reading);
+    std::vector<bool> integers(computed.size());
+    std::vector<std::map<std::vector<ub4>, wide>> exact(computed.size());
+    for (std::size_t a = 0; a < computed.size(); a++) {
+        integers[a] = computed[a].what == asked_of_group::sum && of_integers(*r, computed[a]);
+        if (integers[a] && !computed[a].scale.exact)
+            exact[a] = exact_sums(s, *r, rows, by, computed[a], record->reading);
+    }
     home.last_scan = record;
 
-    answer_rows out;
+    // Codes of equal values, as of 1 and 1.0, are one group.
+    const bool merges = std::any_of(by.begin(), by.end(), [&](const group_column &g) {
+        return !g.month && !r->columns()[g.column]->one_code_a_value();
+    });
+    std::map<std::vector<ub4>, std::size_t> number_of;
+    std::vector<group> all;
     for (const group_row &g : found) {
-        std::vector<answer_value> row(most_keys + asked.size());
-        for (std::size_t k = 0; k < by.size(); k++)
-            row[k] = by[k].month ? g.group[k] ? answer_value(*g.group[k]) : answer_value()
-                                 : value_of(*r->columns()[by[k].column], g.group[k]);
-        for (std::size_t a = 0; a < asked.size(); a++)
-            row[most_keys + a] = counts[a] == 0 || !g.answers[a]
-                                     ? value_of(*r, computed[a], g.answers[a])
-                                     : std::strtod(g.answers[a]->c_str(), nullptr) / std::stod(*g.answers[counts[a]]);
+        std::vector<ub4> ranks = g.group_codes;
+        for (std::size_t k = 0; merges && k < by.size(); k++)
+            if (!by[k].month)
+                ranks[k] = r->columns()[by[k].column]->rank(ranks[k]);
+        const std::size_t number =
+            merges ? number_of.try_emplace(std::move(ranks), all.size()).first->second : all.size();
+        if (number == all.size()) {
+            all.push_back({{}, std::vector<total>(computed.size())});
+            for (std::size_t k = 0; k < by.size(); k++)
+                all.back().key.push_back(by[k].month ? g.group[k] ? answer_value(*g.group[k]) : answer_value()
+                                                     : value_of(r->columns()[by[k].column]->value(g.group_codes[k])));
+        }
+        for (std::size_t a = 0; a < computed.size(); a++) {
+            add(all[number].totals[a], g, a, computed[a], integers[a]);
+            if (const auto sum = exact[a].find(g.group_codes); sum != exact[a].end())
+                all[number].totals[a].integer += sum->second;
+        }
+    }
+
+    answer_rows out;
+    for (group &g : all) {
+        std::vector<answer_value> row = std::move(g.key);
+        row.resize(most_keys);
+        for (std::size_t a = 0; a < asked.size(); a++) {
+            const total &t = g.totals[a];
+            if (counts[a] == 0 || !t.known)
+                row.push_back(value_of(*r, computed[a], integers[a], t));
+            else
+                row.emplace_back((integers[a] ? static_cast<double>(t.integer) : t.real) /
+                                 static_cast<double>(g.totals[counts[a]].integer));
+        }
         out.push_back(std::move(row));
     }
     return out;

@@ -29,7 +29,7 @@ std::pair<std::string, std::string> named(const std::string &text, const csv_fil
     return {file.columns()[file.column(text.substr(0, equals))], text.substr(equals + 1)};
 }
 
-// SQLite's own conversion of decimal digits, whose rounding is its own.
+// SQLite's own conversion of decimal digits, whose rounding is its own. A column of REAL has one zero.
 class sqlite_numbers {
 public:
     explicit sqlite_numbers(sqlite3 *db) {
@@ -43,7 +43,7 @@ public:
     double real(const std::string &text) {
         sqlite3_bind_text(statement_, 1, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
         const int status = sqlite3_step(statement_);
-        const double value = sqlite3_column_double(statement_, 0);
+        const double value = sqlite3_column_double(statement_, 0) + 0.0;
         sqlite3_reset(statement_);
         if (status != SQLITE_ROW)
             throw error(sqlite3_errstr(status));

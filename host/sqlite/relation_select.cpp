@@ -32,8 +32,12 @@ cell cell_in(sqlite3_stmt *statement, int column) {
 
 class value_collector {
 public:
+    // Columns of REAL have one zero, others keep its sign.
+    void declared_real() { real_ = true; }
     void add(sqlite3_stmt *statement, int column) {
-        const cell c = cell_in(statement, column);
+        cell c = cell_in(statement, column);
+        if (real_ && c.type == cell::kind::real)
+            c.real += 0.0;
         if (c.type == cell::kind::null) {
             has_null_ = true;
             numbers_.push_back(null_number);
@@ -99,7 +103,7 @@ private:
         return read == value_type::date || read == value_type::date_time ? read : value_type::text;
     }
 
-    bool has_null_ = false;
+    bool has_null_ = false, real_ = false;
     std::string key_;
     std::unordered_map<std::string, ub4> number_of_;
     std::vector<cell> values_;
@@ -145,6 +149,9 @@ std::shared_ptr<relation> relation::of_select(sqlite3 *db, const relation_source
     r->session_ = std::make_unique<session>(*r->library_);
     const int count = sqlite3_column_count(p.statement);
     std::vector<value_collector> collectors(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; i++)
+        if (affinity_of(sqlite3_column_decltype(p.statement, i)).second == std::string_view("REAL"))
+            collectors[static_cast<std::size_t>(i)].declared_real();
     int status;
     while ((status = sqlite3_step(p.statement)) == SQLITE_ROW) {
         if (r->rows_ == table::most_rows)

@@ -1,5 +1,6 @@
 #include "host/sqlite/table_function.h"
 
+#include <array>
 #include <fmt/format.h>
 
 #include "host/error.h"
@@ -46,7 +47,8 @@ int disconnect(sqlite3_vtab *table) {
 // The arguments that there are become a bit each, and come in their order.
 int best_index(sqlite3_vtab *table, sqlite3_index_info *info) {
     const table_function &f = static_cast<function_vtab *>(table)->of->function;
-    std::vector<int> constraint_of(static_cast<std::size_t>(f.arguments), -1);
+    std::array<int, table_function::most_arguments> constraint_of;
+    constraint_of.fill(-1);
     for (int i = 0; i < info->nConstraint; i++) {
         const auto &c = info->aConstraint[i];
         const int argument = c.iColumn - f.results;
@@ -129,6 +131,8 @@ int column(sqlite3_vtab_cursor *cursor, sqlite3_context *to, int number) {
         sqlite3_result_double(to, *real);
     else if (const auto *text = std::get_if<std::string>(&value))
         sqlite3_result_text64(to, text->data(), text->size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+    else if (const auto *blob = std::get_if<std::vector<char>>(&value)) // not null when empty
+        sqlite3_result_blob64(to, blob->empty() ? "" : blob->data(), blob->size(), SQLITE_TRANSIENT);
     return SQLITE_OK;
 }
 

@@ -10,12 +10,14 @@
 
 namespace host::sqlite {
 
-using answer_value = std::variant<std::monostate, sqlite3_int64, double, std::string>;
+// A blob is a vector.
+using answer_value = std::variant<std::monostate, sqlite3_int64, double, std::string, std::vector<char>>;
 using answer_rows = std::vector<std::vector<answer_value>>;
 
 struct table_function {
     const char *name;
     const char *declaration; // CREATE TABLE x(results..., arguments HIDDEN...)
+    static constexpr std::size_t most_arguments = 8;
     int results, arguments;
     int needed; // of the arguments, the first ones
     // One value an argument, null for those that are left out.

@@ -176,6 +176,7 @@ int connect(sqlite3 *db, void *client_data, int count, const char *const *argume
         t->rows = source.file.empty() ? relation::of_select(db, source) : relation::of_file(db, source);
         t->schema = arguments[1];
         t->name = arguments[2];
+        t->key = table_key(t->schema, t->name);
         sqlite3_stmt *encoding = nullptr;
         if (sqlite3_prepare_v2(db, "PRAGMA encoding", -1, &encoding, nullptr) == SQLITE_OK &&
             sqlite3_step(encoding) == SQLITE_ROW)
@@ -184,7 +185,7 @@ int connect(sqlite3 *db, void *client_data, int count, const char *const *argume
         const int status = sqlite3_declare_vtab(db, t->rows->declaration().c_str());
         if (status != SQLITE_OK)
             throw error(sqlite3_errmsg(db));
-        t->home->tables[table_key(t->schema, t->name)] = t->rows;
+        t->home->tables[t->key] = t->rows;
         *made = t.release();
         return SQLITE_OK;
     });
@@ -198,9 +199,8 @@ int create(sqlite3 *db, void *client_data, int count, const char *const *argumen
 
 int disconnect(sqlite3_vtab *table) {
     auto *t = static_cast<tavo_table *>(table);
-    const auto known = t->home->tables.find(table_key(t->schema, t->name));
-    if (known != t->home->tables.end() && known->second.lock() == t->rows)
-        t->home->tables.erase(known);
+    std::erase_if(t->home->tables,
+                  [&](const auto &entry) { return entry.first == t->key && entry.second.lock() == t->rows; });
     delete t;
     return SQLITE_OK;
 }
@@ -246,9 +246,10 @@ int rowid(sqlite3_vtab_cursor *cursor, sqlite3_int64 *id) {
 int rename(sqlite3_vtab *table, const char *name) {
     return guarded(table, [&] {
         auto *t = static_cast<tavo_table *>(table);
-        t->home->tables.erase(table_key(t->schema, t->name));
-        t->name = name;
-        t->home->tables[table_key(t->schema, t->name)] = t->rows;
+        std::string key = table_key(t->schema, name), kept = name;
+        t->home->tables[key] = t->rows;
+        t->home->tables.erase(std::exchange(t->key, std::move(key)));
+        t->name = std::move(kept);
         return SQLITE_OK;
     });
 }
