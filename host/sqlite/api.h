@@ -11,6 +11,11 @@ SQLITE_EXTENSION_INIT3
 
 namespace host::sqlite {
 
+// SQLite's status, where it is to come out of a callback.
+struct interrupted : std::exception {
+    const char *what() const noexcept override { return "interrupted"; }
+};
+
 // Base of what SQLite counts as its own memory: tables and cursors.
 struct counted {
     static void *operator new(std::size_t size) {
@@ -21,6 +26,10 @@ struct counted {
     }
     static void operator delete(void *memory) { sqlite3_free(memory); }
 };
+
+// What reads files is only for statements and temporary views: views and triggers of a database that comes from
+// elsewhere are not to do so. For xCreate and xConnect.
+inline void keep_from_schema(sqlite3 *db) { sqlite3_vtab_config(db, SQLITE_VTAB_DIRECTONLY); }
 
 // Runs what a callback does: no exception gets into SQLite, messages go where `message` points, if that is not null.
 template <class Body>
@@ -34,7 +43,7 @@ int guarded(char **message, Body body) noexcept {
             sqlite3_free(*message);
             *message = sqlite3_mprintf("%s", e.what());
         }
-        return SQLITE_ERROR;
+        return dynamic_cast<const interrupted *>(&e) != nullptr ? SQLITE_INTERRUPT : SQLITE_ERROR;
     } catch (...) {
         return SQLITE_INTERNAL;
     }

@@ -27,7 +27,7 @@ answer_rows last_scan(sqlite3 *, connection &home, const std::vector<sqlite3_val
 void info(sqlite3_context *to, int, sqlite3_value **) {
     char *message = nullptr;
     const int status = guarded(&message, [&] {
-        const std::string text = describe(*relation::kernels(""), this_processor());
+        const std::string text = describe(*relation::opened_library(), this_processor());
         sqlite3_result_text64(to, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
         return SQLITE_OK;
     });
@@ -45,7 +45,7 @@ void add_explain(sqlite3 *db, const shared_connection &home) {
                        {"tavo_explain",
                         "CREATE TABLE x(step INTEGER, table_name TEXT, kernel TEXT, column_name TEXT, what TEXT, "
                         "rows_in INTEGER, rows_out INTEGER, microseconds REAL)",
-                        8, 0, 0, last_scan});
+                        8, 0, 0, false, last_scan});
 }
 
 void add_info(sqlite3 *db) {

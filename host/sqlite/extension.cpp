@@ -53,11 +53,19 @@ std::shared_ptr<const relation> find_relation(sqlite3 *db, const connection &hom
     if (auto rows = known())
         return rows;
     // A table of an opened database is connected when a statement first names it.
-    char *sql = sqlite3_mprintf("SELECT 1 FROM \"%w\" LIMIT 0", name.c_str());
-    sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
-    sqlite3_free(sql);
-    if (auto rows = known())
-        return rows;
+    const std::size_t point = name.find('.');
+    for (char *sql :
+         {sqlite3_mprintf("SELECT 1 FROM \"%w\" LIMIT 0", name.c_str()),
+          point == name.npos ? nullptr
+                             : sqlite3_mprintf("SELECT 1 FROM \"%w\".\"%w\" LIMIT 0", name.substr(0, point).c_str(),
+                                               name.substr(point + 1).c_str())}) {
+        const int status = sql == nullptr ? SQLITE_OK : sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+        sqlite3_free(sql);
+        if (status == SQLITE_INTERRUPT)
+            throw interrupted();
+        if (auto rows = known())
+            return rows;
+    }
     throw error("there is no table " + name + " made by USING tavo(...)");
 }
 

@@ -250,7 +250,7 @@ void add_group(sqlite3 *db, const shared_connection &home) {
         {"tavo_group",
          "CREATE TABLE x(key1, key2, key3, key4, value1, value2, value3, value4, value5, value6, value7, "
          "value8, table_name HIDDEN, columns HIDDEN, answers HIDDEN, condition HIDDEN)",
-         most_keys + most_values, 4, 3, groups});
+         most_keys + most_values, 4, 3, true, groups});
 }
 
 } // namespace host::sqlite

@@ -63,7 +63,7 @@ answer_rows neighbours(sqlite3 *, connection &home, const std::vector<sqlite3_va
     const element_kind *kind = type_name.empty() ? nullptr : kind_of_name(type_name);
     if (kind == nullptr && !type_name.empty())
         throw error(fmt::format("tavo_nearest: the types are {}", element_names()));
-    const auto library = relation::kernels("");
+    const auto library = relation::opened_library();
     const std::string file = text_of(arguments[0]);
     const auto words = words_of_file(file);
     const element_type type = kind != nullptr ? kind->type : words->type();
@@ -107,7 +107,7 @@ void add_nearest(sqlite3 *db, const shared_connection &home) {
                        {"tavo_nearest",
                         "CREATE TABLE x(word TEXT, distance REAL, file HIDDEN, query HIDDEN, k HIDDEN, metric HIDDEN, "
                         "type HIDDEN)",
-                        2, 5, 2, neighbours});
+                        2, 5, 2, true, neighbours});
 }
 
 } // namespace host::sqlite

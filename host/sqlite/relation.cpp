@@ -45,9 +45,34 @@ public:
         const int status = sqlite3_step(statement_);
         const double value = sqlite3_column_double(statement_, 0) + 0.0;
         sqlite3_reset(statement_);
+        if (status == SQLITE_INTERRUPT)
+            throw interrupted();
         if (status != SQLITE_ROW)
             throw error(sqlite3_errstr(status));
         return value;
+    }
+
+private:
+    sqlite3_stmt *statement_ = nullptr;
+};
+
+// Learns of interrupts. These are of statements that run, and a table of a database that has just been opened is made
+// before one does: this one does all the time.
+class running_statement {
+public:
+    explicit running_statement(sqlite3 *db) {
+        if (sqlite3_prepare_v2(db, "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT 1 FROM n) SELECT i FROM n", -1,
+                               &statement_, nullptr) != SQLITE_OK)
+            throw error(sqlite3_errmsg(db));
+        look();
+    }
+    ~running_statement() { sqlite3_finalize(statement_); }
+    running_statement(const running_statement &) = delete;
+    running_statement &operator=(const running_statement &) = delete;
+
+    void look() {
+        if (sqlite3_step(statement_) == SQLITE_INTERRUPT)
+            throw interrupted();
     }
 
 private:
@@ -76,18 +101,17 @@ struct file_state {
 
 } // namespace
 
-std::shared_ptr<library> relation::kernels(const std::string &asked) {
+std::shared_ptr<library> relation::opened_library() {
     static std::mutex opening;
-    static std::map<std::string, std::shared_ptr<library>> opened;
+    static std::shared_ptr<library> opened;
     const std::lock_guard lock(opening);
-    std::shared_ptr<library> &found = opened[asked];
-    if (!found) {
+    if (!opened) {
         const processor here = this_processor();
-        auto fresh = std::make_shared<library>(choose_library(asked, here));
+        auto fresh = std::make_shared<library>(choose_library("", here));
         fresh->check_and_start(here);
-        found = std::move(fresh);
+        opened = std::move(fresh);
     }
-    return found;
+    return opened;
 }
 
 ub8 relation::bytes() const {
@@ -112,6 +136,9 @@ void relation::adopt(std::size_t number, column &col, value_column::affinity aff
 void relation::declare(const std::vector<std::string> &names, const std::vector<std::string> &types) {
     declaration_ = "CREATE TABLE x(";
     for (std::size_t i = 0; i < names.size(); i++) {
+        for (std::size_t j = 0; j < i; j++)
+            if (sqlite3_stricmp(names[i].c_str(), names[j].c_str()) == 0)
+                throw error(fmt::format("columns {} and {} are both named {}", j + 1, i + 1, names[i]));
         declaration_ += i == 0 ? "\"" : ", \"";
         for (const char c : names[i])
             declaration_ += c == '"' ? "\"\"" : std::string(1, c);
@@ -135,13 +162,12 @@ void relation::load_file(sqlite3 *db, const relation_source &source) {
                 fmt::format("type='{}': it is COLUMN=TYPE, of integer, decimal, date, date-time and text", text));
         options.type_of[name] = *type_named(type);
     }
+    running_statement running(db);
     const bool shown = isatty(STDERR_FILENO) == 1;
     options.progress = [&](std::size_t done, std::size_t of) {
         if (shown)
             fmt::print(stderr, "\r{}: {} %\r", source.file, done * 100 / of);
-        // A statement of this connection ends here too if the one that we are part of is to.
-        if (sqlite3_exec(db, "SELECT 1", nullptr, nullptr, nullptr) == SQLITE_INTERRUPT)
-            throw error("interrupted");
+        running.look();
     };
     std::vector<std::size_t> all(file_->columns().size());
     for (std::size_t i = 0; i < all.size(); i++)
@@ -210,7 +236,7 @@ std::shared_ptr<relation> relation::of_file(sqlite3 *db, const relation_source &
         if (auto rows = found->second.lock())
             return rows;
     std::shared_ptr<relation> fresh(new relation());
-    fresh->library_ = kernels(source.library);
+    fresh->library_ = opened_library();
     fresh->session_ = std::make_unique<session>(*fresh->library_);
     fresh->load_file(db, source);
     loaded[state] = fresh;

@@ -16,7 +16,7 @@ namespace host::sqlite {
 
 // What stands in USING tavo(...).
 struct relation_source {
-    std::string file, select, library;
+    std::string file, select;
     read_options options;
     std::vector<std::string> encode; // FORM, or COLUMN=FORM
     std::vector<std::string> types;  // COLUMN=TYPE
@@ -28,8 +28,8 @@ relation_source source_of(int count, const char *const *arguments);
 
 class relation {
 public:
-    // Opened once for all tables that name the same one; checked and started.
-    static std::shared_ptr<library> kernels(const std::string &asked);
+    // Opened once for all tables; checked and started. Which library is not SQL's to say: opening one runs its code.
+    static std::shared_ptr<library> opened_library();
     // From a file: the same rows if another table has them already, and the file is as it was. Loads otherwise. Throws.
     static std::shared_ptr<relation> of_file(sqlite3 *, const relation_source &);
     // The answer of a statement, as it is now.

@@ -145,7 +145,7 @@ std::shared_ptr<relation> relation::of_select(sqlite3 *db, const relation_source
         throw error(fmt::format("select='{}': it must be one statement that only reads", source.select));
 
     std::shared_ptr<relation> r(new relation());
-    r->library_ = kernels(source.library);
+    r->library_ = opened_library();
     r->session_ = std::make_unique<session>(*r->library_);
     const int count = sqlite3_column_count(p.statement);
     std::vector<value_collector> collectors(static_cast<std::size_t>(count));
@@ -160,6 +160,8 @@ std::shared_ptr<relation> relation::of_select(sqlite3 *db, const relation_source
         for (int i = 0; i < count; i++)
             collectors[static_cast<std::size_t>(i)].add(p.statement, i);
     }
+    if (status == SQLITE_INTERRUPT)
+        throw interrupted();
     if (status != SQLITE_DONE)
         throw error(fmt::format("select='{}': {}", source.select, sqlite3_errmsg(db)));
 

@@ -44,8 +44,7 @@ bool switched_on(const std::string &name, const std::string &value) {
 } // namespace
 
 relation_source source_of(int count, const char *const *arguments) {
-    static const std::vector<std::string> names = {"file", "select",    "encode", "type",
-                                                   "null", "delimiter", "header", "library"};
+    static const std::vector<std::string> names = {"file", "select", "encode", "type", "null", "delimiter", "header"};
     relation_source source;
     for (int i = 3; i < count; i++) { // behind the module's, the database's and the table's name
         const std::string_view argument = trimmed(arguments[i]);
@@ -64,12 +63,12 @@ relation_source source_of(int count, const char *const *arguments) {
         case 3: source.types = list_of(value); break;
         case 4: source.options.null_texts = list_of(value); break;
         case 5:
-            if (value != "tab" && value.size() != 1)
-                throw error(fmt::format("delimiter='{}': a single character, or tab", value));
+            if (value != "tab" && (value.size() != 1 || value == "\"" || value == "\n" || value == "\r"))
+                throw error(fmt::format(
+                    "delimiter='{}': a single character that neither quotes nor ends a line, or tab", value));
             source.csv.delimiter = value == "tab" ? '\t' : value[0];
             break;
-        case 6: source.csv.header = switched_on("header", value); break;
-        default: source.library = value; break;
+        default: source.csv.header = switched_on("header", value); break;
         }
         source.as_written += fmt::format("{}={}\n", names[*name], value);
     }

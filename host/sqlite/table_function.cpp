@@ -31,6 +31,8 @@ int connect(sqlite3 *db, void *client_data, int, const char *const *, sqlite3_vt
         const auto *of = static_cast<registered *>(client_data);
         if (const int status = sqlite3_declare_vtab(db, of->function.declaration); status != SQLITE_OK)
             throw error(sqlite3_errmsg(db));
+        if (of->function.reads)
+            keep_from_schema(db);
         auto *t = new function_vtab();
         t->db = db;
         t->of = of;

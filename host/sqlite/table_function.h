@@ -20,6 +20,7 @@ struct table_function {
     static constexpr std::size_t most_arguments = 8;
     int results, arguments;
     int needed; // of the arguments, the first ones
+    bool reads; // tables or files
     // One value an argument, null for those that are left out.
     using call_type = std::function<answer_rows(sqlite3 *, connection &, const std::vector<sqlite3_value *> &)>;
     call_type call;

@@ -182,6 +182,7 @@ int connect(sqlite3 *db, void *client_data, int count, const char *const *argume
             sqlite3_step(encoding) == SQLITE_ROW)
             t->utf8 = std::string_view(reinterpret_cast<const char *>(sqlite3_column_text(encoding, 0))) == "UTF-8";
         sqlite3_finalize(encoding);
+        keep_from_schema(db);
         const int status = sqlite3_declare_vtab(db, t->rows->declaration().c_str());
         if (status != SQLITE_OK)
             throw error(sqlite3_errmsg(db));

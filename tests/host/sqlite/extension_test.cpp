@@ -29,10 +29,10 @@ TEST(Extension, GroupsAreThoseOfSql) {
                       "'delay > 10')"),
               db.rows("SELECT origin, count(*), sum(delay), avg(delay), min(distance), max(date), count(destination) "
                       "FROM f WHERE delay > 10 GROUP BY origin"));
-    EXPECT_EQ(
-        db.rows("SELECT key1, key2, value1 FROM tavo_group('main.f', 'month(date), origin', 'count(*)') LIMIT 50"),
-        db.rows("SELECT substr(date, 1, 7), origin, count(*) FROM f GROUP BY 1, 2 LIMIT 50"));
+    const auto by_month =
+        db.rows("SELECT key1, key2, value1 FROM tavo_group('main.f', 'month(date), origin', 'count(*)') LIMIT 50");
     EXPECT_EQ(db.rows("SELECT kernel FROM tavo_explain WHERE kernel LIKE '%groupkey%'").size(), 1u);
+    EXPECT_EQ(by_month, db.rows("SELECT substr(date, 1, 7), origin, count(*) FROM f GROUP BY 1, 2 LIMIT 50"));
     // Nulls, texts that look like nulls, and reals, of a statement's answer.
     db.rows("CREATE TABLE s(k TEXT, x REAL, n)");
     db.rows("INSERT INTO s VALUES ('', 0.5, 1), (NULL, 1.5, NULL), ('a', NULL, 3), ('a', -2.25, 4), ('', 0.25, NULL)");
@@ -57,6 +57,53 @@ TEST(Extension, GroupsAreThoseOfSql) {
         EXPECT_EQ(a.status, SQLITE_ERROR) << sql;
         EXPECT_NE(a.message.find(message), a.message.npos) << sql << "\n" << a.message;
     }
+}
+
+// Values of all types and the ends of their ranges, as keys, smallest and largest ones, and in sums.
+TEST(Extension, GroupsOfMixedValues) {
+    database db;
+    const std::string neighbours = "0.1, 0.10000000000000002, 0.30000000000000004, 0.3, 1e-308, 1e308, -1e308",
+                      infinite = neighbours + ", 9e999, -9e999",
+                      ends = "9223372036854775807, 9223372036854775806, -9223372036854775808, 3, NULL, 7, -7",
+                      mixed = "1, 'a', 1.0, x'61', '1', 2, 2.0, NULL, x'', '', 9007199254740993, 9007199254740992.0, "
+                              "-0.0, 0, 'A', 1.5";
+    for (const std::string &values : {neighbours, infinite, ends, mixed, ends + ", 0.5"}) {
+        db.run("DROP TABLE IF EXISTS s");
+        db.run("DROP TABLE IF EXISTS g");
+        db.rows("CREATE TABLE s(k, x, n INTEGER, o INTEGER)");
+        std::string rows = "(" + values + ")";
+        for (std::size_t at = 0; (at = rows.find(", ", at)) != rows.npos; at += 5)
+            rows.replace(at, 2, "), (");
+        for (int times = 0; times < 3; times++)
+            db.rows("INSERT INTO s SELECT column1, CASE WHEN column1 NOT IN (0, 1, 2) OR typeof(column1) = 'integer' "
+                    "THEN column1 END, 1, "
+                    "CASE WHEN rowid % 3 THEN 5 END FROM (SELECT row_number() OVER () AS rowid, * FROM (VALUES " +
+                    rows + "))");
+        db.rows("CREATE VIRTUAL TABLE g USING tavo(select='SELECT * FROM s')");
+        const std::string answers = "count(*), count(o), min(x), max(x), avg(o)";
+        EXPECT_EQ(db.rows("SELECT key1, value1, value2, value3, value4, value5 FROM tavo_group('g', 'k', '" + answers +
+                          "') ORDER BY value3, key1"),
+                  db.rows("SELECT min(k), " + answers + " FROM s GROUP BY k ORDER BY min(x), k"))
+            << values;
+        EXPECT_EQ(db.rows("SELECT key1, key2, value1 FROM tavo_group('g', 'o, k', 'count(*)')"),
+                  db.rows("SELECT o, min(k), count(*) FROM s GROUP BY o, k"))
+            << values;
+        EXPECT_EQ(db.rows("SELECT value1, value2 FROM tavo_group('g', '', 'min(x), max(x)')"),
+                  db.rows("SELECT * FROM (SELECT min(x), max(x) FROM s)"))
+            << values;
+    }
+    // Integers whose sums fit 64 bits barely, and don't.
+    db.rows("CREATE TABLE i(k, n INTEGER)");
+    db.rows(
+        "INSERT INTO i VALUES (1, 9223372036854775807), (1.0, -3), (1, NULL), (2, -9223372036854775808), (3, NULL)");
+    db.rows("CREATE VIRTUAL TABLE j USING tavo(select='SELECT * FROM i')");
+    const std::string of_groups = "SELECT key1, value1 FROM tavo_group('j', 'k', 'sum(n)')";
+    EXPECT_EQ(db.rows(of_groups), db.rows("SELECT k, sum(n) FROM i GROUP BY k"));
+    db.rows("INSERT INTO i VALUES (2, -1)");
+    db.rows("DROP TABLE j");
+    db.rows("CREATE VIRTUAL TABLE j USING tavo(select='SELECT * FROM i')");
+    EXPECT_EQ(db.run(of_groups).message, db.run("SELECT k, sum(n) FROM i GROUP BY k").message);
+    EXPECT_EQ(db.run(of_groups).status, SQLITE_ERROR);
 }
 
 TEST(Extension, NearestWords) {
@@ -131,7 +178,9 @@ TEST(Extension, ArgumentsAndFilesThatAreWrong) {
         {"file='" + flights + "', encode='nocolumn=rle'", "nocolumn"},
         {"file='" + flights + "', type='delay=colour'", "COLUMN=TYPE"},
         {"file='" + flights + "', type='origin=integer'", "origin"},
-        {"file='" + flights + "', library='/nowhere/lib.so'", "/nowhere/lib.so"},
+        {"file='" + flights + "', library='/nowhere/lib.so'", "no argument library"},
+        {"file='" + flights + "', delimiter='\"'", "delimiter"},
+        {"select='SELECT 1 AS a, 2 AS A'", "both named"},
         {"file='" + flights + "', select='SELECT 1'", "either"},
         {"select='SELEC 1'", "syntax"},
         {"select='DELETE FROM sqlite_master'", ""},
@@ -168,13 +217,22 @@ TEST(Extension, TablesStayInTheirDatabase) {
         db.rows(made("f", flights));
         db.rows("ALTER TABLE f RENAME TO flights");
     }
+    {
+        database db(file.path());
+        EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('main.flights', '', 'count(*)')"),
+                  std::vector<std::string>{"i100000"});
+    }
     database db(file.path());
     EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('flights', '', 'count(*)')"), std::vector<std::string>{"i100000"});
     db.rows("ATTACH ':memory:' AS other");
     db.rows("CREATE VIRTUAL TABLE other.g USING tavo(select='SELECT * FROM flights LIMIT 10')");
     EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('other.g', '', 'count(*)')"), std::vector<std::string>{"i10"});
-    db.rows("CREATE VIEW late AS SELECT * FROM flights WHERE delay > 200");
+    db.rows("CREATE TEMP VIEW late AS SELECT * FROM flights WHERE delay > 200");
     EXPECT_FALSE(db.rows("SELECT * FROM late").empty());
+    // Not from a schema, which may be somebody else's.
+    db.rows("CREATE VIEW kept AS SELECT * FROM flights");
+    EXPECT_NE(db.run("SELECT * FROM kept").message.find("unsafe"), std::string::npos);
+    db.rows("DROP VIEW kept");
     sqlite3_stmt *s = nullptr;
     ASSERT_EQ(sqlite3_prepare_v2(db.get(), "SELECT * FROM flights", -1, &s, nullptr), SQLITE_OK);
     ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
@@ -232,6 +290,31 @@ TEST(Extension, Interrupts) {
         EXPECT_NE(a.message.find("interrupt"), a.message.npos) << a.message;
     }
     EXPECT_EQ(db.rows("SELECT count(*) FROM f"), std::vector<std::string>{"i100000"});
+
+    // Once, while a table of a database that has just been opened is made.
+    std::string content = "a,b\n";
+    for (int i = 0; i < (thorough ? 400000 : 100000); i++)
+        content += std::to_string(i * 7919l % 100003) + ",x" + std::to_string(i % 7777) + "\n";
+    const temporary_file file(content, "large.csv"), kept("", "interrupted.db");
+    {
+        database made_here(kept.path());
+        made_here.rows(made("t", file.path()));
+    }
+    // The table is made when a statement is prepared that names it: the time at which that is under way varies.
+    int interrupted = 0;
+    for (int wait = 1; wait < 2000 && interrupted == 0; wait *= 2) {
+        database reopened(kept.path());
+        std::thread once([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(wait));
+            sqlite3_interrupt(reopened.get());
+        });
+        sqlite3_stmt *s = nullptr;
+        interrupted += sqlite3_prepare_v2(reopened.get(), "SELECT count(*) FROM t", -1, &s, nullptr) == SQLITE_INTERRUPT;
+        sqlite3_finalize(s);
+        once.join();
+        EXPECT_EQ(reopened.run("SELECT count(*) FROM t").status, SQLITE_OK);
+    }
+    EXPECT_EQ(interrupted, 1);
 }
 
 // SQLite's own memory: whatever it says no to, a statement ends with that, and what it took is given back.

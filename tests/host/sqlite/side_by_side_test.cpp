@@ -305,7 +305,7 @@ TEST(SideBySide, StatementsOverASelect) {
     db.rows("ALTER TABLE p RENAME TO q");
     const std::string select = "SELECT a, b AS b, CASE rowid % 6 WHEN 0 THEN c WHEN 1 THEN a WHEN 2 THEN b "
                                "WHEN 3 THEN CAST(c AS BLOB) WHEN 4 THEN e END AS c, d, e, a + 0 AS f, "
-                               "CAST(rowid % 9 AS INTEGER) * 0.5 AS g FROM q";
+                               "(rowid % 9) * CASE rowid % 4 WHEN 0 THEN -0.5 ELSE 0.5 END AS g FROM q";
     db.rows("CREATE VIRTUAL TABLE v USING tavo(select='" + select + "')");
     std::string declared;
     for (const std::string &column : db.rows("SELECT name || ' ' || type FROM pragma_table_info('v')"))
