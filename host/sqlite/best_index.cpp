@@ -66,13 +66,8 @@ private:
         std::optional<test> what = test_of(c.op);
         if (!what)
             return false;
-        if (c.iColumn < 0) {
-            if (*what != test::equal || sqlite3_vtab_in(&info_, i, -1) != 0)
-                return false;
-            by_rowid_ = true;
-            add(i, scan_plan::rowid, *what, false);
-            return true;
-        }
+        if (c.iColumn < 0)
+            return take_row_numbers(i, *what);
         const value_column &col = *rows_.columns()[static_cast<std::size_t>(c.iColumn)];
         const bool of_nulls = *what == test::null || *what == test::known;
         if (!of_nulls && (!col.ordered() || !(*what == test::like ? table_.utf8 : compares_bytes(col, i))))
@@ -96,6 +91,21 @@ private:
                 return true;
             }
         found_.emplace_back(&col, std::move(ranges));
+        return true;
+    }
+
+    // Of a list SQLite asks for each value by itself.
+    bool take_row_numbers(int i, test what) {
+        if (what == test::null || what == test::known || what == test::like)
+            return false;
+        sqlite3_value *value = nullptr;
+        if (what == test::equal || what == test::is)
+            by_rowid_ = true;
+        else if (sqlite3_vtab_rhs_value(&info_, i, &value) == SQLITE_OK && value != nullptr)
+            row_numbers_ = row_numbers_.common(rows_of(what, value, rows_.rows()));
+        else
+            share_ *= 1.0 / 4;
+        add(i, scan_plan::rowid, what, false);
         return true;
     }
 
@@ -133,6 +143,9 @@ private:
             share_ *= rows / all;
             least = std::min(least, rows);
         }
+        const double numbers = row_numbers_.common({0, rows_.rows()}).size();
+        share_ *= numbers / all;
+        least = std::min(least, numbers);
         least = std::min(least, all * share_ * 4);
         const double rows = by_rowid_ ? 1 : std::max(1.0, all * share_);
         // Few rows are listed; a scan reads some hundred rows in the time in which SQLite takes one.
@@ -149,6 +162,7 @@ private:
     scan_plan plan_;
     int arguments_ = 0;
     bool by_rowid_ = false;
+    row_range row_numbers_;
     double share_ = 1;
     std::vector<std::pair<const value_column *, code_ranges>> found_;
 };

@@ -1,5 +1,7 @@
 #include "host/sqlite/condition.h"
 
+#include <cmath>
+
 namespace host::sqlite {
 
 namespace {
@@ -151,6 +153,28 @@ codes_found codes_of(const value_column &col, test what, sqlite3_value *value, b
     if (what == test::is)
         return codes_finder(col, test::equal).found(value, constant);
     return codes_finder(col, what).found(value, constant);
+}
+
+row_range rows_of(test what, sqlite3_value *value, ub4 rows) {
+    const row_range all{0, rows}, none{0, 0};
+    const int type = sqlite3_value_type(value);
+    if (type == SQLITE_NULL)
+        return none;
+    if (type != SQLITE_INTEGER && type != SQLITE_FLOAT)
+        return all; // SQLite converts texts
+    // Between 0 and what is behind the last one nothing is rounded.
+    const double id = std::clamp(sqlite3_value_double(value), 0.0, rows + 1.0);
+    const auto below = static_cast<ub4>(std::max(std::ceil(id) - 1, 0.0)); // rows with a smaller rowid
+    const ub4 up_to = std::min(static_cast<ub4>(std::floor(id)), rows);    // with one that is not larger
+    switch (what) {
+    case test::equal:
+    case test::is: return {below, std::max(below, up_to)};
+    case test::below: return {0, below};
+    case test::not_above: return {0, up_to};
+    case test::above: return {up_to, rows};
+    case test::not_below: return {below, rows};
+    default: return all;
+    }
 }
 
 code_ranges joined(code_ranges ranges) {

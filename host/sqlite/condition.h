@@ -40,6 +40,19 @@ struct codes_found {
 // list the values one by one, by `equal`, with joined() behind.
 codes_found codes_of(const value_column &, test, sqlite3_value *, bool constant);
 
+// Row numbers from 0, `end` not among them.
+struct row_range {
+    ub4 begin = 0, end = 0xffffffff;
+    ub4 size() const { return end - begin; }
+    bool has(ub4 row) const { return row >= begin && row < end; }
+    row_range common(const row_range &other) const {
+        const ub4 from = std::max(begin, other.begin);
+        return {from, std::max(from, std::min(end, other.end))};
+    }
+};
+// Those of a table of so many rows whose rowids, from 1, may satisfy a comparison.
+row_range rows_of(test, sqlite3_value *, ub4 rows);
+
 code_ranges joined(code_ranges); // of ranges in any order
 code_ranges common(const code_ranges &, const code_ranges &);
 

@@ -26,7 +26,7 @@ bool row_search::takes(const std::vector<column_filter> &filters, ub4 row) const
 }
 
 // The first filter has the fewest rows.
-rows_found row_search::by_lists(const std::vector<column_filter> &filters) const {
+rows_found row_search::by_lists(const std::vector<column_filter> &filters, row_range numbered) const {
     const step_clock clock;
     rows_found found;
     found.listed = true;
@@ -37,7 +37,7 @@ rows_found row_search::by_lists(const std::vector<column_filter> &filters) const
     for (const auto &[begin, end] : filters[0].ranges) {
         codes += static_cast<ub4>(end - begin);
         for (ub4 i = starts[begin]; i < starts[end]; i++)
-            if (takes(others, rows[i]))
+            if (numbered.has(rows[i]) && takes(others, rows[i]))
                 found.rows.push_back(rows[i]);
     }
     if (codes > 1)
@@ -50,39 +50,53 @@ rows_found row_search::by_lists(const std::vector<column_filter> &filters) const
     return found;
 }
 
-// Whether the first rows of the table have enough of the wanted ones.
-bool row_search::first_rows(const std::vector<column_filter> &filters, ub8 limit, rows_found &found) const {
+// Whether the first rows have enough of the wanted ones, or there are no others.
+bool row_search::first_rows(const std::vector<column_filter> &filters, row_range numbered, ub8 limit,
+                            rows_found &found) const {
     const step_clock clock;
-    const ub4 end = std::min(relation_.rows(), looked_at_first);
-    ub4 row = 0;
+    const ub4 end = numbered.begin + std::min(numbered.size(), looked_at_first);
+    ub4 row = numbered.begin;
     for (; row < end && found.rows.size() < limit; row++)
         if (takes(filters, row))
             found.rows.push_back(row);
-    if (found.rows.size() < limit && end < relation_.rows()) {
+    if (found.rows.size() < limit && end < numbered.end) {
         found.rows.clear();
         return false;
     }
     found.listed = true;
-    found.cut = row < relation_.rows();
+    found.cut = row < numbered.end;
     std::string text;
     for (const column_filter &f : filters)
         text += (text.empty() ? "" : " and ") + f.text;
-    steps_.push_back({"", "", 0, text + (text.empty() ? "[the first rows]" : "  [the first rows, one by one]"), row,
-                      static_cast<ub4>(found.rows.size()), clock.seconds()});
+    steps_.push_back({"", "", 0, text + (text.empty() ? "[the first rows]" : "  [the first rows, one by one]"),
+                      row - numbered.begin, static_cast<ub4>(found.rows.size()), clock.seconds()});
     return true;
 }
 
-selection row_search::by_kernels(const std::vector<column_filter> &filters) {
+selection row_search::by_kernels(const std::vector<column_filter> &filters, row_range numbered) {
     std::vector<code_plan> parts;
     for (const column_filter &f : filters)
         parts.push_back(plan_code_ranges(f.col->stored(), f.ranges, f.text));
     query q(session_, relation_.rows());
     selection rows = q.run(plan_all(std::move(parts)));
     steps_.insert(steps_.end(), q.steps().begin(), q.steps().end());
+    if (numbered.size() != relation_.rows()) {
+        const step_clock clock;
+        const auto &ctx = session_.kernels().ctx();
+        const ub4 before = rows.count;
+        if (numbered.begin > 0)
+            ctx.lbiwvclr_range(rows.bits.data(), 0, numbered.begin - 1);
+        if (numbered.end < relation_.rows())
+            ctx.lbiwvclr_range(rows.bits.data(), numbered.end, relation_.rows() - 1);
+        ctx.lbiwvpopcnt(&rows.count, rows.bits.data(), relation_.rows());
+        steps_.push_back({"", "", 0, fmt::format("rowids {} to {}", numbered.begin + 1, numbered.end), before,
+                          rows.count, clock.seconds()});
+    }
     return rows;
 }
 
-rows_found row_search::run(std::vector<column_filter> filters, const std::vector<order_key> &order, ub8 limit) {
+rows_found row_search::run(std::vector<column_filter> filters, row_range numbered, const std::vector<order_key> &order,
+                           ub8 limit) {
     rows_found found;
     const ub4 rows = relation_.rows();
     for (const column_filter &f : filters)
@@ -102,15 +116,19 @@ rows_found row_search::run(std::vector<column_filter> filters, const std::vector
         found.listed = found.cut = true;
         return found;
     }
-    if (plain && order.empty() && limit <= looked_at_first / 2 && first_rows(filters, limit, found))
+    const bool all_numbers = numbered.size() == rows, few_numbers = numbered.size() <= looked_at_first;
+    if (plain && order.empty() && (few_numbers || limit <= looked_at_first / 2) &&
+        first_rows(filters, numbered, limit, found))
         return found;
-    if (plain && !filters.empty() && filters[0].col->rows_of(filters[0].ranges) * listed_below < rows &&
-        filters[0].col->worth_sorting())
-        found = by_lists(filters);
-    else if (!filters.empty() || order.empty())
-        found.selected = by_kernels(filters);
+    if (plain && few_numbers)
+        first_rows(filters, numbered, no_limit, found);
+    else if (plain && !filters.empty() && filters[0].col->rows_of(filters[0].ranges) * listed_below < rows &&
+             filters[0].col->worth_sorting())
+        found = by_lists(filters, numbered);
+    else if (!filters.empty() || order.empty() || !all_numbers)
+        found.selected = by_kernels(filters, numbered);
     if (!order.empty())
-        put_in_order(found, order, limit, filters.empty());
+        put_in_order(found, order, limit, filters.empty() && all_numbers && !found.listed);
     return found;
 }
 
@@ -150,7 +168,9 @@ void row_search::put_in_order(rows_found &found, const std::vector<order_key> &o
     // Rows of equal keys come by number anyway.
     const bool one_key = order.size() == 1 || (order.size() == 2 && order[1].col == nullptr && !order[1].descending);
     const bool walkable = one_key && !found.listed && (order[0].col == nullptr || order[0].col->one_code_a_value());
-    const ub8 walked = all ? 0 : count == 0 ? rows : std::min<ub8>(limit, count) * rows / count; // where rows lie evenly
+    const ub8 walked = all          ? 0
+                       : count == 0 ? rows
+                                    : std::min<ub8>(limit, count) * rows / count; // where rows lie evenly
     if (walkable && (all || count * walked_above >= rows || walked * walk_cost < count)) {
         walk(found, order[0], limit, all);
         text += "  [rows listed by code]";

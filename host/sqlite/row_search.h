@@ -37,15 +37,16 @@ public:
     row_search(const relation &r, session &s, std::vector<query_step> &steps)
         : relation_(r), session_(s), steps_(steps) {}
 
-    // The rows that all filters take, in this order, those of equal keys by number. With a limit at least so many of
-    // the first of them: the same ones as without. Orders need plain columns.
-    rows_found run(std::vector<column_filter> filters, const std::vector<order_key> &order, ub8 limit);
+    // The rows in `numbered` that all filters take, in this order, those of equal keys by number. With a limit at least
+    // so many of the first of them: the same ones as without. Orders need plain columns.
+    rows_found run(std::vector<column_filter> filters, row_range numbered, const std::vector<order_key> &order,
+                   ub8 limit);
 
 private:
     bool takes(const std::vector<column_filter> &, ub4 row) const;
-    rows_found by_lists(const std::vector<column_filter> &) const;
-    bool first_rows(const std::vector<column_filter> &, ub8 limit, rows_found &) const;
-    selection by_kernels(const std::vector<column_filter> &);
+    rows_found by_lists(const std::vector<column_filter> &, row_range) const;
+    bool first_rows(const std::vector<column_filter> &, row_range, ub8 limit, rows_found &) const;
+    selection by_kernels(const std::vector<column_filter> &, row_range);
     void put_in_order(rows_found &, const std::vector<order_key> &, ub8 limit, bool all) const;
     void walk(rows_found &, const order_key &, ub8 limit, bool all) const;
 

@@ -69,6 +69,7 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
     clear();
     filters_.clear();
     order_.clear();
+    numbered_ = {0, rows_.rows()};
     used_ = plan.used;
     const auto lock = rows_.reading();
     record_ = std::make_shared<connection::scan_record>();
@@ -76,13 +77,11 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
     table_.home->last_scan = record_;
 
     bool exact = true;
-    std::optional<sqlite3_int64> only_row; // from 1
     for (const scan_plan::condition &c : plan.conditions) {
         sqlite3_value *value = *values++;
         if (c.column == scan_plan::rowid) {
-            if (sqlite3_value_type(value) == SQLITE_INTEGER)
-                only_row = sqlite3_value_int64(value);
-            exact = false;
+            numbered_ = numbered_.common(rows_of(c.what, value, rows_.rows()));
+            exact = exact && sqlite3_value_type(value) != SQLITE_TEXT && sqlite3_value_type(value) != SQLITE_BLOB;
             continue;
         }
         if (may_be_of_outer_join(c.what) && may_join_outer()) {
@@ -100,14 +99,6 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
             same->ranges = common(same->ranges, found.ranges);
             same->text += " and " + text;
         }
-    }
-    if (only_row && rows_.all_plain()) { // SQLite looks at the other conditions
-        found_.listed = true;
-        if (*only_row >= 1 && *only_row <= rows_.rows())
-            found_.rows.push_back(static_cast<ub4>(*only_row - 1));
-        numbers_ = found_.rows.data();
-        end_ = found_.rows.size();
-        return;
     }
     for (const scan_plan::key &k : plan.order)
         order_.push_back(
@@ -127,7 +118,7 @@ bool tavo_cursor::may_join_outer() {
 // From the first row on. A limit is a hint: SQLite may have conditions of which it says nothing.
 void tavo_cursor::search(ub8 limit) {
     session &s = own_session_ ? *own_session_ : *rows_.shared_session();
-    found_ = row_search(rows_, s, record_->steps).run(filters_, order_, limit);
+    found_ = row_search(rows_, s, record_->steps).run(filters_, numbered_, order_, limit);
     if (found_.listed) {
         numbers_ = found_.rows.data();
         end_ = found_.rows.size();
@@ -141,7 +132,8 @@ void tavo_cursor::search(ub8 limit) {
             columns.push_back(&rows_.columns()[i]->stored());
         }
     reader_ = std::make_unique<code_reader>(s, std::move(columns), rows_.rows(), found_.selected,
-                                            static_cast<ub4>(std::min<ub8>(limit, batch_rows)), record_->reading);
+                                            static_cast<ub4>(std::clamp<ub8>(limit, least_rows, batch_rows)),
+                                            record_->reading);
     end_ = reader_->next();
     numbers_ = reader_->row_numbers().data();
     for (std::size_t i = 0; i < read_.size(); i++)

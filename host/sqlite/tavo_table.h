@@ -18,7 +18,7 @@ struct tavo_table : sqlite3_vtab, counted {
     sqlite3 *db;
     shared_connection home;
     std::string schema, name, key; // the last is that of the connection's tables
-    bool utf8 = true;         // SQLite compares texts by the bytes that the table has
+    bool utf8 = true;              // SQLite compares texts by the bytes that the table has
 
     static int best_index(sqlite3_vtab *, sqlite3_index_info *);
 };
@@ -26,7 +26,7 @@ struct tavo_table : sqlite3_vtab, counted {
 // Rows come in batches of unpacked codes, or one by one by their numbers.
 class tavo_cursor : public sqlite3_vtab_cursor, public counted {
 public:
-    static constexpr ub4 batch_rows = 2048;
+    static constexpr ub4 least_rows = 64, batch_rows = 2048; // of a batch
 
     explicit tavo_cursor(const tavo_table &t) : table_(t), rows_(*t.rows) {}
 
@@ -59,6 +59,7 @@ private:
     std::shared_ptr<connection::scan_record> record_;
     std::vector<column_filter> filters_;
     std::vector<order_key> order_;
+    row_range numbered_;
     std::optional<bool> joins_outer_; // whether a statement that runs may have an outer join
     sqlite3_uint64 used_ = 0;         // columns, as the plan has them
     rows_found found_;

@@ -309,7 +309,8 @@ TEST(Extension, Interrupts) {
             sqlite3_interrupt(reopened.get());
         });
         sqlite3_stmt *s = nullptr;
-        interrupted += sqlite3_prepare_v2(reopened.get(), "SELECT count(*) FROM t", -1, &s, nullptr) == SQLITE_INTERRUPT;
+        interrupted +=
+            sqlite3_prepare_v2(reopened.get(), "SELECT count(*) FROM t", -1, &s, nullptr) == SQLITE_INTERRUPT;
         sqlite3_finalize(s);
         once.join();
         EXPECT_EQ(reopened.run("SELECT count(*) FROM t").status, SQLITE_OK);

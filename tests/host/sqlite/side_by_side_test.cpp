@@ -51,7 +51,7 @@ public:
     std::string comparison() { return one_of({"=", "=", "=", "<", "<=", ">", ">=", "<>", "==", "IS", "IS NOT"}); }
 
     std::string leaf() {
-        const std::string c = column();
+        const std::string c = chance(8) ? "t.rowid" : column();
         const std::string no = chance(20) ? " NOT" : "";
         switch (below(12)) {
         case 0: return value() + " " + comparison() + " " + c + collation();
@@ -354,8 +354,8 @@ TEST(SideBySide, ManyRows) {
             "CASE i % 3 WHEN 0 THEN 'one' WHEN 1 THEN 'two' END, printf('%05d', i * 31 % 20000) FROM n");
     db.rows("CREATE VIRTUAL TABLE v USING tavo(select='SELECT * FROM p')");
     side_by_side test(99);
-    test.set_columns(columns, {"17", "4000", "50.25", "99.75", "'SFO'", "'x17'", "'x500'", "'00310'", "'one'",
-                               "'2001-01-03 04:30'", "'2001-01-02 01:01'"});
+    test.set_columns(columns, {"17", "4000", "14000", "19990.5", "50.25", "99.75", "'SFO'", "'x17'", "'x500'",
+                               "'00310'", "'one'", "'2001-01-03 04:30'", "'2001-01-02 01:01'"});
     test.compare(db, TAVO_STATEMENTS / 40);
 }
 
