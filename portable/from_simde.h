@@ -2,6 +2,14 @@
 // what the instruction does, bit for bit, which tests/portable holds against the instruction.
 #pragma once
 
+#include <simde/simde-common.h>
+#ifdef SIMDE_NO_INLINE
+// SIMDe's own lack `inline`, and unoptimised builds then compile all of them in every file.
+#undef SIMDE_FUNCTION_ATTRIBUTES
+#undef SIMDE_HUGE_FUNCTION_ATTRIBUTES
+#define SIMDE_FUNCTION_ATTRIBUTES HEDLEY_NEVER_INLINE static inline
+#define SIMDE_HUGE_FUNCTION_ATTRIBUTES HEDLEY_NEVER_INLINE static inline
+#endif
 #include <simde/x86/avx512.h>
 
 using __m128i = simde__m128i;
