@@ -104,6 +104,18 @@ TEST(Extension, GroupsOfMixedValues) {
     db.rows("CREATE VIRTUAL TABLE j USING tavo(select='SELECT * FROM i')");
     EXPECT_EQ(db.run(of_groups).message, db.run("SELECT k, sum(n) FROM i GROUP BY k").message);
     EXPECT_EQ(db.run(of_groups).status, SQLITE_ERROR);
+    // Columns without values.
+    for (const std::string rows : {"SELECT k, CASE WHEN n IS NULL THEN n END AS n FROM i",
+                                   "SELECT * FROM i WHERE k > 3", "SELECT * FROM i WHERE k = 3"}) {
+        db.run("DROP TABLE IF EXISTS e");
+        db.rows("CREATE VIRTUAL TABLE e USING tavo(select='" + rows + "')");
+        EXPECT_EQ(db.rows("SELECT key1, value1, value2, value3, value4 FROM tavo_group('e', 'k', "
+                          "'sum(n), avg(n), max(n), count(n)', 'n < 5')"),
+                  db.rows("SELECT k, sum(n), avg(n), max(n), count(n) FROM (" + rows + ") WHERE n < 5 GROUP BY k"));
+        EXPECT_EQ(db.rows("SELECT value1, value2, value3, value4 FROM tavo_group('e', '', "
+                          "'sum(n), avg(n), max(n), count(n)')"),
+                  db.rows("SELECT sum(n), avg(n), max(n), count(n) FROM (" + rows + ")"));
+    }
 }
 
 TEST(Extension, NearestWords) {
@@ -241,6 +253,22 @@ TEST(Extension, TablesStayInTheirDatabase) {
     sqlite3_finalize(s);
     db.rows("DROP TABLE flights");
     EXPECT_EQ(db.run("SELECT * FROM tavo_group('flights', '', 'count(*)')").status, SQLITE_ERROR);
+}
+
+// A statement keeps the table that it was prepared with, also when another one of that name has been made.
+TEST(Extension, TablesOutliveThoseBeforeThem) {
+    const temporary_file file("", "again.db");
+    database db(file.path());
+    db.rows(made("f", flights));
+    sqlite3_stmt *kept = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db.get(), "SELECT * FROM f", -1, &kept, nullptr), SQLITE_OK);
+    database(file.path()).rows("CREATE TABLE makes_schemas_old(a)");
+    EXPECT_EQ(db.rows("SELECT count(*) FROM f"), std::vector<std::string>{"i100000"});
+    sqlite3_finalize(kept);
+    EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('f', '', 'count(*)')"), std::vector<std::string>{"i100000"});
+    db.rows("ALTER TABLE f RENAME TO g");
+    EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('g', '', 'count(*)')"), std::vector<std::string>{"i100000"});
+    EXPECT_EQ(db.run("SELECT * FROM tavo_group('f', '', 'count(*)')").status, SQLITE_ERROR);
 }
 
 TEST(Extension, ConnectionsInThreads) {
