@@ -104,6 +104,14 @@ TEST(Extension, GroupsOfMixedValues) {
     db.rows("CREATE VIRTUAL TABLE j USING tavo(select='SELECT * FROM i')");
     EXPECT_EQ(db.run(of_groups).message, db.run("SELECT k, sum(n) FROM i GROUP BY k").message);
     EXPECT_EQ(db.run(of_groups).status, SQLITE_ERROR);
+    // More groups and numbers than there are keys of both; months.
+    db.rows("CREATE TABLE many AS WITH n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < 70000) "
+            "SELECT i / 2 AS k, date(2459000 + i % 90) AS d, 1700000000000000000 - i * 1000 AS t FROM n");
+    db.rows("CREATE VIRTUAL TABLE m USING tavo(select='SELECT * FROM many')");
+    EXPECT_EQ(db.rows("SELECT key1, value1, value2 FROM tavo_group('m', 'k', 'sum(t), max(t)')"),
+              db.rows("SELECT k, sum(t), max(t) FROM many GROUP BY k"));
+    EXPECT_EQ(db.rows("SELECT key1, key2, value1 FROM tavo_group('m', 'month(d), k', 'sum(t)', 'k <= 1000')"),
+              db.rows("SELECT substr(d, 1, 7) AS month, k, sum(t) FROM many WHERE k <= 1000 GROUP BY month, k"));
     // Columns without values.
     for (const std::string rows : {"SELECT k, CASE WHEN n IS NULL THEN n END AS n FROM i",
                                    "SELECT * FROM i WHERE k > 3", "SELECT * FROM i WHERE k = 3"}) {
