@@ -81,7 +81,6 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
         sqlite3_value *value = *values++;
         if (c.column == scan_plan::rowid) {
             numbered_ = numbered_.common(rows_of(c.what, value, rows_.rows()));
-            exact = exact && sqlite3_value_type(value) != SQLITE_TEXT && sqlite3_value_type(value) != SQLITE_BLOB;
             continue;
         }
         if (may_be_of_outer_join(c.what) && may_join_outer()) {
