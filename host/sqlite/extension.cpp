@@ -50,25 +50,27 @@ std::shared_ptr<const relation> find_relation(sqlite3 *db, const connection &hom
                 return table->rows;
         return nullptr;
     };
-    if (auto rows = known())
-        return rows;
-    // A table of an opened database is connected when a statement first names it.
-    const std::size_t point = name.find('.');
-    for (const bool with_schema : {false, true}) {
-        if (with_schema && point == name.npos)
-            break;
-        char *sql = with_schema ? sqlite3_mprintf("SELECT 1 FROM \"%w\".\"%w\" LIMIT 0", name.substr(0, point).c_str(),
-                                                  name.substr(point + 1).c_str())
-                                : sqlite3_mprintf("SELECT 1 FROM \"%w\" LIMIT 0", name.c_str());
+    // A table of an opened database is connected when a statement first names it. Until then the only one of its name
+    // that is known may be of another schema.
+    const auto found_by = [&](char *sql) {
         const int status = sql == nullptr ? SQLITE_NOMEM : sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
         sqlite3_free(sql);
         if (status == SQLITE_NOMEM)
             throw std::bad_alloc();
         if (status == SQLITE_INTERRUPT)
             throw interrupted();
+        return known();
+    };
+    const std::size_t point = name.find('.');
+    if (point != name.npos)
         if (auto rows = known())
             return rows;
-    }
+    if (auto rows = found_by(sqlite3_mprintf("SELECT 1 FROM \"%w\" LIMIT 0", name.c_str())))
+        return rows;
+    if (point != name.npos)
+        if (auto rows = found_by(sqlite3_mprintf("SELECT 1 FROM \"%w\".\"%w\" LIMIT 0", name.substr(0, point).c_str(),
+                                                 name.substr(point + 1).c_str())))
+            return rows;
     throw error("there is no table " + name + " made by USING tavo(...)");
 }
 

@@ -242,6 +242,15 @@ TEST(Extension, TablesStayInTheirDatabase) {
         EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('main.flights', '', 'count(*)')"),
                   std::vector<std::string>{"i100000"});
     }
+    {
+        database db(file.path());
+        db.rows("ATTACH ':memory:' AS other");
+        db.rows("CREATE VIRTUAL TABLE other.flights USING tavo(select='SELECT 1 AS a')");
+        EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('flights', '', 'count(*)')"),
+                  std::vector<std::string>{"i100000"});
+        EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('other.flights', '', 'count(*)')"),
+                  std::vector<std::string>{"i1"});
+    }
     database db(file.path());
     EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('flights', '', 'count(*)')"), std::vector<std::string>{"i100000"});
     db.rows("ATTACH ':memory:' AS other");
