@@ -157,13 +157,17 @@ codes_found codes_of(const value_column &col, test what, sqlite3_value *value, b
 
 row_range rows_of(test what, sqlite3_value *value, ub4 rows) {
     const row_range all{0, rows}, none{0, 0};
-    const int type = sqlite3_value_type(value);
-    if (type == SQLITE_NULL)
+    cell v = cell_of(value);
+    if (v.type == cell::kind::null)
         return none;
-    if (type != SQLITE_INTEGER && type != SQLITE_FLOAT)
-        return all; // SQLite converts texts
+    // Whatever the other side is, texts become numbers if they can: rowids are integers.
+    if (const cell number = v.type == cell::kind::text ? as_number(value) : cell(); number.is_number())
+        v = number;
+    if (!v.is_number()) // above all numbers
+        return what == test::below || what == test::not_above ? all : none;
     // Between 0 and what is behind the last one nothing is rounded.
-    const double id = std::clamp(sqlite3_value_double(value), 0.0, rows + 1.0);
+    const double id =
+        std::clamp(v.type == cell::kind::integer ? static_cast<double>(v.integer) : v.real, 0.0, rows + 1.0);
     const auto below = static_cast<ub4>(std::max(std::ceil(id) - 1, 0.0)); // rows with a smaller rowid
     const ub4 up_to = std::min(static_cast<ub4>(std::floor(id)), rows);    // with one that is not larger
     switch (what) {

@@ -50,7 +50,7 @@ struct row_range {
         return {from, std::max(from, std::min(end, other.end))};
     }
 };
-// Those of a table of so many rows whose rowids, from 1, may satisfy a comparison.
+// Those of a table of so many rows whose rowids, from 1, satisfy a comparison.
 row_range rows_of(test, sqlite3_value *, ub4 rows);
 
 code_ranges joined(code_ranges); // of ranges in any order

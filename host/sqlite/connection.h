@@ -10,6 +10,8 @@
 
 namespace host::sqlite {
 
+struct tavo_table;
+
 struct connection {
     // A scan's steps as tavo_explain() shows them: filtering, and then what reading its rows has come to so far.
     struct scan_record {
@@ -18,7 +20,7 @@ struct connection {
         step_list reading;
     };
 
-    std::map<std::string, std::weak_ptr<const relation>> tables; // by schema, a point and the name, in small letters
+    std::map<std::string, const tavo_table *> tables; // by schema, a point and the name, in small letters
     std::shared_ptr<const scan_record> last_scan;
 };
 

@@ -6,7 +6,7 @@ const sqlite3_api_routines *sqlite3_api = nullptr;
 #include <dlfcn.h>
 
 #include "host/error.h"
-#include "host/sqlite/connection.h"
+#include "host/sqlite/tavo_table.h"
 
 namespace host::sqlite {
 
@@ -40,32 +40,37 @@ std::string table_key(std::string_view schema, std::string_view name) {
 std::shared_ptr<const relation> find_relation(sqlite3 *db, const connection &home, const std::string &name) {
     const auto known = [&]() -> std::shared_ptr<const relation> {
         if (const auto exact = home.tables.find(table_key("", name).substr(1)); exact != home.tables.end())
-            return exact->second.lock(); // schema.name
+            return exact->second->rows; // schema.name
         for (const char *schema : {"temp", "main"})
             if (const auto found = home.tables.find(table_key(schema, name)); found != home.tables.end())
-                return found->second.lock();
+                return found->second->rows;
         const std::string ending = table_key("", name);
-        for (const auto &[key, rows] : home.tables)
+        for (const auto &[key, table] : home.tables)
             if (key.ends_with(ending))
-                return rows.lock();
+                return table->rows;
         return nullptr;
     };
-    if (auto rows = known())
-        return rows;
-    // A table of an opened database is connected when a statement first names it.
-    const std::size_t point = name.find('.');
-    for (char *sql :
-         {sqlite3_mprintf("SELECT 1 FROM \"%w\" LIMIT 0", name.c_str()),
-          point == name.npos ? nullptr
-                             : sqlite3_mprintf("SELECT 1 FROM \"%w\".\"%w\" LIMIT 0", name.substr(0, point).c_str(),
-                                               name.substr(point + 1).c_str())}) {
-        const int status = sql == nullptr ? SQLITE_OK : sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+    // A table of an opened database is connected when a statement first names it. Until then the only one of its name
+    // that is known may be of another schema.
+    const auto found_by = [&](char *sql) {
+        const int status = sql == nullptr ? SQLITE_NOMEM : sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
         sqlite3_free(sql);
+        if (status == SQLITE_NOMEM)
+            throw std::bad_alloc();
         if (status == SQLITE_INTERRUPT)
             throw interrupted();
+        return known();
+    };
+    const std::size_t point = name.find('.');
+    if (point != name.npos)
         if (auto rows = known())
             return rows;
-    }
+    if (auto rows = found_by(sqlite3_mprintf("SELECT 1 FROM \"%w\" LIMIT 0", name.c_str())))
+        return rows;
+    if (point != name.npos)
+        if (auto rows = found_by(sqlite3_mprintf("SELECT 1 FROM \"%w\".\"%w\" LIMIT 0", name.substr(0, point).c_str(),
+                                                 name.substr(point + 1).c_str())))
+            return rows;
     throw error("there is no table " + name + " made by USING tavo(...)");
 }
 

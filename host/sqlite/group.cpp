@@ -6,6 +6,7 @@
 
 #include "host/error.h"
 #include "host/group/group_table.h"
+#include "host/join/code_reader.h"
 #include "host/sqlite/table_function.h"
 
 namespace host::sqlite {
@@ -89,18 +90,41 @@ bool of_integers(const relation &r, const aggregate &a) {
     return !a.of.is_expression && r.columns()[a.of.a.column]->holds() == value_column::content::integers;
 }
 
-// The sums of integers too large for the host's own: of each value, as often as it is there. By the groups' codes.
+// The sums of integers too large for the host's own, row by row. By the codes of the groups that were found.
 std::map<std::vector<ub4>, wide> exact_sums(session &s, const relation &r, const selection &rows,
-                                            std::vector<group_column> by, const aggregate &a, step_list &steps) {
-    by.push_back({a.of.name, a.of.a.column});
-    std::vector<aggregate> count(1);
-    const value_column &col = *r.columns()[a.of.a.column];
-    std::map<std::vector<ub4>, wide> sums;
-    for (group_row &g : group_rows(s, r.stored(), rows, by, count, {}, steps)) {
-        const cell value = col.value(g.group_codes.back());
-        g.group_codes.pop_back();
-        sums[g.group_codes] += static_cast<wide>(value.integer) * std::stoll(*g.answers[0]); // nulls are 0
+                                            const std::vector<group_column> &by, const std::vector<group_row> &found,
+                                            const aggregate &a, step_list &steps) {
+    std::vector<column *> columns;
+    std::vector<std::vector<ub4>> month_of_code(by.size()); // empty where groups are of values
+    for (std::size_t k = 0; k < by.size(); k++) {
+        column &col = r.columns()[by[k].column]->stored();
+        columns.push_back(&col);
+        if (!by[k].month)
+            continue;
+        std::map<std::string, ub4> months;
+        for (const group_row &g : found)
+            if (g.group[k])
+                months[*g.group[k]] = g.group_codes[k];
+        month_of_code[k].resize(col.end_code());
+        for (ub8 code = col.first_code(); code < col.end_code(); code++)
+            if (const auto m = months.find(month_of(std::string(trimmed(col.dict().symbols()[code]))));
+                m != months.end())
+                month_of_code[k][code] = m->second;
     }
+    const value_column &summed = *r.columns()[a.of.a.column];
+    columns.push_back(&summed.stored());
+    constexpr ub4 batch_rows = 16384;
+    code_reader reader(s, columns, r.rows(), rows, batch_rows, steps);
+    std::map<std::vector<ub4>, wide> sums;
+    std::vector<ub4> group(by.size());
+    while (const ub4 n = reader.next())
+        for (ub4 i = 0; i < n; i++) {
+            for (std::size_t k = 0; k < by.size(); k++) {
+                const ub4 code = reader.codes(k)[i];
+                group[k] = month_of_code[k].empty() ? code : month_of_code[k][code];
+            }
+            sums[group] += summed.value(reader.codes(by.size())[i]).integer; // nulls are 0
+        }
     return sums;
 }
 
@@ -195,7 +219,7 @@ answer_rows groups(sqlite3 *db, connection &home, const std::vector<sqlite3_valu
     for (std::size_t a = 0; a < computed.size(); a++) {
         integers[a] = computed[a].what == asked_of_group::sum && of_integers(*r, computed[a]);
         if (integers[a] && !computed[a].scale.exact)
-            exact[a] = exact_sums(s, *r, rows, by, computed[a], record->reading);
+            exact[a] = exact_sums(s, *r, rows, by, found, computed[a], record->reading);
     }
     home.last_scan = record;
 

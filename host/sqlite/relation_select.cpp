@@ -57,8 +57,8 @@ public:
         numbers_.push_back(found->second);
     }
 
-    // A column of plain packed codes, and the value of each code.
-    std::unique_ptr<column> finish(const std::string &name, std::optional<column_form> form,
+    // A column of plain packed codes, and the value of each code. One without values is of this type.
+    std::unique_ptr<column> finish(const std::string &name, std::optional<column_form> form, value_type without_values,
                                    std::vector<cell> &values) {
         std::vector<ub4> order(values_.size());
         std::iota(order.begin(), order.end(), 0);
@@ -82,7 +82,7 @@ public:
         for (ub4 &number : numbers_)
             number = number == null_number ? 0 : code_of[number];
         return std::make_unique<column>(
-            name, dictionary(found_type(type.value_or(value_type::text)), has_null_, symbol_table(name, symbols)),
+            name, dictionary(found_type(type.value_or(without_values)), has_null_, symbol_table(name, symbols)),
             std::move(numbers_), form);
     }
 
@@ -179,8 +179,13 @@ std::shared_ptr<relation> relation::of_select(sqlite3 *db, const relation_source
 
     std::vector<std::unique_ptr<column>> columns;
     std::vector<std::vector<cell>> values(names.size());
-    for (std::size_t i = 0; i < names.size(); i++)
-        columns.push_back(collectors[i].finish(r->file_->columns()[i], column_form::plain, values[i]));
+    for (std::size_t i = 0; i < names.size(); i++) {
+        // Groups have sums of what may be numbers, if null ones.
+        const char *const declared = sqlite3_column_decltype(p.statement, static_cast<int>(i));
+        const bool texts = affinity_of(declared).first == value_column::affinity::text;
+        columns.push_back(collectors[i].finish(r->file_->columns()[i], column_form::plain,
+                                               texts ? value_type::text : value_type::integer, values[i]));
+    }
     r->table_ = std::make_unique<table>(*r->file_, r->rows_, std::move(columns));
     r->columns_.resize(names.size());
     for (std::size_t i = 0; i < names.size(); i++) {

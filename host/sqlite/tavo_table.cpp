@@ -81,7 +81,6 @@ void tavo_cursor::filter(const scan_plan &plan, sqlite3_value **values) {
         sqlite3_value *value = *values++;
         if (c.column == scan_plan::rowid) {
             numbered_ = numbered_.common(rows_of(c.what, value, rows_.rows()));
-            exact = exact && sqlite3_value_type(value) != SQLITE_TEXT && sqlite3_value_type(value) != SQLITE_BLOB;
             continue;
         }
         if (may_be_of_outer_join(c.what) && may_join_outer()) {
@@ -168,7 +167,6 @@ int connect(sqlite3 *db, void *client_data, int count, const char *const *argume
         t->rows = source.file.empty() ? relation::of_select(db, source) : relation::of_file(db, source);
         t->schema = arguments[1];
         t->name = arguments[2];
-        t->key = table_key(t->schema, t->name);
         sqlite3_stmt *encoding = nullptr;
         if (sqlite3_prepare_v2(db, "PRAGMA encoding", -1, &encoding, nullptr) == SQLITE_OK &&
             sqlite3_step(encoding) == SQLITE_ROW)
@@ -178,7 +176,7 @@ int connect(sqlite3 *db, void *client_data, int count, const char *const *argume
         const int status = sqlite3_declare_vtab(db, t->rows->declaration().c_str());
         if (status != SQLITE_OK)
             throw error(sqlite3_errmsg(db));
-        t->home->tables[t->key] = t->rows;
+        t->home->tables[table_key(t->schema, t->name)] = t.get();
         *made = t.release();
         return SQLITE_OK;
     });
@@ -192,8 +190,8 @@ int create(sqlite3 *db, void *client_data, int count, const char *const *argumen
 
 int disconnect(sqlite3_vtab *table) {
     auto *t = static_cast<tavo_table *>(table);
-    std::erase_if(t->home->tables,
-                  [&](const auto &entry) { return entry.first == t->key && entry.second.lock() == t->rows; });
+    // Statements that wait for their next run may have held it, while another one of the same name was made.
+    std::erase_if(t->home->tables, [&](const auto &entry) { return entry.second == t; });
     delete t;
     return SQLITE_OK;
 }
@@ -239,9 +237,10 @@ int rowid(sqlite3_vtab_cursor *cursor, sqlite3_int64 *id) {
 int rename(sqlite3_vtab *table, const char *name) {
     return guarded(table, [&] {
         auto *t = static_cast<tavo_table *>(table);
-        std::string key = table_key(t->schema, name), kept = name;
-        t->home->tables[key] = t->rows;
-        t->home->tables.erase(std::exchange(t->key, std::move(key)));
+        const std::string key = table_key(t->schema, name);
+        std::string kept = name;
+        t->home->tables[key] = t;
+        std::erase_if(t->home->tables, [&](const auto &entry) { return entry.second == t && entry.first != key; });
         t->name = std::move(kept);
         return SQLITE_OK;
     });

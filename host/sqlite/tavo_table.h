@@ -17,8 +17,8 @@ struct tavo_table : sqlite3_vtab, counted {
     std::shared_ptr<const relation> rows;
     sqlite3 *db;
     shared_connection home;
-    std::string schema, name, key; // the last is that of the connection's tables
-    bool utf8 = true;              // SQLite compares texts by the bytes that the table has
+    std::string schema, name;
+    bool utf8 = true; // SQLite compares texts by the bytes that the table has
 
     static int best_index(sqlite3_vtab *, sqlite3_index_info *);
 };

@@ -104,6 +104,26 @@ TEST(Extension, GroupsOfMixedValues) {
     db.rows("CREATE VIRTUAL TABLE j USING tavo(select='SELECT * FROM i')");
     EXPECT_EQ(db.run(of_groups).message, db.run("SELECT k, sum(n) FROM i GROUP BY k").message);
     EXPECT_EQ(db.run(of_groups).status, SQLITE_ERROR);
+    // More groups and numbers than there are keys of both; months.
+    db.rows("CREATE TABLE many AS WITH n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < 70000) "
+            "SELECT i / 2 AS k, date(2459000 + i % 90) AS d, 1700000000000000000 - i * 1000 AS t FROM n");
+    db.rows("CREATE VIRTUAL TABLE m USING tavo(select='SELECT * FROM many')");
+    EXPECT_EQ(db.rows("SELECT key1, value1, value2 FROM tavo_group('m', 'k', 'sum(t), max(t)')"),
+              db.rows("SELECT k, sum(t), max(t) FROM many GROUP BY k"));
+    EXPECT_EQ(db.rows("SELECT key1, key2, value1 FROM tavo_group('m', 'month(d), k', 'sum(t)', 'k <= 1000')"),
+              db.rows("SELECT substr(d, 1, 7) AS month, k, sum(t) FROM many WHERE k <= 1000 GROUP BY month, k"));
+    // Columns without values.
+    for (const std::string rows : {"SELECT k, CASE WHEN n IS NULL THEN n END AS n FROM i",
+                                   "SELECT * FROM i WHERE k > 3", "SELECT * FROM i WHERE k = 3"}) {
+        db.run("DROP TABLE IF EXISTS e");
+        db.rows("CREATE VIRTUAL TABLE e USING tavo(select='" + rows + "')");
+        EXPECT_EQ(db.rows("SELECT key1, value1, value2, value3, value4 FROM tavo_group('e', 'k', "
+                          "'sum(n), avg(n), max(n), count(n)', 'n < 5')"),
+                  db.rows("SELECT k, sum(n), avg(n), max(n), count(n) FROM (" + rows + ") WHERE n < 5 GROUP BY k"));
+        EXPECT_EQ(db.rows("SELECT value1, value2, value3, value4 FROM tavo_group('e', '', "
+                          "'sum(n), avg(n), max(n), count(n)')"),
+                  db.rows("SELECT sum(n), avg(n), max(n), count(n) FROM (" + rows + ")"));
+    }
 }
 
 TEST(Extension, NearestWords) {
@@ -222,6 +242,15 @@ TEST(Extension, TablesStayInTheirDatabase) {
         EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('main.flights', '', 'count(*)')"),
                   std::vector<std::string>{"i100000"});
     }
+    {
+        database db(file.path());
+        db.rows("ATTACH ':memory:' AS other");
+        db.rows("CREATE VIRTUAL TABLE other.flights USING tavo(select='SELECT 1 AS a')");
+        EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('flights', '', 'count(*)')"),
+                  std::vector<std::string>{"i100000"});
+        EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('other.flights', '', 'count(*)')"),
+                  std::vector<std::string>{"i1"});
+    }
     database db(file.path());
     EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('flights', '', 'count(*)')"), std::vector<std::string>{"i100000"});
     db.rows("ATTACH ':memory:' AS other");
@@ -241,6 +270,22 @@ TEST(Extension, TablesStayInTheirDatabase) {
     sqlite3_finalize(s);
     db.rows("DROP TABLE flights");
     EXPECT_EQ(db.run("SELECT * FROM tavo_group('flights', '', 'count(*)')").status, SQLITE_ERROR);
+}
+
+// A statement keeps the table that it was prepared with, also when another one of that name has been made.
+TEST(Extension, TablesOutliveThoseBeforeThem) {
+    const temporary_file file("", "again.db");
+    database db(file.path());
+    db.rows(made("f", flights));
+    sqlite3_stmt *kept = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db.get(), "SELECT * FROM f", -1, &kept, nullptr), SQLITE_OK);
+    database(file.path()).rows("CREATE TABLE makes_schemas_old(a)");
+    EXPECT_EQ(db.rows("SELECT count(*) FROM f"), std::vector<std::string>{"i100000"});
+    sqlite3_finalize(kept);
+    EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('f', '', 'count(*)')"), std::vector<std::string>{"i100000"});
+    db.rows("ALTER TABLE f RENAME TO g");
+    EXPECT_EQ(db.rows("SELECT value1 FROM tavo_group('g', '', 'count(*)')"), std::vector<std::string>{"i100000"});
+    EXPECT_EQ(db.run("SELECT * FROM tavo_group('f', '', 'count(*)')").status, SQLITE_ERROR);
 }
 
 TEST(Extension, ConnectionsInThreads) {
