@@ -163,17 +163,6 @@ comparison opposite(comparison op) {
     }
     return comparison::lt;
 }
-comparison turned_round(comparison op) {
-    switch (op) {
-    case comparison::lt: return comparison::gt;
-    case comparison::le: return comparison::ge;
-    case comparison::gt: return comparison::lt;
-    case comparison::ge: return comparison::le;
-    case comparison::eq:
-    case comparison::ne: break;
-    }
-    return op;
-}
 
 pair_condition condition_of(const predicate &p, bool negated, const join_names &names) {
     pair_condition c;

@@ -94,12 +94,6 @@ bool holds(comparison op, bool below, bool above) {
     return !below;
 }
 
-comparison turned_round(comparison op) {
-    constexpr comparison turned[] = {comparison::eq, comparison::ne, comparison::gt,
-                                     comparison::ge, comparison::lt, comparison::le};
-    return turned[static_cast<int>(op)];
-}
-
 // The codes of a column without a dictionary, row by row.
 class number_rows {
 public:

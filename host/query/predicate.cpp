@@ -7,6 +7,12 @@
 
 namespace host {
 
+comparison turned_round(comparison op) {
+    constexpr comparison turned[] = {comparison::eq, comparison::ne, comparison::gt,
+                                     comparison::ge, comparison::lt, comparison::le};
+    return turned[static_cast<int>(op)];
+}
+
 namespace {
 
 enum class token_kind { end, word, quoted, name, op, open, close, comma };

@@ -36,6 +36,8 @@ struct literal {
 
 enum class predicate_kind { compare, columns, range, in, is_null, not_, and_, or_ };
 enum class comparison { eq, ne, lt, le, gt, ge };
+// a < b is b > a.
+comparison turned_round(comparison);
 
 struct predicate {
     predicate_kind kind = predicate_kind::compare;

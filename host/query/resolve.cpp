@@ -23,18 +23,6 @@ bool is_column(const literal &word, const csv_file &file, bool left) {
                 : std::find(names.begin(), names.end(), word.text) != names.end();
 }
 
-comparison turned_round(comparison op) {
-    switch (op) {
-    case comparison::lt: return comparison::gt;
-    case comparison::le: return comparison::ge;
-    case comparison::gt: return comparison::lt;
-    case comparison::ge: return comparison::le;
-    case comparison::eq:
-    case comparison::ne: break;
-    }
-    return op;
-}
-
 void resolve_comparison(predicate &p, const csv_file &file) {
     literal &left = p.column, &right = p.values[0];
     if (is_column(left, file, true)) {

@@ -3,9 +3,9 @@
 
 #include "frame/tavo.h"
 #include "tests/kit/codes.h"
+#include "tests/kit/compressed_column.h"
 #include "tests/kit/guarded.h"
 #include "tests/kit/host_stub.h"
-#include "tests/kit/spak_stream.h"
 
 namespace tavo::test {
 namespace {
@@ -84,34 +84,22 @@ TEST(vector_sums, compressed_columns) {
     std::vector<ub1> plain(4096);
     for (std::size_t i = 0; i < plain.size(); i++)
         plain[i] = static_cast<ub1>(i / 4 % 7);
-    std::vector<ub1> stream = spak_of(plain).bytes();
-    stream.resize(stream.size() + 64); // decoding reads on behind its end
-    host_stub host;
-    tavo_env env{};
-    env.host = host.record();
-    void *slot = nullptr;
-    tavo_enc_ctx enc{};
-    enc.flags = TAVO_SPAK;
-    enc.width_code = 7;
-    tavo_vec src{}, res{};
-    src.data = stream.data();
-    src.enc = &enc;
-    src.size = 4096;
-    src.decomp_size = 4096;
-    src.decomp_slot = &slot;
+    compressed_column col(plain, 4096);
+    col.enc.width_code = 7;
+    tavo_vec res{};
     ub4 sum = 0, expected = 0;
     res.data = &sum;
     for (ub1 v : plain)
         expected += v;
-    library.sum_vec(&res, &src, &env);
+    library.sum_vec(&res, &col.vec, &col.env);
     EXPECT_EQ(sum, expected);
-    ASSERT_EQ(host.allocations.size(), 1u);
-    EXPECT_EQ(host.allocations[0].label, "tavo_sum_vec_dydi: vec1_decomp");
+    ASSERT_EQ(col.host.allocations.size(), 1u);
+    EXPECT_EQ(col.host.allocations[0].label, "tavo_sum_vec_dydi: vec1_decomp");
     std::vector<ub4> sums(1025);
-    src.size = 1024;
+    col.vec.size = 1024;
     res.data = sums.data();
-    library.prefix_sum_vec(&res, &src, &env);
-    EXPECT_EQ(host.allocations.size(), 1u); // the slot is filled
+    library.prefix_sum_vec(&res, &col.vec, &col.env);
+    EXPECT_EQ(col.host.allocations.size(), 1u); // the slot is filled
     EXPECT_EQ(sums[7], 0x01010101u * 21);
 }
 

@@ -4,9 +4,9 @@
 #include "frame/tavo.h"
 #include "rows/convert_operations.h"
 #include "tests/kit/codes.h"
+#include "tests/kit/compressed_column.h"
 #include "tests/kit/host_stub.h"
 #include "tests/kit/numbers.h"
-#include "tests/kit/spak_stream.h"
 
 namespace tavo::test {
 namespace {
@@ -189,28 +189,16 @@ TEST(convert, compressed_column) {
     std::vector<ub1> plain(8000);
     for (ub4 i = 0; i < 1000; i++)
         store_number(plain.data() + 8 * i, i % 5 * 0.25, true);
-    std::vector<ub1> stream = spak_of(plain).bytes();
-    stream.resize(stream.size() + 64); // decoding reads on behind its end
-    host_stub host;
-    tavo_env env{};
-    env.host = host.record();
-    void *slot = nullptr;
-    tavo_enc_ctx enc{};
-    enc.flags = TAVO_SPAK;
-    enc.value_type = TAVO_VALUE_DOUBLE;
-    tavo_vec src{}, dst{};
-    src.data = stream.data();
-    src.enc = &enc;
-    src.size = 1000;
-    src.decomp_size = 8000;
-    src.decomp_slot = &slot;
+    compressed_column col(plain, 1000);
+    col.enc.value_type = TAVO_VALUE_DOUBLE;
+    tavo_vec dst{};
     std::vector<double> out(1000);
     dst.data = out.data();
-    EXPECT_EQ(library.convert(&dst, &src, &env), TAVO_DONE);
+    EXPECT_EQ(library.convert(&dst, &col.vec, &col.env), TAVO_DONE);
     for (ub4 i = 0; i < 1000; i++)
         ASSERT_EQ(out[i], i % 5 * 0.25);
-    ASSERT_EQ(host.allocations.size(), 1u);
-    EXPECT_EQ(host.allocations[0].label, "tavo_convert_dydi: vec1_decomp");
+    ASSERT_EQ(col.host.allocations.size(), 1u);
+    EXPECT_EQ(col.host.allocations[0].label, "tavo_convert_dydi: vec1_decomp");
 }
 
 template <class Length, class Build>
