@@ -6,6 +6,11 @@
 
 #include "portable/lanes.h"
 
+#ifndef __SSE__ // where SIMDe has no header of the processor to bring these
+enum _mm_hint { _MM_HINT_T0 = 3 };
+#define _mm_prefetch(address, hint) __builtin_prefetch(address, 0, hint)
+#endif
+
 namespace tavo::portable {
 
 template <class Vector>
