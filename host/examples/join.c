@@ -62,10 +62,9 @@ static void prepare(const tavo_specialized_ctx *tavo, texts *t, ub4 rows) {
 }
 
 int main(int argc, char **argv) {
-    if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw") ||
-        !__builtin_cpu_supports("avx512dq") || !__builtin_cpu_supports("avx512vl"))
-        return fputs("this processor lacks AVX-512 F, BW, DQ or VL\n", stderr), 1;
-    void *library = dlopen(argc > 1 ? argv[1] : "libtavo_avx512g.so.1", RTLD_NOW | RTLD_LOCAL);
+    if (argc != 2) /* scan.c finds out which library this processor runs */
+        return fputs("usage: join LIBRARY\n", stderr), 1;
+    void *library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
     const tavo_specialized_ctx *tavo = library ? dlsym(library, "tavo_global_specialized_ctx") : NULL;
     if (!tavo || tavo->magic != TAVO_MAGIC)
         return fprintf(stderr, "not the library: %s\n", library ? argv[1] : dlerror()), 1;
