@@ -69,7 +69,7 @@
 #define TAVO_PIP_ON_VERTEX 0xc0u
 
 /* On the border, to within t. Else: inside. */
-#define TAVO_PIP_ON_BORDER(result) (((result) & 0x80u) != 0)
-#define TAVO_PIP_INSIDE(result) (((result) & 0x81u) == 1)
+#define TAVO_PIP_ON_BORDER(result) (((result)&0x80u) != 0)
+#define TAVO_PIP_INSIDE(result) (((result)&0x81u) == 1)
 
 #endif

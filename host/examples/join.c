@@ -101,9 +101,11 @@ int main(int argc, char **argv) {
     env = (tavo_env){.aux = &aux};
     do {
         tavo_vec out = {.data = airport, .size = 16};
-        result = tavo->probe_kv(&out, flight, &flights.hashes, &rids, &flights.keys, &kv, TAVO_PROBE_PAIRS, &env, &status);
+        result =
+            tavo->probe_kv(&out, flight, &flights.hashes, &rids, &flights.keys, &kv, TAVO_PROBE_PAIRS, &env, &status);
         for (ub4 i = 0; i < out.size; i++)
-            printf("flight %" PRIu32 " from %s: airport %" PRIu32 "\n", flight[i], airports.text[airport[i]], airport[i]);
+            printf("flight %" PRIu32 " from %s: airport %" PRIu32 "\n", flight[i], airports.text[airport[i]],
+                   airport[i]);
     } while (result == TAVO_PROBE_FULL);
     printf("probe: status %" PRIu32 "\n", result);
 

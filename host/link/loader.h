@@ -18,8 +18,8 @@ struct library_choice {
 };
 // Which library to load: `asked` if not empty, else the one that the environment variable TAVO_LIB names, else
 // libtavo_avx512g.so where the processor can run it and the file is there, else libtavo_portable.so. They are looked
-// for beside this executable, or beside the shared object that this code is a part of, one folder up (a build tree), in ../lib of an installation, and last where the dynamic
-// loader finds a plain name.
+// for beside this executable, or beside the shared object that this code is a part of, one folder up (a build tree), in
+// ../lib of an installation, and last where the dynamic loader finds a plain name.
 library_choice choose_library(const std::string &asked, const processor &);
 
 // An opened library: closed when the object ends, so no kernel may run and no descriptor be read after that.

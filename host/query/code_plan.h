@@ -39,8 +39,8 @@ struct code_plan {
 // date. Ranges of one column that are ANDed become one scan.
 code_plan plan_codes(const std::vector<predicate> &all, const table &);
 
-// The rows whose codes lie in one of these ranges, each from one code up to another, without that: ascending, apart from
-// each other, the null code among them where nulls are wanted. For hosts whose predicates are not texts.
+// The rows whose codes lie in one of these ranges, each from one code up to another, without that: ascending, apart
+// from each other, the null code among them where nulls are wanted. For hosts whose predicates are not texts.
 code_plan plan_code_ranges(stored_column &, const std::vector<std::pair<ub8, ub8>> &ranges, const std::string &text);
 
 // All of these.
