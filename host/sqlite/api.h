@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <new>
 
 #include <sqlite3ext.h>
@@ -26,6 +27,18 @@ struct counted {
     }
     static void operator delete(void *memory) { sqlite3_free(memory); }
 };
+
+struct finalize {
+    void operator()(sqlite3_stmt *s) const { sqlite3_finalize(s); }
+};
+using statement = std::unique_ptr<sqlite3_stmt, finalize>;
+// Null where SQLite does not take the text, of which its messages tell, and for one without a statement. `behind`
+// becomes what follows the statement.
+inline statement prepared(sqlite3 *db, const char *sql, const char **behind = nullptr) {
+    sqlite3_stmt *s = nullptr;
+    sqlite3_prepare_v2(db, sql, -1, &s, behind);
+    return statement(s);
+}
 
 // What reads files is only for statements and temporary views: views and triggers of a database that comes from
 // elsewhere are not to do so. For xCreate and xConnect.

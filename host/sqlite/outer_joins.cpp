@@ -2,23 +2,11 @@
 
 #include <algorithm>
 #include <iterator>
-#include <memory>
 #include <string_view>
 
 namespace host::sqlite {
 
 namespace {
-
-struct finalize {
-    void operator()(sqlite3_stmt *s) const { sqlite3_finalize(s); }
-};
-using statement = std::unique_ptr<sqlite3_stmt, finalize>;
-
-statement prepared(sqlite3 *db, const char *sql) {
-    sqlite3_stmt *s = nullptr;
-    sqlite3_prepare_v2(db, sql, -1, &s, nullptr);
-    return statement(s);
-}
 
 bool is_of_word(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||

@@ -32,19 +32,16 @@ std::pair<std::string, std::string> named(const std::string &text, const csv_fil
 // SQLite's own conversion of decimal digits, whose rounding is its own. A column of REAL has one zero.
 class sqlite_numbers {
 public:
-    explicit sqlite_numbers(sqlite3 *db) {
-        if (sqlite3_prepare_v2(db, "SELECT CAST(?1 AS REAL)", -1, &statement_, nullptr) != SQLITE_OK)
+    explicit sqlite_numbers(sqlite3 *db) : statement_(prepared(db, "SELECT CAST(?1 AS REAL)")) {
+        if (!statement_)
             throw error(sqlite3_errmsg(db));
     }
-    ~sqlite_numbers() { sqlite3_finalize(statement_); }
-    sqlite_numbers(const sqlite_numbers &) = delete;
-    sqlite_numbers &operator=(const sqlite_numbers &) = delete;
 
     double real(const std::string &text) {
-        sqlite3_bind_text(statement_, 1, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
-        const int status = sqlite3_step(statement_);
-        const double value = sqlite3_column_double(statement_, 0) + 0.0;
-        sqlite3_reset(statement_);
+        sqlite3_bind_text(statement_.get(), 1, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+        const int status = sqlite3_step(statement_.get());
+        const double value = sqlite3_column_double(statement_.get(), 0) + 0.0;
+        sqlite3_reset(statement_.get());
         if (status == SQLITE_INTERRUPT)
             throw interrupted();
         if (status != SQLITE_ROW)
@@ -53,30 +50,27 @@ public:
     }
 
 private:
-    sqlite3_stmt *statement_ = nullptr;
+    statement statement_;
 };
 
 // Learns of interrupts. These are of statements that run, and a table of a database that has just been opened is made
 // before one does: this one does all the time.
 class running_statement {
 public:
-    explicit running_statement(sqlite3 *db) {
-        if (sqlite3_prepare_v2(db, "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT 1 FROM n) SELECT i FROM n", -1,
-                               &statement_, nullptr) != SQLITE_OK)
+    explicit running_statement(sqlite3 *db)
+        : statement_(prepared(db, "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT 1 FROM n) SELECT i FROM n")) {
+        if (!statement_)
             throw error(sqlite3_errmsg(db));
         look();
     }
-    ~running_statement() { sqlite3_finalize(statement_); }
-    running_statement(const running_statement &) = delete;
-    running_statement &operator=(const running_statement &) = delete;
 
     void look() {
-        if (sqlite3_step(statement_) == SQLITE_INTERRUPT)
+        if (sqlite3_step(statement_.get()) == SQLITE_INTERRUPT)
             throw interrupted();
     }
 
 private:
-    sqlite3_stmt *statement_ = nullptr;
+    statement statement_;
 };
 
 // What a column of INTEGER makes of it: a number beyond 64 bits becomes a double.

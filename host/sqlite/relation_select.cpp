@@ -126,39 +126,34 @@ std::pair<value_column::affinity, const char *> affinity_of(const char *declared
     return {affinity::numeric, has("REAL") || has("FLOA") || has("DOUB") ? "REAL" : "NUMERIC"};
 }
 
-struct prepared {
-    ~prepared() { sqlite3_finalize(statement); }
-    sqlite3_stmt *statement = nullptr;
-};
-
 } // namespace
 
 std::shared_ptr<relation> relation::of_select(sqlite3 *db, const relation_source &source) {
     if (!source.types.empty() || !source.options.null_texts.empty())
         throw error("type= and null= are of files; a statement's values have their types");
-    prepared p;
     const char *behind = nullptr;
-    if (sqlite3_prepare_v2(db, source.select.c_str(), -1, &p.statement, &behind) != SQLITE_OK)
+    const statement read = prepared(db, source.select.c_str(), &behind);
+    if (!read && sqlite3_errcode(db) != SQLITE_OK)
         throw error(fmt::format("select='{}': {}", source.select, sqlite3_errmsg(db)));
-    if (p.statement == nullptr || sqlite3_stmt_readonly(p.statement) == 0 || sqlite3_column_count(p.statement) == 0 ||
+    if (!read || sqlite3_stmt_readonly(read.get()) == 0 || sqlite3_column_count(read.get()) == 0 ||
         !trimmed(behind).empty())
         throw error(fmt::format("select='{}': it must be one statement that only reads", source.select));
 
     std::shared_ptr<relation> r(new relation());
     r->library_ = opened_library();
     r->session_ = std::make_unique<session>(*r->library_);
-    const int count = sqlite3_column_count(p.statement);
+    const int count = sqlite3_column_count(read.get());
     std::vector<value_collector> collectors(static_cast<std::size_t>(count));
     for (int i = 0; i < count; i++)
-        if (affinity_of(sqlite3_column_decltype(p.statement, i)).second == std::string_view("REAL"))
+        if (affinity_of(sqlite3_column_decltype(read.get(), i)).second == std::string_view("REAL"))
             collectors[static_cast<std::size_t>(i)].declared_real();
     int status;
-    while ((status = sqlite3_step(p.statement)) == SQLITE_ROW) {
+    while ((status = sqlite3_step(read.get())) == SQLITE_ROW) {
         if (r->rows_ == table::most_rows)
             throw error(fmt::format("more than {} rows", table::most_rows));
         r->rows_++;
         for (int i = 0; i < count; i++)
-            collectors[static_cast<std::size_t>(i)].add(p.statement, i);
+            collectors[static_cast<std::size_t>(i)].add(read.get(), i);
     }
     if (status == SQLITE_INTERRUPT)
         throw interrupted();
@@ -167,7 +162,7 @@ std::shared_ptr<relation> relation::of_select(sqlite3 *db, const relation_source
 
     std::vector<std::string> names, types;
     for (int i = 0; i < count; i++)
-        names.emplace_back(sqlite3_column_name(p.statement, i));
+        names.emplace_back(sqlite3_column_name(read.get(), i));
     std::string header;
     append_csv_line(header, names.size(), [&](std::size_t i) { return std::string_view(names[i]); });
     csv_options plain;
@@ -181,7 +176,7 @@ std::shared_ptr<relation> relation::of_select(sqlite3 *db, const relation_source
     std::vector<std::vector<cell>> values(names.size());
     for (std::size_t i = 0; i < names.size(); i++) {
         // Groups have sums of what may be numbers, if null ones.
-        const char *const declared = sqlite3_column_decltype(p.statement, static_cast<int>(i));
+        const char *const declared = sqlite3_column_decltype(read.get(), static_cast<int>(i));
         const bool texts = affinity_of(declared).first == value_column::affinity::text;
         columns.push_back(collectors[i].finish(r->file_->columns()[i], column_form::plain,
                                                texts ? value_type::text : value_type::integer, values[i]));
@@ -189,7 +184,7 @@ std::shared_ptr<relation> relation::of_select(sqlite3 *db, const relation_source
     r->table_ = std::make_unique<table>(*r->file_, r->rows_, std::move(columns));
     r->columns_.resize(names.size());
     for (std::size_t i = 0; i < names.size(); i++) {
-        const auto [affinity, name] = affinity_of(sqlite3_column_decltype(p.statement, static_cast<int>(i)));
+        const auto [affinity, name] = affinity_of(sqlite3_column_decltype(read.get(), static_cast<int>(i)));
         r->adopt(i, *r->table_->encoded(i), affinity, values[i]);
         types.emplace_back(name);
     }

@@ -167,11 +167,10 @@ int connect(sqlite3 *db, void *client_data, int count, const char *const *argume
         t->rows = source.file.empty() ? relation::of_select(db, source) : relation::of_file(db, source);
         t->schema = arguments[1];
         t->name = arguments[2];
-        sqlite3_stmt *encoding = nullptr;
-        if (sqlite3_prepare_v2(db, "PRAGMA encoding", -1, &encoding, nullptr) == SQLITE_OK &&
-            sqlite3_step(encoding) == SQLITE_ROW)
-            t->utf8 = std::string_view(reinterpret_cast<const char *>(sqlite3_column_text(encoding, 0))) == "UTF-8";
-        sqlite3_finalize(encoding);
+        if (const statement encoding = prepared(db, "PRAGMA encoding");
+            encoding && sqlite3_step(encoding.get()) == SQLITE_ROW)
+            t->utf8 =
+                std::string_view(reinterpret_cast<const char *>(sqlite3_column_text(encoding.get(), 0))) == "UTF-8";
         keep_from_schema(db);
         const int status = sqlite3_declare_vtab(db, t->rows->declaration().c_str());
         if (status != SQLITE_OK)
